@@ -1,0 +1,49 @@
+# One function per kind of target. A folder without sources yields no target.
+
+# Include path of the sources that may see all of the host: the plug-in never gets it.
+function(brisq_see_host target)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+endfunction()
+
+# The libraries of `ARGN` that exist: a folder may still be empty.
+function(brisq_link_existing target)
+  foreach(library IN LISTS ARGN)
+    if(TARGET ${library})
+      target_link_libraries(${target} PRIVATE ${library})
+    endif()
+  endforeach()
+endfunction()
+
+# A shared library of the host. The libraries that it uses stay out of its interface.
+function(brisq_host_library name)
+  add_library(${name} SHARED ${ARGN})
+  brisq_see_host(${name})
+  target_link_libraries(${name} PUBLIC brisq_include)
+  target_link_options(${name} PRIVATE ${BRISQ_COMPLETE_LINK})
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS ${name} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endfunction()
+
+# One GoogleTest program. Its tests are named PROGRAM/Suite.Test in CTest, so that two folders may have
+# suites of one name.
+function(brisq_test name)
+  cmake_parse_arguments(arg "" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  brisq_see_host(${name})
+  brisq_link_existing(${name} ${arg_LIBRARIES} test_support)
+  target_link_libraries(${name} PRIVATE brisq_include GTest::gmock_main Threads::Threads)
+  target_compile_definitions(${name} PRIVATE ${BRISQ_TEST_DEFINITIONS})
+  if(BRISQ_PCH)
+    target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h> <filesystem>
+                              <functional> <map> <memory> <string> <thread> <vector>)
+  endif()
+  if(TARGET email_dovecot)
+    add_dependencies(${name} email_dovecot)
+  endif()
+  set_target_properties(${name} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${BRISQ_TEST_OUTPUT_DIRECTORY})
+  gtest_discover_tests(${name}
+    DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    TEST_PREFIX ${name}/
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABEL})
+endfunction()
