@@ -1,0 +1,68 @@
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "brisq_export.h"
+
+/// Child processes.
+namespace mgr_proc {
+
+/// One run of one command.
+///
+/// The child starts when its outcome is first asked for, by Result() or Str(). By then all input is
+/// known: input of up to one pipe buffer (64 KiB) lies whole in the pipe, closed behind it, before
+/// the child exists; more is pumped while output is read, so neither side can block the other. A
+/// child that leaves its input unread is no error, and SIGPIPE is never raised.
+///
+/// The child gets descriptors 0, 1 and 2 and no other, the default signal dispositions, a fixed
+/// environment (PATH, HOME, LC_ALL) and a process group of its own. It may take as many seconds as
+/// the parameter "ExecTimeout" says (60 when that is unset or no positive number); then, and in any
+/// case when it ends, whatever is left of its group is killed. A grandchild that holds the output
+/// open does not delay the return.
+///
+/// The input may hold a secret: its buffers are wiped as soon as the child has it. Nothing of input
+/// or output is logged.
+///
+/// An object belongs to one thread at a time; several objects may run at once in several threads.
+class BRISQ_API Execute {
+ public:
+  /// Prepares a run and starts nothing.
+  ///
+  /// @param command  the command line
+  /// @param mode     2: `command` is run by "/bin/sh -c", input is empty, standard output is
+  /// captured and standard error goes to the
+  ///                 log. 3: no shell; `command` is split at spaces, the first word is the program
+  ///                 (found by PATH when it has no slash), In() is its input, standard output is
+  ///                 captured and standard error is kept apart.
+  /// @throws mgr_err::Error "internal" for another mode
+  Execute(const std::string& command, int mode);
+
+  /// Never waits: a run that was never asked for is never started.
+  ~Execute();
+  Execute(const Execute&) = delete;
+  Execute& operator=(const Execute&) = delete;
+
+  /// Stream on the child's standard input, mode 3 only. What is written after the start is refused
+  /// (the stream fails).
+  /// @throws mgr_err::Error "internal" in mode 2
+  std::ostream& In();
+
+  /// Closes the input, runs the child to its end if that has not happened, and returns the exit
+  /// status: 0 to 255; 128 + n when signal n ended it; 124 when the time limit did; 127 when it
+  /// can't be started; 125 when its status was taken by somebody else (a program that ignores
+  /// SIGCHLD or waits for any child): never 0 without having seen the child end with 0.
+  int Result();
+
+  /// Runs the child as Result() does and returns what it wrote to standard output, at most 64 MiB.
+  /// After a failure in mode 3 standard error follows; when the child could not be started or was
+  /// ended by the limit, a text that says so.
+  std::string Str();
+
+ private:
+  class Run;
+  std::unique_ptr<Run> run_;
+};
+
+}  // namespace mgr_proc
