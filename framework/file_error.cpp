@@ -1,0 +1,11 @@
+#include "framework/file_error.h"
+
+#include <system_error>
+
+namespace mgr_file {
+
+mgr_err::Error FileError(const std::string& path, const std::string& call, int error) {
+  return mgr_err::Error("file", path, call + ": " + std::generic_category().message(error));
+}
+
+}  // namespace mgr_file

@@ -1,0 +1,33 @@
+#include "mgr_err.h"
+
+#include <utility>
+
+namespace mgr_err {
+
+namespace {
+
+std::string Joined(std::string text, const std::string& part) {
+  if (part.empty()) {
+    return text;
+  }
+  return text.empty() ? part : text + ": " + part;
+}
+
+}  // namespace
+
+Error::Error(std::string type, std::string object, std::string value)
+    : type_(std::move(type)),
+      object_(std::move(object)),
+      value_(std::move(value)),
+      text_(Joined(Joined(type_, object_), value_)) {}
+
+Error::Error(const Error&) = default;
+Error& Error::operator=(const Error&) = default;
+Error::~Error() = default;
+
+Error& Error::set_report() noexcept {
+  report_ = true;
+  return *this;
+}
+
+}  // namespace mgr_err
