@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "brisq_export.h"
+
+namespace mgr_cf {
+struct Settings;
+}
+namespace brisq_api {
+struct PluginReport;
+}
+
+/// One panel with its state, as a configuration describes it.
+namespace brisq_panel {
+
+/// The panel of this process, open from construction to destruction: parameters and paths, log,
+/// state directory, database, plug-ins and their modules. At most one at a time; what plug-ins have
+/// registered stays when it is closed.
+class BRISQ_API Instance {
+ public:
+  /// Opens the panel. The state directory (0700) and the database (0600) are made when they are
+  /// missing. A plug-in that can't be loaded or built does not fail it: see reports().
+  /// @throws mgr_err::Error "config" for a state or database path that is not given, "file" when
+  /// the state directory can't be made, "db" and "locked" from the database, "internal" when
+  /// another instance is open: nothing stays open
+  explicit Instance(const mgr_cf::Settings& settings);
+  ~Instance();
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+
+  /// One report for each plug-in file, then one for each module that was built or failed to be.
+  const std::vector<brisq_api::PluginReport>& reports() const noexcept;
+
+  /// Runs what is due in a process that is about to end: commands queued for later, reloads.
+  void RunDue();
+
+  /// Folder in which plug-ins are looked for when the configuration names none: "brisq" beside
+  /// this library, which is right in the build tree and in an installation.
+  static std::string DefaultPluginFolder();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace brisq_panel

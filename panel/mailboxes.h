@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "brisq_export.h"
+
+/// Mailboxes. Addresses are taken in any form that names.h admits and given in their stored form.
+/// Each function that changes something is one request of the calling thread: when it throws, row,
+/// passwd-file line and directories are as they were. Any thread.
+namespace brisq_panel {
+
+struct BRISQ_API MailboxInfo {
+  std::string address;
+  std::string owner;
+  std::string home;
+  int quota_mb = 0;  ///< 0: no limit
+  int used_mb = 0;   ///< as of the last refresh
+  bool active = false;
+};
+
+struct BRISQ_API NewMailbox {
+  std::string address;
+  std::string password;
+  std::string quota;  ///< as for ParseQuota
+  std::string home;   ///< empty: OWNERHOME/mail/DOMAIN/LOCAL
+};
+
+/// Adds an active mailbox, owned by its domain's owner: the row, the mail back-end's part, and the
+/// password, which a registered password back-end keeps, else the table, sealed.
+/// @throws mgr_err::Error "value" from the rules of names.h; "missed" with object "domain";
+/// "exists" with object "mailbox", also when the mail server has one of this name already;
+/// "plugin" when no mail back-end is at work; whatever the back-ends throw
+BRISQ_API MailboxInfo AddMailbox(const NewMailbox& mailbox);
+
+/// All mailboxes, by domain and local part.
+BRISQ_API std::vector<MailboxInfo> ListMailboxes();
+
+/// @throws mgr_err::Error "value", "missed" with object "mailbox"
+BRISQ_API MailboxInfo ShowMailbox(const std::string& address);
+
+}  // namespace brisq_panel
