@@ -1,0 +1,116 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "brisq_export.h"
+#include "mgr_job.h"
+
+/// One unit of work: changes of the database, of files and of directories that happen together or
+/// not at all.
+///
+/// From construction on it is the current request of its thread, whose jobs it owns and whose
+/// database operations form one transaction. It ends by Commit, Rollback or its destructor,
+/// whichever comes first, and is current no longer. An object belongs to the thread that made it.
+class BRISQ_API Request {
+ public:
+  /// What a request does to the database. Each may throw, but for `rollback`, whose errors are
+  /// noted and logged.
+  struct DatabaseHooks {
+    std::function<void()> begin;
+    std::function<void()> commit;
+    std::function<void()> rollback;
+  };
+
+  /// @param name  for logs and lists, for example "mailbox add"
+  /// @throws mgr_err::Error "internal" when the thread has a current request already
+  explicit Request(std::string name);
+  /// A request that was not committed is rolled back.
+  ~Request();
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+
+  /// The request that goes on on this thread, null when there is none.
+  static Request* Current() noexcept;
+
+  /// Does the jobs in the order of their construction (those that jobs add behind them included),
+  /// commits the database, lets the jobs forget what only an undo needed, makes the calls noted by
+  /// AfterCommit in their order, and hands the queued commands on. The request is current until
+  /// the database has been committed.
+  ///
+  /// A call after the commit that throws is logged and noted; the request stays committed.
+  ///
+  /// @throws mgr_err::Error "internal" when the request has ended; what a job or the database
+  /// throws: then everything has been rolled back as by Rollback
+  void Commit();
+
+  /// Takes back, in the reverse order in which they happened, the jobs that were done and the steps
+  /// told by OnRollback, then rolls the database back. A step that can't be taken back is logged
+  /// and noted, and the rest goes on. Calls and commands that wait for the commit are dropped. Does
+  /// nothing to a request that has ended.
+  void Rollback() noexcept;
+
+  /// Notes how to take back a step that has just been done outside of the job list. `undo` must
+  /// leave alone what somebody else has changed meanwhile; it may log or throw when it does. While
+  /// the request is rolled back nothing more is noted: what an undo does itself is final.
+  /// @param what  the step, for the note about an undo that fails: "line of u@example.org added"
+  void OnRollback(std::string what, std::function<void()> undo);
+
+  /// Notes a call for after the commit, dropped when the request fails.
+  /// @param what  the call, for the note about one that throws
+  void AfterCommit(std::string what, std::function<void()> call);
+
+  /// Queues a shell command for after the commit, dropped when the request fails.
+  void QueueCommand(std::string command);
+
+  /// Adds a text that the user who made the request should see.
+  void AddNote(std::string note);
+  /// The texts of AddNote, undo steps and calls after the commit that failed; also after the end.
+  const std::vector<std::string>& Notes() const noexcept { return notes_; }
+
+  const std::string& name() const noexcept { return name_; }
+  std::chrono::system_clock::time_point started() const noexcept { return started_; }
+
+  /// Sets how requests that begin from now on reach the database; a request keeps those that were
+  /// set when it began. Empty functions stand for no database. Any thread.
+  static void SetDatabaseHooks(DatabaseHooks hooks);
+  /// Begins the database transaction of this request if that has not happened. The database layer
+  /// calls it before each operation: a request that never touches the database has no transaction.
+  /// @throws what the hook `begin` throws; the next call tries again
+  void BeginDatabase();
+
+ private:
+  friend class mgr_job::Job;
+
+  enum class State { kOpen, kCommitting, kUndoing, kEnded };
+  struct Step {
+    std::string what;
+    std::function<void()> call;
+  };
+
+  void Enter(mgr_job::Job& job);
+  void Leave(const mgr_job::Job& job) noexcept;
+  void DoJobs();
+  void CommitDatabase();
+  void UndoSteps() noexcept;
+  void RollbackDatabase() noexcept;
+  void End() noexcept;
+  void MakeCallsAfterCommit() noexcept;
+  void Problem(const std::string& what, const std::string& reason) noexcept;
+  bool Attempt(const Step& step, const std::string& what) noexcept;
+
+  std::string name_;
+  std::chrono::system_clock::time_point started_;
+  std::shared_ptr<const DatabaseHooks> database_;
+  bool transaction_ = false;
+  State state_ = State::kOpen;
+  std::vector<mgr_job::Job*> jobs_;  // owned; a job that is being constructed is among them
+  std::vector<Step> done_;           // what has happened, oldest first, by its undo
+  std::vector<Step> after_commit_;
+  std::vector<std::string> commands_;
+  std::vector<std::string> notes_;
+};
