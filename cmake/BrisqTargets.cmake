@@ -25,19 +25,22 @@ function(brisq_host_library name)
 endfunction()
 
 # One GoogleTest program. Its tests are named PROGRAM/Suite.Test in CTest, so that two folders may have
-# suites of one name.
+# suites of one name. WITHOUT_HOST leaves out the test helpers, which link the host's libraries.
 function(brisq_test name)
-  cmake_parse_arguments(arg "" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "WITHOUT_HOST" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   brisq_see_host(${name})
-  brisq_link_existing(${name} ${arg_LIBRARIES} test_support)
+  brisq_link_existing(${name} ${arg_LIBRARIES})
+  if(NOT arg_WITHOUT_HOST)
+    brisq_link_existing(${name} test_support)
+  endif()
   target_link_libraries(${name} PRIVATE brisq_include GTest::gmock_main Threads::Threads)
   target_compile_definitions(${name} PRIVATE ${BRISQ_TEST_DEFINITIONS})
   if(BRISQ_PCH)
     target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h> <filesystem>
                               <functional> <map> <memory> <string> <thread> <vector>)
   endif()
-  if(TARGET email_dovecot)
+  if(TARGET email_dovecot AND "brisqpanel" IN_LIST arg_LIBRARIES)
     add_dependencies(${name} email_dovecot)
   endif()
   set_target_properties(${name} PROPERTIES
