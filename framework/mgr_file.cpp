@@ -1,0 +1,172 @@
+#include "mgr_file.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "framework/descriptor.h"
+#include "framework/file_error.h"
+
+namespace mgr_file {
+
+namespace {
+
+// A part of the way that is missing or no directory says that nothing exists at the path.
+bool SaysMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+
+bool IsMissing(const std::string& path, bool follow_links) {
+  struct stat status {};
+  const int result = follow_links ? ::stat(path.c_str(), &status) : ::lstat(path.c_str(), &status);
+  if (result == 0) {
+    return false;
+  }
+  if (!SaysMissing(errno)) {
+    throw FileError(path, follow_links ? "stat" : "lstat");
+  }
+  return true;
+}
+
+// Name of the call that failed, null when all is well.
+const char* SetAttributes(const std::string& path, const Attrs& attrs) {
+  const Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory) {
+    return "open";
+  }
+  // Owner before mode: chown may clear bits that chmod has set.
+  if (::fchown(directory.get(), attrs.uid, attrs.gid) != 0) {
+    return "chown";
+  }
+  return ::fchmod(directory.get(), attrs.mode) != 0 ? "chmod" : nullptr;
+}
+
+std::string ReadAll(int file, std::size_t expected, const std::string& path) {
+  std::string content;
+  // One byte more, so that the end of a file that did not grow is seen without another round.
+  content.resize(expected + 1);
+  for (std::size_t size = 0;;) {
+    const ssize_t got = ::read(file, content.data() + size, content.size() - size);
+    if (got < 0 && errno != EINTR) {
+      throw FileError(path, "read");
+    }
+    if (got == 0) {
+      content.resize(size);
+      return content;
+    }
+    size += got > 0 ? static_cast<std::size_t>(got) : 0;
+    if (size == content.size()) {
+      content.resize(2 * size);
+    }
+  }
+}
+
+}  // namespace
+
+bool Exists(const std::string& path) { return !IsMissing(path, true); }
+
+void MkDir(const std::string& path, const Attrs& attrs) {
+  if (::mkdir(path.c_str(), 0700) != 0) {
+    throw FileError(path, "mkdir");
+  }
+  if (const char* call = SetAttributes(path, attrs); call != nullptr) {
+    const mgr_err::Error error = FileError(path, call);
+    ::rmdir(path.c_str());
+    throw error;
+  }
+}
+
+std::string ConcatPath(const std::string& directory, const std::string& name) {
+  if (directory.empty()) {
+    return name;
+  }
+  const std::size_t last = directory.find_last_not_of('/');
+  const std::size_t length = last == std::string::npos ? 0 : last + 1;
+  return directory.substr(0, length) + "/" +
+         name.substr(std::min(name.find_first_not_of('/'), name.size()));
+}
+
+std::pair<std::string, std::string> SplitPath(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    return {"", path};
+  }
+  const std::size_t last = path.find_last_not_of('/', slash);
+  // Of the root directory nothing but its slash would be left.
+  return {last == std::string::npos ? "/" : path.substr(0, last + 1), path.substr(slash + 1)};
+}
+
+std::string ReadE(const std::string& path) {
+  // Without O_NONBLOCK a pipe at the path would hold the caller up until somebody opens its end.
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!file) {
+    throw FileError(path, "open");
+  }
+  if (::fstat(file.get(), &status) != 0) {
+    throw FileError(path, "fstat");
+  }
+  if (!S_ISREG(status.st_mode)) {
+    throw mgr_err::Error("file", path, "not a regular file");
+  }
+  return ReadAll(file.get(), static_cast<std::size_t>(status.st_size), path);
+}
+
+bool RemoveFile(const std::string& path) noexcept { return ::unlink(path.c_str()) == 0; }
+
+Info::Info(const std::string& path, int mode) : missed_(false) {
+  if (mode != 1 && mode != 2) {
+    throw mgr_err::Error("internal", "mgr_file::Info", "mode " + std::to_string(mode));
+  }
+  missed_ = IsMissing(path, mode == 2);
+}
+
+struct Dir::Handle {
+  explicit Handle(DIR* stream_) : stream(stream_) {}
+  ~Handle() { ::closedir(stream); }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  DIR* stream;
+};
+
+Dir::Dir(const std::string& path) : path_(path) {
+  if (DIR* stream = ::opendir(path.c_str()); stream != nullptr) {
+    handle_ = std::make_unique<Handle>(stream);
+  } else if (errno != ENOENT) {
+    throw FileError(path, "opendir");
+  }
+}
+
+Dir::~Dir() = default;
+
+bool Dir::Read() {
+  name_.clear();
+  while (handle_) {
+    errno = 0;
+    const dirent* entry = ::readdir(handle_->stream);
+    if (entry == nullptr) {
+      if (errno != 0) {
+        throw FileError(path_, "readdir");
+      }
+      handle_.reset();
+      return false;
+    }
+    name_ = entry->d_name;
+    if (name_ != "." && name_ != "..") {
+      return true;
+    }
+  }
+  name_.clear();
+  return false;
+}
+
+bool Dir::HasExt(const std::string& extension) const {
+  return name_.size() > extension.size() && name_.ends_with(extension);
+}
+
+std::string Dir::FullName() const { return ConcatPath(path_, name_); }
+
+}  // namespace mgr_file
