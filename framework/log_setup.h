@@ -17,9 +17,8 @@ struct Setup {
   int level = 4;
   /// Level by module name.
   std::map<std::string, int> levels = {};
-  /// Size in bytes that a log file does not outgrow, but for one message that is longer itself; 0
-  /// for no limit. At the limit NAME.log becomes NAME.log.1, NAME.log.1 becomes NAME.log.2, and so
-  /// on.
+  /// Size in bytes beyond which a message goes to a new file, 0 for none: NAME.log becomes
+  /// NAME.log.1, NAME.log.1 becomes NAME.log.2, and so on.
   std::size_t rotate_bytes = std::size_t{16} << 20;
   /// Number of full files kept beside NAME.log.
   unsigned keep = 5;

@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <sstream>
 
 #include "framework/log_setup.h"
+#include "str.h"
+#include "test.h"
 
 namespace support {
 
@@ -16,14 +17,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-LogLine Parse(const std::string& log, const std::string& line) {
-  static const std::regex form(R"(\S+ \d+ (\w+) (\S*): ([^\n]*))");
-  std::smatch part;
-  if (!std::regex_match(line, part, form)) {
-    ADD_FAILURE() << log << ".log has a line of another form: " << line;
-    return {log, "error", "", line};
+// TIME PROCESS LEVEL MODULE: TEXT
+LogLine Parse(const std::string& log, std::string line) {
+  const std::string whole = line;
+  const std::string time = str::GetWord(line);
+  std::string process = str::GetWord(line);
+  LogLine result{log, str::GetWord(line), {}, {}};
+  const std::size_t colon = line.find(": ");
+  if (time.empty() || !test::Numeric(process) || colon == std::string::npos) {
+    ADD_FAILURE() << log << ".log has a line of another form: " << whole;
+    return {log, "error", "", whole};
   }
-  return {log, part[1], part[2], part[3]};
+  result.module = line.substr(0, colon);
+  result.text = line.substr(colon + 2);
+  return result;
 }
 
 }  // namespace
