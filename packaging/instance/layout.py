@@ -1,7 +1,7 @@
 """Lays out a folder with a private Dovecot and a configuration of brisq for it.
 
     FOLDER/brisq.toml              configuration of brisq
-    FOLDER/ports.json              the five loopback ports
+    FOLDER/instance.json           the folder's own path and the five loopback ports
     FOLDER/bin/doveadm             doveadm of this server; dovecot-control starts and stops it
     FOLDER/dovecot/dovecot.conf    the server; local.conf beside it is included where it exists
     FOLDER/dovecot/users           the passwd-file, 0640 root:dovecot
@@ -121,8 +121,9 @@ class Layout:
         reason = unsuitable(self.folder)
         if reason:
             raise LayoutError(f"{self.folder} {reason}")
-        self._make_folders()
+        os.makedirs(self.folder, mode=0o755, exist_ok=True)
         self._choose_ports(ports)
+        self._make_folders()
         self._render_all(scheme, auth, reload_delay)
         self._make_users()
         self._make_certificate()
@@ -169,13 +170,20 @@ class Layout:
             os.chmod(self._path(name), 0o755)
 
     def _choose_ports(self, wanted):
-        record = self._path("ports.json")
+        record = self._path("instance.json")
         if os.path.exists(record):
-            with open(record, encoding="utf-8") as file:
-                wanted = json.load(file)
+            wanted = self._recorded(record)["ports"]
         self.ports = wanted if self.is_running() else free_ports(wanted)
         with open(record, "w", encoding="utf-8") as file:
-            json.dump(self.ports, file)
+            json.dump({"folder": self.folder, "ports": self.ports}, file)
+
+    def _recorded(self, record):
+        with open(record, encoding="utf-8") as file:
+            recorded = json.load(file)
+        if recorded["folder"] != self.folder:
+            raise LayoutError(f"{self.folder} was laid out as {recorded['folder']}, where its "
+                              "mailboxes keep their mail; put it back or remove it")
+        return recorded
 
     def _render_all(self, scheme, auth, reload_delay):
         values = {
