@@ -1,0 +1,245 @@
+#include "mgr_proc.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <ostream>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "framework/child_process.h"
+#include "framework/pump.h"
+#include "framework/secret_buffer.h"
+#include "mgr_cf.h"
+#include "mgr_err.h"
+#include "mgr_log.h"
+
+namespace mgr_proc {
+
+namespace {
+
+mgr_log::Module logger("proc", "dormel");
+
+constexpr int kShell = 2;
+constexpr int kNoShell = 3;
+
+constexpr int kOutOfTime = 124;
+constexpr int kNotStarted = 127;
+
+constexpr std::size_t kWholeInput = 65536;
+constexpr std::size_t kKeptOutput = std::size_t{64} << 20;
+constexpr std::size_t kKeptErrors = std::size_t{64} << 10;
+
+constexpr double kDefaultLimit = 60;
+constexpr double kLongestLimit = 365.0 * 24 * 3600;
+
+double LimitInSeconds() {
+  const std::string text = mgr_cf::GetParam("ExecTimeout");
+  double seconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
+  const bool usable = error == std::errc() && rest == end && seconds > 0;
+  return usable ? std::min(seconds, kLongestLimit) : kDefaultLimit;
+}
+
+std::vector<std::string> Words(const std::string& command, int mode) {
+  if (command.find('\0') != std::string::npos) {
+    throw std::system_error(EINVAL, std::generic_category(), "can't start a command with a NUL");
+  }
+  if (mode == kShell) {
+    // What follows "--" is the command line even when it begins with "-".
+    return {"/bin/sh", "-c", "--", command};
+  }
+  std::vector<std::string> words;
+  std::istringstream line(command);
+  for (std::string word; std::getline(line, word, ' ');) {
+    if (!word.empty()) {
+      words.push_back(word);
+    }
+  }
+  if (words.empty()) {
+    throw std::system_error(ENOENT, std::generic_category(), "can't start an empty command");
+  }
+  return words;
+}
+
+// Puts the input into the pipe as a whole. Half of it must never reach the child: it could not tell
+// it from the whole.
+void Fill(const Pipe& pipe, std::string_view input) {
+  const int end = pipe.write.get();
+  const int size = static_cast<int>(input.size());
+  if (::fcntl(end, F_GETPIPE_SZ) < size) {
+    ::fcntl(end, F_SETPIPE_SZ, size);
+  }
+  ::fcntl(end, F_SETFL, O_NONBLOCK);
+  while (!input.empty()) {
+    const ssize_t written = ::write(end, input.data(), input.size());
+    if (written < 0 && errno != EINTR) {
+      throw std::system_error(errno, std::generic_category(), "can't hold the command's input");
+    }
+    input.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+  }
+}
+
+std::string OutOfTime(double limit) {
+  std::ostringstream text;
+  text << "no answer in " << limit << " s, ended";
+  return text.str();
+}
+
+std::chrono::steady_clock::time_point DeadlineAfter(double seconds) {
+  return std::chrono::steady_clock::now() +
+         std::chrono::microseconds(static_cast<std::int64_t>(seconds * 1e6));
+}
+
+}  // namespace
+
+class Execute::Run {
+ public:
+  Run(std::string command, int mode)
+      : command_(std::move(command)), mode_(mode), output_(kKeptOutput), errors_(kKeptErrors) {}
+
+  int mode() const { return mode_; }
+  std::ostream& in() { return in_; }
+
+  int Result();
+  std::string Str();
+
+ private:
+  void Start();
+  int RunChild();
+  int Watch(Child& child, Pump& pump);
+  void LogErrors(pid_t pid) const;
+  void LogLoss(pid_t pid) const;
+
+  std::string command_;
+  int mode_;
+  SecretBuffer input_;
+  std::ostream in_{&input_};
+  bool started_ = false;
+  int result_ = kNotStarted;
+  Sink output_;
+  Sink errors_;
+  std::string remark_;  // what the child could not say itself
+};
+
+int Execute::Run::Result() {
+  if (!started_) {
+    started_ = true;
+    Start();
+  }
+  return result_;
+}
+
+std::string Execute::Run::Str() {
+  const bool with_errors = Result() != 0 && mode_ == kNoShell;
+  std::string text = with_errors ? output_.Text() + errors_.Text() : output_.Text();
+  if (!remark_.empty() && !text.empty() && text.back() != '\n') {
+    text += '\n';
+  }
+  return text + remark_;
+}
+
+void Execute::Run::Start() {
+  input_.Close();
+  try {
+    result_ = RunChild();
+  } catch (const std::system_error& error) {
+    remark_ = error.what();
+  }
+  input_.Wipe();
+}
+
+int Execute::Run::RunChild() {
+  const std::vector<std::string> words = Words(command_, mode_);
+  Pipe in = Pipe::Make();
+  Pipe out = Pipe::Make();
+  Pipe err = Pipe::Make();
+  if (input_.Text().size() <= kWholeInput) {
+    Fill(in, input_.Text());
+    in.write.Close();
+    input_.Wipe();
+  }
+  Child child(words, in.read.get(), out.write.get(), err.write.get());
+  in.read.Close();
+  out.write.Close();
+  err.write.Close();
+  if (logger.Check(mgr_log::kDebug)) {
+    logger.Write(mgr_log::kDebug, "child %d: %s", child.pid(), command_.c_str());
+  }
+  Pump pump(std::move(in.write), input_, {std::move(out.read), &output_},
+            {std::move(err.read), &errors_});
+  const int result = Watch(child, pump);
+  LogErrors(child.pid());
+  LogLoss(child.pid());
+  return result;
+}
+
+int Execute::Run::Watch(Child& child, Pump& pump) {
+  const double limit = LimitInSeconds();
+  if (!pump.RunUntilEnd(child.pidfd(), DeadlineAfter(limit))) {
+    child.Kill();
+    remark_ = OutOfTime(limit);
+    return kOutOfTime;
+  }
+  const int status = child.Collect();
+  child.EndGroup();
+  pump.Drain();
+  if (status == Child::kStatusTaken) {
+    remark_ = "exit status taken by another part of the program";
+  }
+  return status;
+}
+
+void Execute::Run::LogErrors(pid_t pid) const {
+  if (mode_ != kShell || !logger.Check(mgr_log::kWarning)) {
+    return;
+  }
+  std::istringstream lines(errors_.Text());
+  for (std::string line; std::getline(lines, line);) {
+    logger.Write(mgr_log::kWarning, "child %d: %s", pid, line.c_str());
+  }
+  if (errors_.dropped() > 0) {
+    logger.Write(mgr_log::kWarning, "child %d: %zu bytes of standard error dropped", pid,
+                 errors_.dropped());
+  }
+}
+
+// Worth a line, since the caller takes what is left for the whole.
+void Execute::Run::LogLoss(pid_t pid) const {
+  if (output_.dropped() > 0 && logger.Check(mgr_log::kWarning)) {
+    logger.Write(mgr_log::kWarning, "child %d: %zu bytes of standard output dropped", pid,
+                 output_.dropped());
+  }
+}
+
+Execute::Execute(const std::string& command, int mode) {
+  if (mode != kShell && mode != kNoShell) {
+    throw mgr_err::Error("internal", "mgr_proc::Execute",
+                         "mode must be 2 or 3, not " + std::to_string(mode));
+  }
+  run_ = std::make_unique<Run>(command, mode);
+}
+
+Execute::~Execute() = default;
+
+std::ostream& Execute::In() {
+  if (run_->mode() == kShell) {
+    throw mgr_err::Error("internal", "mgr_proc::Execute", "mode 2 has no input");
+  }
+  return run_->in();
+}
+
+int Execute::Result() { return run_->Result(); }
+
+std::string Execute::Str() { return run_->Str(); }
+
+}  // namespace mgr_proc
