@@ -113,6 +113,10 @@ class BRISQ_API ConfDataSet : public virtual dd::Record {
 
  private:
   friend class ConfRef;
+  void Attach(std::unique_ptr<ConfView> view);
+  ConfView& View() const;
+  [[noreturn]] void RefuseNoName() const;
+
   ConfDataSet* parent_;
   std::unique_ptr<ConfView> view_;
 };

@@ -1,0 +1,170 @@
+#include "framework/conf_change.h"
+
+#include <algorithm>
+
+#include "framework/conf_line.h"
+#include "mgr_err.h"
+
+namespace {
+
+std::string NameIn(const std::string& text, char separator) {
+  return text.substr(0, text.find(separator));
+}
+
+}  // namespace
+
+ConfChange::ConfChange(Kind kind, Target target, unsigned long columns)
+    : kind_(kind), target_(std::move(target)), columns_(columns), before_(target_.text) {}
+
+ConfChange ConfChange::Add(std::string name, std::string text) {
+  ConfChange change(Kind::kAdd, {std::move(name), {}, {}, ConfDocument::kNone}, 0);
+  change.after_ = std::move(text);
+  return change;
+}
+
+ConfChange ConfChange::Set(Target target, unsigned long columns, Values values) {
+  ConfChange change(Kind::kSet, std::move(target), columns);
+  change.values_ = std::move(values);
+  return change;
+}
+
+ConfChange ConfChange::Remove(Target target, unsigned long columns) {
+  return ConfChange(Kind::kRemove, std::move(target), columns);
+}
+
+ConfChange ConfChange::Reverse() const {
+  ConfChange change(Kind::kRestore, target_, columns_);
+  change.before_ = after_;
+  change.after_ = before_;
+  change.end_ = end_;
+  return change;
+}
+
+void ConfChange::Apply(const std::shared_ptr<ConfDocument>& document) {
+  undo_.clear();
+  switch (kind_) {
+    case Kind::kAdd:
+      ApplyAdd(*document, after_);
+      break;
+    case Kind::kSet:
+    case Kind::kRemove:
+      ApplySet(*document);
+      break;
+    case Kind::kRestore:
+      ApplyRestore(*document);
+      break;
+  }
+  target_.document = document;
+}
+
+void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
+  if (document.FindNamed(target_.name) != ConfDocument::kNone) {
+    throw mgr_err::Error("exists", "name", target_.name);
+  }
+  const Line last = document.Last();
+  const std::string_view end = document.LineEnd();
+  const Line line = document.Extend();
+  if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
+    Put(document, last, std::string(document.Text(last)).append(end));
+  }
+  Put(document, line, text + std::string(end));
+  target_.line = line;
+}
+
+void ConfChange::ApplySet(ConfDocument& document) {
+  const Line line = FindTarget(document);
+  before_ = document.Text(line);
+  target_.line = line;
+  if (kind_ == Kind::kRemove) {
+    const std::string_view raw = document.Raw(line);
+    end_ = raw.substr(raw.size() - conf_line::EndLength(raw));
+    after_.clear();
+    Put(document, line, {});
+    return;
+  }
+  const char separator = document.Syntax().separator;
+  after_ = conf_line::WithColumns(before_, separator, columns_, values_);
+  if (after_ == before_) return;
+  const std::string name = NameIn(after_, separator);
+  if (name != document.Name(line) && document.FindNamed(name) != ConfDocument::kNone) {
+    throw mgr_err::Error("exists", "name", name);
+  }
+  Replace(document, line, after_);
+}
+
+mgr_err::Error ConfChange::TooLate() const {
+  return mgr_err::Error("later", target_.name, "not undone: changed since");
+}
+
+void ConfChange::ApplyRestore(ConfDocument& document) {
+  if (before_.empty()) return Revive(document);
+  const Line line = FindExact(document);
+  if (line == ConfDocument::kNone) throw TooLate();
+  const std::string name = NameIn(after_, document.Syntax().separator);
+  const bool renames = name != document.Name(line);
+  if (renames && document.FindNamed(name) != ConfDocument::kNone) throw TooLate();
+  target_.line = line;
+  Replace(document, line, after_);
+}
+
+void ConfChange::Revive(ConfDocument& document) {
+  if (document.FindNamed(target_.name) != ConfDocument::kNone) throw TooLate();
+  const bool own_place = target_.document.lock().get() == &document;
+  if (!own_place || !document.Raw(target_.line).empty()) return ApplyAdd(document, after_);
+  Put(document, target_.line, after_ + (end_.empty() ? std::string(document.LineEnd()) : end_));
+}
+
+ConfChange::Line ConfChange::FindTarget(const ConfDocument& document) const {
+  const bool own_place = target_.document.lock().get() == &document;
+  if (own_place && target_.line < document.Lines() && document.Name(target_.line) == target_.name &&
+      document.IsRecord(target_.line, columns_)) {
+    return target_.line;
+  }
+  // Of several lines with the name, the one whose text is still that of the line looked at.
+  for (const Line line : document.AllNamed(target_.name)) {
+    if (document.Text(line) == before_ && document.IsRecord(line, columns_)) return line;
+  }
+  const Line line = document.FindRecord(target_.name, columns_);
+  if (line == ConfDocument::kNone) throw mgr_err::Error("missed", "name", target_.name);
+  return line;
+}
+
+ConfChange::Line ConfChange::FindExact(const ConfDocument& document) const {
+  const auto same_name = document.AllNamed(NameIn(before_, document.Syntax().separator));
+  const auto same = std::find_if(same_name.begin(), same_name.end(),
+                                 [&](Line line) { return document.Text(line) == before_; });
+  return same == same_name.end() ? ConfDocument::kNone : *same;
+}
+
+void ConfChange::Put(ConfDocument& document, Line line, std::string raw) {
+  undo_.emplace_back(line, std::string(document.Raw(line)));
+  document.Put(line, std::move(raw));
+}
+
+void ConfChange::Replace(ConfDocument& document, Line line, const std::string& text) {
+  if (text.empty()) return Put(document, line, {});
+  const std::string_view raw = document.Raw(line);
+  Put(document, line, text + std::string(raw.substr(raw.size() - conf_line::EndLength(raw))));
+}
+
+void ConfChange::Undo(ConfDocument& document) {
+  for (auto step = undo_.rbegin(); step != undo_.rend(); ++step) {
+    document.Put(step->first, std::move(step->second));
+  }
+  undo_.clear();
+}
+
+std::string ConfChange::Words() const {
+  const std::string line = "line of " + target_.name;
+  switch (kind_) {
+    case Kind::kAdd:
+      return line + " added";
+    case Kind::kSet:
+      return line + " changed";
+    case Kind::kRemove:
+      return line + " removed";
+    case Kind::kRestore:
+      break;
+  }
+  return line + " restored";
+}

@@ -1,0 +1,178 @@
+#include "conf_dataset.h"
+
+#include <algorithm>
+
+#include "framework/conf_change.h"
+#include "framework/conf_document.h"
+#include "framework/conf_line.h"
+#include "framework/conf_view.h"
+#include "mgr_err.h"
+
+ConfDataSet::ConfDataSet(ConfDataSet* parent) : parent_(parent) {}
+
+ConfDataSet::~ConfDataSet() = default;
+
+void ConfDataSet::Attach(std::unique_ptr<ConfView> view) { view_ = std::move(view); }
+
+ConfView& ConfDataSet::View() const {
+  if (!view_) throw mgr_err::Error("internal", RsName(), "a dataset without a file");
+  return *view_;
+}
+
+dd::RecordCache& ConfDataSet::GetCache() { return View(); }
+
+dd::RecordCache* ConfDataSet::getCache(int level) {
+  ConfDataSet* dataset = this;
+  for (int step = 0; step < level && dataset != nullptr; ++step) dataset = dataset->parent_;
+  if (dataset == nullptr || level < 0) {
+    throw mgr_err::Error("internal", RsName(), "no parent " + std::to_string(level));
+  }
+  return &dataset->GetCache();
+}
+
+ConfAllocation* ConfDataSet::getAlloc() { return View().Allocation(); }
+
+const mgr_token::Params* ConfDataSet::getParams() { return View().Params(); }
+
+ConfSrc* ConfDataSet::getConfig() { return View().Source(); }
+
+void ConfDataSet::RawRead(int offset, ConfSrc* source, ConfAllocation* allocation) {
+  const auto begin = static_cast<std::size_t>(std::max(offset, 0));
+  if (begin >= source->bytes.size()) return;
+  const auto bytes = std::make_shared<ConfBytes>(source->bytes.substr(begin));
+  const ConfDocument document(bytes, *getParams());
+  const unsigned long columns = Fields().size();
+  std::size_t at = begin;
+  for (ConfDocument::Line line = 0; line < document.Lines(); ++line) {
+    if (document.IsRecord(line, columns)) {
+      allocation->lines.emplace_back(at, document.Text(line).size());
+    }
+    at += document.Raw(line).size();
+  }
+}
+
+void ConfDataSet::onBeforeNew() {}
+
+void ConfDataSet::onBeforePost() {}
+
+void ConfDataSet::onBeforeDelete() {}
+
+void ConfDataSet::onAfterNew() {}
+
+void ConfDataSet::onAfterPost() {}
+
+void ConfDataSet::onAfterDelete() {}
+
+ConfDataSet* ConfDataSet::Base() { return parent_ == nullptr ? this : parent_->Base(); }
+
+void ConfDataSet::Modify() {
+  if (IsNew()) {
+    Columns columns(SetValues().begin(), SetValues().end());
+    std::string text = NewRecord(columns);
+    const auto name = std::find_if(columns.begin(), columns.end(),
+                                   [](const auto& column) { return column.first == 1; });
+    if (name == columns.end() || name->second.empty()) RefuseNoName();
+    MoveTo(View().Make(ConfChange::Add(name->second, std::move(text)), true));
+    return;
+  }
+  if (const auto name = SetValues().find(1); name != SetValues().end() && name->second.empty()) {
+    RefuseNoName();
+  }
+  MoveTo(
+      View().Make(ConfChange::Set(View().TargetAt(Current()), Fields().size(), SetValues()), true));
+}
+
+void ConfDataSet::RefuseNoName() const {
+  throw mgr_err::Error("value", Fields().empty() ? RsName() : Fields().front()->Name(),
+                       "must not be empty");
+}
+
+void ConfDataSet::Post(const std::string& place) {
+  try {
+    if (!place.empty()) throw mgr_err::Error("value", "place", "must be empty");
+    onBeforePost();
+    Modify();
+  } catch (...) {
+    // What was refused must not be posted with the next change.
+    MoveTo(Current());
+    throw;
+  }
+  onAfterPost();
+}
+
+void ConfDataSet::Delete() { _Delete(false); }
+
+void ConfDataSet::_Delete(bool save) {
+  onBeforeDelete();
+  const dd::RecordPtr place = Current();
+  View().Make(ConfChange::Remove(View().TargetAt(place), Fields().size()), save);
+  // The place of the removed line stays, so that the walk goes on with the one that followed.
+  MoveTo(place);
+  onAfterDelete();
+}
+
+std::string ConfDataSet::FieldValue(const std::string& name, const std::string& value) {
+  const auto field = std::find_if(Fields().begin(), Fields().end(),
+                                  [&](const dd::Field* known) { return known->Name() == name; });
+  if (field == Fields().end()) throw mgr_err::Error("internal", RsName(), "no field " + name);
+  GetCache().CheckValue((*field)->Column(), name, value);
+  return value;
+}
+
+std::string ConfDataSet::FieldPrefix(const std::string& name) {
+  const bool first = !Fields().empty() && Fields().front()->Name() == name;
+  return first ? std::string() : std::string(1, getParams()->separator);
+}
+
+std::string ConfDataSet::FieldSuffix(const std::string&) { return {}; }
+
+std::string ConfDataSet::NewField(const std::string& name, const std::string& value) {
+  return FieldPrefix(name) + FieldValue(name, value) + FieldSuffix(name);
+}
+
+std::string ConfDataSet::NewRecordTemplate() {
+  Columns none;
+  return NewRecord(none);
+}
+
+void ConfDataSet::Erase(unsigned long column) { SetField(column, {}); }
+
+HeadDataSet::HeadDataSet() : ConfDataSet(nullptr) {}
+
+HeadDataSet::~HeadDataSet() = default;
+
+void HeadDataSet::Drop() { delete this; }
+
+ConfDataSet* HeadDataSet::Base() { return this; }
+
+UnixDataSet::UnixDataSet() : ConfDataSet(nullptr) {}
+
+UnixDataSet::~UnixDataSet() = default;
+
+void UnixDataSet::Parse(Cf line) {
+  const unsigned long columns = Fields().size();
+  const char separator = getParams()->separator;
+  for (unsigned long column = 1; column <= columns; ++column) {
+    SetField(column, std::string(conf_line::Column(line.line, separator, columns, column)));
+  }
+}
+
+std::string UnixDataSet::NewRecord(Columns& columns) {
+  std::string line;
+  for (const dd::Field* field : Fields()) {
+    auto value = std::find_if(columns.begin(), columns.end(),
+                              [&](const auto& column) { return column.first == field->Column(); });
+    if (value == columns.end()) {
+      value = columns.emplace(columns.end(), field->Column(), DummyString());
+    }
+    line += NewField(field->Name(), value->second);
+  }
+  return line;
+}
+
+std::string UnixDataSet::DummyString() const { return {}; }
+
+std::shared_ptr<mgr_token::Params> UnixConfParams() {
+  static const auto params = std::make_shared<mgr_token::Params>();
+  return params;
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "brisq_export.h"
+#include "framework/conf_file.h"
+
+/// While it lives, posts of its thread return when the change is in the document, and a save makes
+/// many of them durable together: for imports and for walks that change many lines.
+///
+/// Saves are made at the end of the scope, and in between by the first use of a cursor on this
+/// thread that comes a second or more after the last one. An inner scope does nothing of its own.
+class BRISQ_API DeferSaves {
+ public:
+  DeferSaves();
+  /// Saves what is not saved yet; an error is logged, for one that must be known call Save before.
+  ~DeferSaves();
+  DeferSaves(const DeferSaves&) = delete;
+  DeferSaves& operator=(const DeferSaves&) = delete;
+
+  /// Saves now.
+  /// @throws the first error of a change since the last call or the last post that threw one: such
+  /// a change is not in the file
+  void Save();
+
+  /// Saves when the thread has a scope and its time has come. Errors are kept for the next Save or
+  /// post.
+  static void Look() noexcept;
+  /// Saves a change that was applied, or notes it for the thread's scope.
+  /// @throws as ConfFile::Save; in a scope as Save, for an earlier change
+  static void SaveOrNote(const std::shared_ptr<ConfFile>& file,
+                         const std::shared_ptr<ConfFile::Waiting>& waiting);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void SaveNoted() noexcept;
+  void SaveOne(ConfFile& file) noexcept;
+  void Throw();
+
+  bool outermost_;
+  Clock::time_point last_save_ = Clock::now();
+  std::vector<std::pair<std::shared_ptr<ConfFile>, std::shared_ptr<ConfFile::Waiting>>> noted_;
+  std::exception_ptr error_;
+};

@@ -1,0 +1,250 @@
+#include "framework/conf_document.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include "framework/conf_line.h"
+#include "mgr_err.h"
+
+namespace {
+
+constexpr std::size_t kMostLines = 4'000'000'000;
+
+// Number of lines to expect, judged by the beginning of the file.
+std::size_t GuessLines(std::string_view bytes) {
+  constexpr std::size_t kSample = std::size_t{64} << 10;
+  const std::string_view sample = bytes.substr(0, kSample);
+  const auto lines = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\n')) + 1;
+  return sample.size() < kSample ? lines : lines * (bytes.size() / kSample + 1) * 17 / 16;
+}
+
+const char* FindByte(const char* from, const char* end, char byte) {
+  const void* found = std::memchr(from, byte, static_cast<std::size_t>(end - from));
+  return found == nullptr ? end : static_cast<const char*>(found);
+}
+
+}  // namespace
+
+ConfDocument::ConfDocument(std::shared_ptr<const ConfBytes> bytes, mgr_token::Params params)
+    : params_(std::move(params)), bytes_(std::move(bytes)), index_(0) {
+  FindLines();
+  BuildIndex();
+}
+
+void ConfDocument::FindLines() {
+  const std::string_view bytes = bytes_->View();
+  if (bytes.empty()) return;
+  begins_.reserve(GuessLines(bytes));
+  const char* const end = bytes.data() + bytes.size();
+  for (const char* at = bytes.data(); at < end; at = FindByte(at, end, '\n') + 1) {
+    begins_.push_back(static_cast<std::uint64_t>(at - bytes.data()));
+  }
+  if (begins_.size() > kMostLines) throw mgr_err::Error("limit", "lines", "too many in one file");
+}
+
+void ConfDocument::BuildIndex() {
+  // Hashes run ahead of the entries, so that the table's memory is on its way when it is needed.
+  constexpr std::size_t kAhead = 16;
+  std::array<std::pair<Line, std::uint32_t>, kAhead> ring;
+  std::size_t hashed = 0;
+  std::size_t entered = 0;
+  index_ = ConfIndex(begins_.size());
+  for (Line line = 0; line < Lines(); ++line) {
+    const std::string_view name = Name(line);
+    if (name.empty()) continue;
+    if (hashed - entered == kAhead) {
+      const auto& oldest = ring[entered++ % kAhead];
+      Enter(oldest.first, oldest.second);
+    }
+    ring[hashed++ % kAhead] = {line, ConfIndex::Hash(name)};
+    index_.Prefetch(ring[(hashed - 1) % kAhead].second);
+  }
+  for (; entered < hashed; ++entered) {
+    Enter(ring[entered % kAhead].first, ring[entered % kAhead].second);
+  }
+}
+
+void ConfDocument::Enter(Line line, std::uint32_t hash) {
+  const std::string_view name = Name(line);
+  const Line first = index_.Find(hash, [&](Line other) { return Name(other) == name; });
+  if (first == kNone) {
+    index_.Insert(hash, line);
+    return;
+  }
+  std::vector<Line>& rest = same_name_[first];
+  if (line > first) {
+    rest.insert(std::upper_bound(rest.begin(), rest.end(), line), line);
+    return;
+  }
+  rest.insert(rest.begin(), first);
+  auto node = same_name_.extract(first);
+  node.key() = line;
+  same_name_.insert(std::move(node));
+  index_.Replace(hash, first, line);
+}
+
+void ConfDocument::Leave(Line line) {
+  const std::string_view name = Name(line);
+  if (name.empty()) return;
+  const std::uint32_t hash = ConfIndex::Hash(name);
+  const Line first = index_.Find(hash, [&](Line other) { return Name(other) == name; });
+  auto node = same_name_.extract(first);
+  if (node.empty()) {
+    index_.Erase(hash, line);
+    return;
+  }
+  std::vector<Line>& rest = node.mapped();
+  if (line == first) {
+    node.key() = rest.front();
+    index_.Replace(hash, first, rest.front());
+    rest.erase(rest.begin());
+  } else {
+    rest.erase(std::lower_bound(rest.begin(), rest.end(), line));
+  }
+  if (!rest.empty()) same_name_.insert(std::move(node));
+}
+
+std::uint64_t ConfDocument::Begin(Line line) const noexcept {
+  const std::uint64_t entry = begins_[line];
+  return (entry & kEdited) == 0 ? entry : edits_[entry & ~kEdited].begin;
+}
+
+std::uint64_t ConfDocument::End(Line line) const noexcept {
+  return line + 1 < Lines() ? Begin(line + 1) : bytes_->size();
+}
+
+std::string_view ConfDocument::Raw(Line line) const noexcept {
+  const std::uint64_t entry = begins_[line];
+  if ((entry & kEdited) != 0) return edits_[entry & ~kEdited].raw;
+  return bytes_->View().substr(entry, End(line) - entry);
+}
+
+std::string_view ConfDocument::Text(Line line) const noexcept {
+  std::string_view text = Raw(line);
+  text.remove_suffix(conf_line::EndLength(text));
+  return text;
+}
+
+std::string_view ConfDocument::NameOf(std::string_view raw) const noexcept {
+  if (raw.empty() || raw.front() == params_.separator) return {};
+  if (params_.comment.find(raw.front()) != std::string::npos) return {};
+  const char* const end = raw.data() + raw.size();
+  const char* const separator = FindByte(raw.data(), end, params_.separator);
+  if (separator == end) raw.remove_suffix(conf_line::EndLength(raw));
+  return raw.substr(0, static_cast<std::size_t>(separator - raw.data()));
+}
+
+std::string_view ConfDocument::Name(Line line) const noexcept { return NameOf(Raw(line)); }
+
+bool ConfDocument::IsRecord(Line line, unsigned long columns) const noexcept {
+  return !Name(line).empty() && conf_line::HasColumns(Raw(line), params_.separator, columns);
+}
+
+ConfDocument::Line ConfDocument::NextRecord(Line line, unsigned long columns) const noexcept {
+  while (line < Lines() && !IsRecord(line, columns)) ++line;
+  return line < Lines() ? line : kNone;
+}
+
+ConfDocument::Line ConfDocument::FindNamed(std::string_view name) const {
+  if (name.empty()) return kNone;
+  return index_.Find(ConfIndex::Hash(name), [&](Line line) { return Name(line) == name; });
+}
+
+ConfDocument::Line ConfDocument::FindRecord(std::string_view name, unsigned long columns) const {
+  const Line first = FindNamed(name);
+  if (first == kNone || IsRecord(first, columns)) return first;
+  const auto rest = same_name_.find(first);
+  if (rest == same_name_.end()) return kNone;
+  const auto record = std::find_if(rest->second.begin(), rest->second.end(),
+                                   [&](Line line) { return IsRecord(line, columns); });
+  return record == rest->second.end() ? kNone : *record;
+}
+
+std::vector<ConfDocument::Line> ConfDocument::AllNamed(std::string_view name) const {
+  const Line first = FindNamed(name);
+  if (first == kNone) return {};
+  std::vector<Line> all{first};
+  if (const auto rest = same_name_.find(first); rest != same_name_.end()) {
+    all.insert(all.end(), rest->second.begin(), rest->second.end());
+  }
+  return all;
+}
+
+ConfDocument::Edit& ConfDocument::EditOf(Line line) {
+  if ((begins_[line] & kEdited) == 0) {
+    edits_.push_back({begins_[line], line, std::string(Raw(line))});
+    edited_bytes_ += edits_.back().raw.size();
+    begins_[line] = kEdited | (edits_.size() - 1);
+  }
+  return edits_[begins_[line] & ~kEdited];
+}
+
+void ConfDocument::Put(Line line, std::string raw) {
+  Leave(line);
+  Edit& edit = EditOf(line);
+  edited_bytes_ += raw.size() - edit.raw.size();
+  edit.raw = std::move(raw);
+  if (const std::string_view name = Name(line); !name.empty()) Enter(line, ConfIndex::Hash(name));
+}
+
+ConfDocument::Line ConfDocument::Extend() {
+  if (begins_.size() >= kMostLines) throw mgr_err::Error("limit", "lines", "too many in one file");
+  edits_.push_back({bytes_->size(), Lines(), {}});
+  begins_.push_back(kEdited | (edits_.size() - 1));
+  return Lines() - 1;
+}
+
+ConfDocument::Line ConfDocument::Last() const noexcept {
+  Line line = Lines();
+  while (line > 0 && Raw(line - 1).empty()) --line;
+  return line > 0 ? line - 1 : kNone;
+}
+
+std::string_view ConfDocument::LineEnd() const noexcept {
+  for (Line line = 0; line < Lines(); ++line) {
+    if (const std::string_view raw = Raw(line); !raw.empty()) {
+      return raw.ends_with("\r\n") ? "\r\n" : "\n";
+    }
+  }
+  return "\n";
+}
+
+std::vector<const ConfDocument::Edit*> ConfDocument::EditsInOrder() const {
+  std::vector<const Edit*> edits;
+  edits.reserve(edits_.size());
+  for (const Edit& edit : edits_) edits.push_back(&edit);
+  std::sort(edits.begin(), edits.end(),
+            [](const Edit* left, const Edit* right) { return left->line < right->line; });
+  return edits;
+}
+
+ConfSnapshot ConfDocument::Snapshot() const {
+  ConfSnapshot snapshot{bytes_, std::make_unique<char[]>(edited_bytes_), {}};
+  char* copy = snapshot.changed.get();
+  std::uint64_t done = 0;
+  const auto take_up_to = [&](std::uint64_t end) {
+    if (end > done) snapshot.pieces.push_back(bytes_->View().substr(done, end - done));
+  };
+  for (const Edit* edit : EditsInOrder()) {
+    take_up_to(edit->begin);
+    done = End(edit->line);
+    if (edit->raw.empty()) continue;
+    snapshot.pieces.emplace_back(copy, edit->raw.size());
+    copy = std::copy(edit->raw.begin(), edit->raw.end(), copy);
+  }
+  take_up_to(bytes_->size());
+  return snapshot;
+}
+
+std::string ConfDocument::Print() const {
+  std::string text;
+  for (const std::string_view piece : Snapshot().pieces) text += piece;
+  return text;
+}
+
+bool ConfDocument::IsWorn() const noexcept {
+  constexpr std::size_t kFree = std::size_t{1} << 20;
+  return edited_bytes_ + edits_.size() * sizeof(Edit) > bytes_->size() / 2 + kFree;
+}

@@ -1,0 +1,230 @@
+#include "framework/conf_file.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "framework/conf_lock.h"
+#include "mgr_err.h"
+
+ConfFile::ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration)
+    : path_(std::move(path)), configuration_(std::move(configuration)) {}
+
+ConfFile::Reading ConfFile::Read() const {
+  std::shared_lock lock(mutex_);
+  return {std::move(lock), document_};
+}
+
+ConfFile::Reading ConfFile::ReadCurrent() {
+  Refresh();
+  return Read();
+}
+
+void ConfFile::StartWork(Lock& lock, Work work) {
+  work_ended_.wait(lock, [this] { return work_ == Work::kNone; });
+  work_ = work;
+}
+
+void ConfFile::EndWork() {
+  work_ = Work::kNone;
+  work_ended_.notify_all();
+}
+
+bool ConfFile::IsCurrent() const {
+  const ConfStamp now = StampAt(path_);
+  const std::shared_lock lock(mutex_);
+  // A save takes over what others have changed, and who only reads need not wait for it.
+  return document_ && (now == stamp_ || work_ == Work::kSaving);
+}
+
+void ConfFile::Refresh() {
+  if (IsCurrent()) return;
+  Lock lock(mutex_);
+  work_ended_.wait(lock, [this] { return work_ != Work::kReading; });
+  if (document_ && (work_ == Work::kSaving || StampAt(path_) == stamp_)) return;
+  StartWork(lock, Work::kReading);
+  try {
+    lock.unlock();
+    const ConfContent content = ReadFile();
+    lock.lock();
+    if (content.bytes) TakeOver(content);
+  } catch (...) {
+    if (!lock.owns_lock()) lock.lock();
+    EndWork();
+    throw;
+  }
+  EndWork();
+}
+
+ConfContent ConfFile::ReadFile() const {
+  const auto end = std::chrono::steady_clock::now() + ConfWaitLimit();
+  for (;;) {
+    ConfContent content = ReadAt(AT_FDCWD, path_, path_);
+    // Half of somebody's edit is never taken for the file; what was read before serves until the
+    // edit is whole.
+    if (content.bytes || document_) return content;
+    if (std::chrono::steady_clock::now() >= end) {
+      throw mgr_err::Error("locked", path_, "somebody is writing into it");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+}
+
+void ConfFile::TakeOver(const ConfContent& content) {
+  document_ = std::make_shared<ConfDocument>(content.bytes, configuration_->Syntax());
+  stamp_ = content.stamp;
+  ApplyWaiting();
+}
+
+void ConfFile::ApplyWaiting() {
+  std::deque<std::shared_ptr<Waiting>> kept;
+  std::size_t saving = 0;
+  for (std::size_t at = 0; at < waiting_.size(); ++at) {
+    const std::shared_ptr<Waiting>& waiting = waiting_[at];
+    try {
+      waiting->change.Apply(document_);
+      kept.push_back(waiting);
+      if (at < saving_) ++saving;
+    } catch (...) {
+      waiting->error = std::current_exception();
+      waiting->made = false;
+      waiting->settled = true;
+    }
+  }
+  waiting_ = std::move(kept);
+  saving_ = saving;
+}
+
+std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change) {
+  Refresh();
+  auto waiting = std::make_shared<Waiting>(std::move(change));
+  const Lock lock(mutex_);
+  waiting->change.Apply(document_);
+  waiting_.push_back(waiting);
+  return waiting;
+}
+
+void ConfFile::Save(const std::shared_ptr<Waiting>& waiting) {
+  Lock lock(mutex_);
+  work_ended_.wait(lock, [&] { return waiting->settled || work_ == Work::kNone; });
+  if (!waiting->settled) Lead(lock);
+  if (waiting->error) std::rethrow_exception(waiting->error);
+}
+
+std::exception_ptr ConfFile::ErrorOf(const Waiting& waiting) const {
+  const std::shared_lock lock(mutex_);
+  return waiting.error;
+}
+
+void ConfFile::SaveAll() {
+  Lock lock(mutex_);
+  work_ended_.wait(lock, [&] { return work_ == Work::kNone; });
+  if (!waiting_.empty()) Lead(lock);
+}
+
+void ConfFile::TakeBack(const Waiting& waiting) {
+  std::optional<ConfChange> reverse;
+  {
+    const std::shared_lock lock(mutex_);
+    if (waiting.made) reverse = waiting.change.Reverse();
+  }
+  if (reverse) Save(Apply(std::move(*reverse)));
+}
+
+bool ConfFile::HasWaiting() const {
+  const std::shared_lock lock(mutex_);
+  return !waiting_.empty();
+}
+
+void ConfFile::Lead(Lock& lock) {
+  StartWork(lock, Work::kSaving);
+  saving_ = waiting_.size();
+  std::optional<ConfCache::SaveReason> reason;
+  try {
+    lock.unlock();
+    ConfSave save(path_);
+    reason = WriteOut(lock, save);
+  } catch (...) {
+    if (!lock.owns_lock()) lock.lock();
+    FailTaken(std::current_exception());
+  }
+  EndWork();
+  if (!reason) return;
+  lock.unlock();
+  ConfRef ref(shared_from_this());
+  configuration_->CallHook(ref, *reason);
+  lock.lock();
+}
+
+ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
+  bool taken_over = false;
+  bool written = false;
+  std::optional<ConfContent> found = save.Look(stamp_);
+  for (;;) {
+    lock.lock();
+    if (found) {
+      taken_over = true;
+      TakeOver(*found);
+    }
+    saving_ = waiting_.size();
+    // Once the file has been replaced there is something to write even when all that waits has been
+    // refused: what the replacement pushed out must come back.
+    if (!written && !AnyEffective()) break;
+    const ConfSnapshot content = document_->Snapshot();
+    lock.unlock();
+    found = save.Replace(content, stamp_);
+    written = true;
+    if (!found) break;
+  }
+  if (written) {
+    FinishWritten(lock, save);
+    return ConfCache::srWritten;
+  }
+  Settle(nullptr, true);
+  return taken_over ? ConfCache::srTakenOver : ConfCache::srNothing;
+}
+
+void ConfFile::FinishWritten(Lock& lock, ConfSave& save) {
+  // The file is changed now, whatever becomes of the rest: an error here undoes nothing.
+  std::exception_ptr error;
+  try {
+    save.Finish();
+  } catch (...) {
+    error = std::current_exception();
+  }
+  lock.lock();
+  stamp_ = save.stamp();
+  Settle(error, true);
+  RenewWorn();
+}
+
+bool ConfFile::AnyEffective() const {
+  return std::any_of(waiting_.begin(), waiting_.end(),
+                     [](const auto& waiting) { return waiting->change.Effective(); });
+}
+
+void ConfFile::Settle(const std::exception_ptr& error, bool made) {
+  for (; saving_ > 0; --saving_) {
+    waiting_.front()->error = error;
+    waiting_.front()->made = made;
+    waiting_.front()->settled = true;
+    waiting_.pop_front();
+  }
+}
+
+void ConfFile::FailTaken(const std::exception_ptr& error) {
+  for (auto waiting = waiting_.rbegin(); waiting != waiting_.rend(); ++waiting) {
+    (*waiting)->change.Undo(*document_);
+  }
+  Settle(error, false);
+  ApplyWaiting();
+}
+
+void ConfFile::RenewWorn() {
+  if (!waiting_.empty() || !document_->IsWorn()) return;
+  const auto bytes = std::make_shared<ConfBytes>(document_->Print());
+  document_ = std::make_shared<ConfDocument>(bytes, configuration_->Syntax());
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <string>
+
+#include "brisq_export.h"
+#include "framework/conf_change.h"
+#include "framework/conf_configuration.h"
+#include "framework/conf_document.h"
+#include "framework/conf_save.h"
+#include "framework/conf_stamp.h"
+
+/// A configuration file that is in use: its document, what has been changed in it and is not yet
+/// saved, and the one save that may be going on.
+///
+/// Changes are applied to the document at once, in the order in which they come, and wait in that
+/// order for a save. The first thread that wants its change saved saves all that wait; those that
+/// come meanwhile wait for the next save together. When the file turns out to be changed by
+/// somebody else, the waiting changes are applied anew to what it holds now. Any thread.
+class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
+ public:
+  /// What became of one change.
+  struct Waiting {
+    explicit Waiting(ConfChange what) : change(std::move(what)) {}
+
+    ConfChange change;
+    bool made = true;      // it is in the document, or in the file
+    bool settled = false;  // a save has dealt with it
+    std::exception_ptr error;
+  };
+  /// The document, readable until the end of this object's life.
+  struct Reading {
+    std::shared_lock<std::shared_mutex> lock;
+    std::shared_ptr<const ConfDocument> document;
+  };
+
+  ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration);
+
+  const std::string& path() const noexcept { return path_; }
+  const ConfConfiguration& configuration() const noexcept { return *configuration_; }
+
+  /// The document as it is in memory.
+  Reading Read() const;
+  /// The document after a look whether somebody else has changed the file.
+  /// @throws mgr_err::Error "file"; "locked" for a file that was never read and that somebody is
+  /// writing into
+  Reading ReadCurrent();
+
+  /// Applies a change to the file as it stands now.
+  /// @throws as ReadCurrent and ConfChange::Apply: nothing has changed
+  std::shared_ptr<Waiting> Apply(ConfChange change);
+  /// Returns when a change that was applied is durable.
+  /// @throws mgr_err::Error what became of the change, "file" and "locked" included: the file and
+  /// the document are without it; what the after-save hook throws: the change is saved
+  void Save(const std::shared_ptr<Waiting>& waiting);
+  /// What became of a change; null when nothing is wrong with it so far.
+  std::exception_ptr ErrorOf(const Waiting& waiting) const;
+  /// Saves all that waits, if anything does. Errors of single changes are told by ErrorOf alone.
+  void SaveAll();
+  /// Takes back a change that was made, as ConfChange::Reverse says, and saves that.
+  void TakeBack(const Waiting& waiting);
+
+  /// True while changes wait for a save.
+  bool HasWaiting() const;
+
+ private:
+  enum class Work { kNone, kReading, kSaving };
+  using Lock = std::unique_lock<std::shared_mutex>;
+
+  bool IsCurrent() const;
+  void Refresh();
+  ConfContent ReadFile() const;
+  void TakeOver(const ConfContent& content);
+  void ApplyWaiting();
+  void Lead(Lock& lock);
+  ConfCache::SaveReason WriteOut(Lock& lock, ConfSave& save);
+  void FinishWritten(Lock& lock, ConfSave& save);
+  bool AnyEffective() const;
+  void Settle(const std::exception_ptr& error, bool made);
+  void FailTaken(const std::exception_ptr& error);
+  void RenewWorn();
+  void StartWork(Lock& lock, Work work);
+  void EndWork();
+
+  const std::string path_;
+  const std::shared_ptr<const ConfConfiguration> configuration_;
+  mutable std::shared_mutex mutex_;
+  std::condition_variable_any work_ended_;
+  Work work_ = Work::kNone;
+  std::shared_ptr<ConfDocument> document_;  // null before the first reading
+  ConfStamp stamp_;
+  std::deque<std::shared_ptr<Waiting>> waiting_;
+  std::size_t saving_ = 0;  // of those that wait, how many the save that goes on has taken
+};

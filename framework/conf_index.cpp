@@ -1,0 +1,102 @@
+#include "framework/conf_index.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <random>
+#include <utility>
+
+namespace {
+
+constexpr std::uint64_t kMix1 = 0x9E3779B97F4A7C15;
+constexpr std::uint64_t kMix2 = 0xC2B2AE3D27D4EB4F;
+
+std::uint64_t Seed() {
+  std::random_device random;
+  return std::uint64_t{random()} << 32 | random();
+}
+
+__extension__ using Wide = unsigned __int128;
+
+std::uint64_t Fold(std::uint64_t value, std::uint64_t factor) noexcept {
+  const auto product = static_cast<Wide>(value) * factor;
+  return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+std::uint64_t Load(const char* from, std::size_t bytes) noexcept {
+  std::uint64_t value = 0;
+  std::memcpy(&value, from, bytes);
+  return value;
+}
+
+}  // namespace
+
+std::uint32_t ConfIndex::Hash(std::string_view name) noexcept {
+  static const std::uint64_t seed = Seed();
+  std::uint64_t hash = seed ^ name.size();
+  const char* at = name.data();
+  std::size_t left = name.size();
+  for (; left >= sizeof(hash); left -= sizeof(hash), at += sizeof(hash)) {
+    hash = Fold(hash ^ Load(at, sizeof(hash)), kMix1);
+  }
+  if (left > 0) hash = Fold(hash ^ Load(at, left), kMix2);
+  return static_cast<std::uint32_t>(Fold(hash, kMix2) >> 32);
+}
+
+ConfIndex::ConfIndex(std::size_t lines) { Allocate(lines); }
+
+void ConfIndex::Release::operator()(std::uint64_t* slots) const noexcept { std::free(slots); }
+
+void ConfIndex::Allocate(std::size_t lines) {
+  const std::size_t capacity = lines + lines * 5 / 8 + 16;
+  // calloc gives large tables as untouched zero pages.
+  auto* slots = static_cast<std::uint64_t*>(std::calloc(capacity, sizeof(std::uint64_t)));
+  if (slots == nullptr) throw std::bad_alloc();
+  slots_.reset(slots);
+  capacity_ = capacity;
+}
+
+void ConfIndex::Place(std::uint64_t slot) noexcept {
+  std::size_t at = Home(HashOf(slot));
+  while (slots_[at] != 0) at = After(at);
+  slots_[at] = slot;
+}
+
+void ConfIndex::Grow() {
+  const std::size_t old_capacity = capacity_;
+  const auto old = std::move(slots_);
+  Allocate(used_ * 2);
+  for (std::size_t at = 0; at < old_capacity; ++at) {
+    if (old[at] != 0) Place(old[at]);
+  }
+}
+
+void ConfIndex::Insert(std::uint32_t hash, Line line) {
+  if (used_ >= capacity_ - capacity_ / 8) Grow();
+  Place(Slot(hash, line));
+  ++used_;
+}
+
+std::size_t ConfIndex::Locate(std::uint32_t hash, Line line) const noexcept {
+  std::size_t at = Home(hash);
+  while (slots_[at] != Slot(hash, line)) at = After(at);
+  return at;
+}
+
+void ConfIndex::Replace(std::uint32_t hash, Line line, Line other) noexcept {
+  slots_[Locate(hash, line)] = Slot(hash, other);
+}
+
+void ConfIndex::Erase(std::uint32_t hash, Line line) noexcept {
+  std::size_t hole = Locate(hash, line);
+  // Slots behind the hole move up as long as that brings them no further forward than their home.
+  for (std::size_t at = After(hole); slots_[at] != 0; at = After(at)) {
+    const std::size_t home = Home(HashOf(slots_[at]));
+    const bool stays = hole < at ? home > hole && home <= at : home > hole || home <= at;
+    if (stays) continue;
+    slots_[hole] = slots_[at];
+    hole = at;
+  }
+  slots_[hole] = 0;
+  --used_;
+}

@@ -1,0 +1,51 @@
+#include "framework/conf_line.h"
+
+namespace conf_line {
+namespace {
+
+// Takes the next column off the front of `rest`; the last one takes everything.
+std::string_view Take(std::string_view& rest, char separator, bool last) noexcept {
+  const std::size_t end = last ? std::string_view::npos : rest.find(separator);
+  const std::string_view column = rest.substr(0, end);
+  rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+  return column;
+}
+
+}  // namespace
+
+std::size_t EndLength(std::string_view raw) noexcept {
+  if (raw.ends_with("\r\n")) return 2;
+  return raw.ends_with('\n') || raw.ends_with('\r') ? 1 : 0;
+}
+
+bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept {
+  std::size_t at = 0;
+  for (unsigned long seen = 1; seen < columns; ++seen) {
+    at = text.find(separator, at);
+    if (at == std::string_view::npos) return false;
+    ++at;
+  }
+  return true;
+}
+
+std::string_view Column(std::string_view text, char separator, unsigned long columns,
+                        unsigned long column) noexcept {
+  std::string_view rest = text;
+  for (unsigned long at = 1; at < column; ++at) Take(rest, separator, false);
+  return Take(rest, separator, column == columns);
+}
+
+std::string WithColumns(std::string_view text, char separator, unsigned long columns,
+                        const std::map<unsigned long, std::string>& values) {
+  std::string line;
+  std::string_view rest = text;
+  for (unsigned long column = 1; column <= columns; ++column) {
+    const std::string_view old = Take(rest, separator, column == columns);
+    const auto value = values.find(column);
+    if (column > 1) line += separator;
+    line += value == values.end() ? old : std::string_view(value->second);
+  }
+  return line;
+}
+
+}  // namespace conf_line

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "brisq_export.h"
+
+/// One line of a configuration file and its columns. Columns count from 1; the last of `columns`
+/// columns takes the rest of the line, separators included. Texts are without the end of line.
+namespace conf_line {
+
+/// Length of the end of line at the end of `raw`: CR LF, LF, or a CR that the end of the file has
+/// cut off its LF.
+std::size_t EndLength(std::string_view raw) noexcept;
+
+/// True when the text has at least `columns` columns.
+bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept;
+
+/// One column of a text; empty when the text has fewer.
+BRISQ_API std::string_view Column(std::string_view text, char separator, unsigned long columns,
+                                  unsigned long column) noexcept;
+
+/// The text with some columns replaced; it must have `columns` columns. Everything else stays byte
+/// for byte.
+BRISQ_API std::string WithColumns(std::string_view text, char separator, unsigned long columns,
+                                  const std::map<unsigned long, std::string>& values);
+
+}  // namespace conf_line

@@ -1,0 +1,103 @@
+#include "framework/conf_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "mgr_err.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::atomic<std::chrono::milliseconds> wait_limit{std::chrono::seconds(10)};
+
+// Access mode of a descriptor as /proc tells it, in octal under "flags:".
+bool OpenForWriting(const std::filesystem::path& process, const std::string& descriptor) {
+  std::ifstream info(process / "fdinfo" / descriptor);
+  for (std::string word; info >> word;) {
+    if (word != "flags:") continue;
+    info >> word;
+    return (std::strtol(word.c_str(), nullptr, 8) & O_ACCMODE) != O_RDONLY;
+  }
+  return false;
+}
+
+bool Writes(const std::filesystem::path& process, const struct stat& file) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(process / "fd", error)) {
+    struct stat info {};
+    if (::stat(entry.path().c_str(), &info) != 0) continue;
+    const bool same = info.st_dev == file.st_dev && info.st_ino == file.st_ino;
+    if (same && OpenForWriting(process, entry.path().filename())) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::chrono::milliseconds ConfWaitLimit() noexcept { return wait_limit; }
+
+void SetConfWaitLimit(std::chrono::milliseconds limit) noexcept { wait_limit = limit; }
+
+std::string DescribeProcess(long pid) {
+  if (pid <= 0) return "an unknown process";
+  std::ifstream info("/proc/" + std::to_string(pid) + "/comm");
+  std::string command;
+  std::getline(info, command);
+  const std::string text = "PID " + std::to_string(pid);
+  return command.empty() ? text : text + " (" + command + ")";
+}
+
+std::string DescribeWriters(const struct stat& file) {
+  std::string text;
+  std::error_code error;
+  for (const auto& process : std::filesystem::directory_iterator("/proc", error)) {
+    const long pid = std::strtol(process.path().filename().c_str(), nullptr, 10);
+    if (pid <= 0 || !Writes(process.path(), file)) continue;
+    text += (text.empty() ? "" : ", ") + DescribeProcess(pid);
+  }
+  return text.empty() ? DescribeProcess(0) : text;
+}
+
+ConfLock::ConfLock(const safe_replace::Target& target) {
+  const std::string name = "." + target.name + ".brisq-lock";
+  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+  file_ = sys::FileDescriptor(sys::Open(target.directory.get(), name.c_str(), kFlags, 0600));
+  if (!file_) sys::Fail("open", name, target.path + " can't be locked and is unchanged");
+  Take(target.path);
+}
+
+void ConfLock::Take(const std::string& path) {
+  const auto limit = ConfWaitLimit();
+  const Clock::time_point end = Clock::now() + limit;
+  auto pause = std::chrono::microseconds(100);
+  while (sys::FLock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) sys::Fail("flock", path, "it can't be locked and is unchanged");
+    if (Clock::now() >= end) {
+      throw mgr_err::Error("locked", path,
+                           "busy: " + Holder() + " has held the lock for " +
+                               std::to_string(limit.count() / 1000) + " s or more");
+    }
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, std::chrono::microseconds(5000));
+  }
+  // Only for the message above: a number that can't be written harms nobody.
+  const std::string pid = std::to_string(::getpid()) + "\n";
+  if (sys::FTruncate(file_.get(), 0) == 0) sys::PWrite(file_.get(), pid.data(), pid.size(), 0);
+}
+
+std::string ConfLock::Holder() const {
+  std::array<char, 32> text{};
+  const ssize_t size = ::pread(file_.get(), text.data(), text.size() - 1, 0);
+  return DescribeProcess(size > 0 ? std::strtol(text.data(), nullptr, 10) : 0);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "brisq_export.h"
+#include "framework/safe_replace.h"
+#include "framework/sys.h"
+
+/// Longest time that a save waits for others: another process's save, or somebody who is writing
+/// into the file. 10 seconds unless set.
+BRISQ_API std::chrono::milliseconds ConfWaitLimit() noexcept;
+BRISQ_API void SetConfWaitLimit(std::chrono::milliseconds limit) noexcept;
+
+/// Name and number of a process, as "PID n (command)"; "an unknown process" for 0.
+BRISQ_API std::string DescribeProcess(long pid);
+
+/// The processes that have a file open for writing, in words.
+BRISQ_API std::string DescribeWriters(const struct stat& file);
+
+/// Excludes all other savers of a file, threads and processes, while it lives.
+///
+/// The lock is on a file beside the target, ".NAME.brisq-lock", which is never removed and holds
+/// the number of the process that had the lock last. The system gives the lock free when its holder
+/// dies.
+class BRISQ_API ConfLock {
+ public:
+  /// @throws mgr_err::Error "locked" after the time limit, naming the holder; "file"
+  explicit ConfLock(const safe_replace::Target& target);
+
+ private:
+  void Take(const std::string& path);
+  std::string Holder() const;
+
+  sys::FileDescriptor file_;
+};

@@ -1,0 +1,105 @@
+#include "framework/conf_stamp.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "mgr_err.h"
+
+namespace {
+
+std::int64_t Nanoseconds(const struct timespec& time) noexcept {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+void RequireRegular(const struct stat& info, const std::string& path) {
+  if (!S_ISREG(info.st_mode)) throw mgr_err::Error("file", path, "not a regular file");
+}
+
+}  // namespace
+
+ConfStamp ConfStamp::Of(const struct stat& info) noexcept {
+  ConfStamp stamp;
+  stamp.exists = true;
+  stamp.device = info.st_dev;
+  stamp.inode = info.st_ino;
+  stamp.size = info.st_size;
+  stamp.modified = Nanoseconds(info.st_mtim);
+  stamp.changed = Nanoseconds(info.st_ctim);
+  return stamp;
+}
+
+bool ConfStamp::SameContentAs(const ConfStamp& other) const noexcept {
+  ConfStamp renamed = other;
+  renamed.changed = changed;
+  return *this == renamed;
+}
+
+ConfStamp StampAt(const std::string& path) {
+  struct stat info {};
+  if (sys::Stat(AT_FDCWD, path.c_str(), &info, 0) == 0) return ConfStamp::Of(info);
+  if (errno != ENOENT) sys::Fail("stat", path);
+  return {};
+}
+
+sys::FileDescriptor OpenRegular(int directory, const std::string& name, const std::string& path,
+                                struct stat& info) {
+  // Opening a FIFO or a device may wait or have effects of its own; O_NONBLOCK keeps a FIFO from
+  // it, and the rest is refused before it is opened.
+  if (sys::Stat(directory, name.c_str(), &info, 0) == 0) {
+    RequireRegular(info, path);
+  } else if (errno != ENOENT) {
+    sys::Fail("stat", path);
+  }
+  sys::FileDescriptor file(sys::Open(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY));
+  if (!file) {
+    if (errno == ENOENT) return file;
+    sys::Fail("open", path);
+  }
+  if (sys::FStat(file.get(), &info) != 0) sys::Fail("fstat", path);
+  RequireRegular(info, path);
+  return file;
+}
+
+bool IsBeingWritten(int fd) noexcept {
+  // A read lease is given only while nobody has the file open for writing. Who opens it for writing
+  // in the moment until the lease is given back waits that moment; the signal that tells of it is
+  // one that is ignored unless a handler is set.
+  if (::fcntl(fd, F_SETSIG, SIGURG) != 0) return false;
+  if (sys::FCntl(fd, F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN;
+  ::fcntl(fd, F_SETLEASE, F_UNLCK);
+  return false;
+}
+
+ConfContent ReadContent(int fd, const std::string& path) {
+  struct stat before {};
+  struct stat after {};
+  if (sys::FStat(fd, &before) != 0) sys::Fail("fstat", path);
+  auto bytes = std::make_shared<ConfBytes>();
+  // One byte more than expected tells the end without a further call.
+  bytes->Reserve(static_cast<std::size_t>(before.st_size) + 1);
+  for (;;) {
+    const ssize_t got = sys::Read(fd, bytes->End(), bytes->Room());
+    if (got < 0) sys::Fail("read", path);
+    if (got == 0) break;
+    bytes->Add(static_cast<std::size_t>(got));
+    if (bytes->Room() == 0) bytes->Reserve(bytes->size() * 2);
+  }
+  if (sys::FStat(fd, &after) != 0) sys::Fail("fstat", path);
+  ConfContent content{ConfStamp::Of(after), nullptr};
+  const bool steady = ConfStamp::Of(before) == content.stamp &&
+                      bytes->size() == static_cast<std::size_t>(after.st_size);
+  if (steady) content.bytes = std::move(bytes);
+  return content;
+}
+
+ConfContent ReadAt(int directory, const std::string& name, const std::string& path) {
+  struct stat info {};
+  const sys::FileDescriptor file = OpenRegular(directory, name, path, info);
+  if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>()};
+  if (IsBeingWritten(file.get())) return {ConfStamp::Of(info), nullptr};
+  return ReadContent(file.get(), path);
+}

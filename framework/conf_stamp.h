@@ -1,0 +1,57 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "brisq_export.h"
+#include "framework/conf_bytes.h"
+#include "framework/sys.h"
+
+/// By what a file is known to be the one that was read: it is another one, or has been changed,
+/// when any of these differs.
+struct BRISQ_API ConfStamp {
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  std::int64_t modified = 0;  // nanoseconds since 1970
+  std::int64_t changed = 0;
+
+  static ConfStamp Of(const struct stat& info) noexcept;
+  bool operator==(const ConfStamp&) const = default;
+  /// Equality that survives a renaming, which the system counts as a change of status.
+  bool SameContentAs(const ConfStamp& other) const noexcept;
+};
+
+/// Stamp of the file at a path, links followed; `exists` is false when there is none.
+/// @throws mgr_err::Error "file" when that can't be told
+BRISQ_API ConfStamp StampAt(const std::string& path);
+
+/// A file as it was read, with the stamp that it had.
+struct ConfContent {
+  ConfStamp stamp;
+  std::shared_ptr<const ConfBytes> bytes;
+};
+
+/// Opens a regular file for reading without waiting for anything, and tells its state. A file that
+/// does not exist gives no descriptor.
+/// @throws mgr_err::Error "file", also for what is no regular file
+BRISQ_API sys::FileDescriptor OpenRegular(int directory, const std::string& name,
+                                          const std::string& path, struct stat& info);
+
+/// True when a process has the file open for writing. False also where the file system can't tell.
+bool IsBeingWritten(int fd) noexcept;
+
+/// Reads all of an open file.
+/// @return content whose stamp held while it was read; without bytes when it did not, because
+/// somebody is changing the file at this moment
+/// @throws mgr_err::Error "file"
+BRISQ_API ConfContent ReadContent(int fd, const std::string& path);
+
+/// The file at a path, empty when it does not exist; without bytes when somebody is changing it at
+/// this moment.
+/// @throws mgr_err::Error "file"
+BRISQ_API ConfContent ReadAt(int directory, const std::string& name, const std::string& path);

@@ -1,0 +1,130 @@
+#include "framework/conf_view.h"
+
+#include <functional>
+#include <utility>
+
+#include "framework/conf_defer.h"
+#include "framework/conf_line.h"
+#include "mgr_err.h"
+
+ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
+    : file_(std::move(file)), dataset_(dataset), syntax_(file_->configuration().Syntax()) {}
+
+dd::RecordPtr ConfView::Place(Line line) {
+  if (line == ConfDocument::kNone) return {};
+  line_ = line;
+  name_ = document_->Name(line);
+  gone_ = false;
+  return {++serial_};
+}
+
+void ConfView::Follow(const std::shared_ptr<const ConfDocument>& document) {
+  if (document_ == document) return;
+  if (document_ && line_ != ConfDocument::kNone) FollowNeighbour(*document);
+  document_ = document;
+}
+
+void ConfView::FollowNeighbour(const ConfDocument& document) {
+  const unsigned long columns = Columns();
+  if (!gone_) {
+    // Of several lines with the name the same one, if it is still there.
+    for (const Line line : document.AllNamed(name_)) {
+      if (document.Text(line) == document_->Text(line_)) {
+        line_ = line;
+        return;
+      }
+    }
+    if (const Line line = document.FindRecord(name_, columns); line != ConfDocument::kNone) {
+      line_ = line;
+      return;
+    }
+  }
+  Line next = document_->NextRecord(gone_ ? line_ : line_ + 1, columns);
+  Line there = ConfDocument::kNone;
+  while (next != ConfDocument::kNone && there == ConfDocument::kNone) {
+    there = document.FindRecord(document_->Name(next), columns);
+    next = document_->NextRecord(next + 1, columns);
+  }
+  gone_ = true;
+  line_ = there == ConfDocument::kNone ? document.Lines() : there;
+}
+
+dd::RecordPtr ConfView::First() {
+  DeferSaves::Look();
+  const ConfFile::Reading reading = file_->ReadCurrent();
+  document_ = reading.document;
+  return Place(document_->NextRecord(0, Columns()));
+}
+
+dd::RecordPtr ConfView::Next(dd::RecordPtr place) {
+  if (!IsAt(place)) return {};
+  DeferSaves::Look();
+  const ConfFile::Reading reading = file_->ReadCurrent();
+  Follow(reading.document);
+  return Place(document_->NextRecord(gone_ ? line_ : line_ + 1, Columns()));
+}
+
+dd::RecordPtr ConfView::Find(const std::string& key) {
+  DeferSaves::Look();
+  const ConfFile::Reading reading = file_->ReadCurrent();
+  Follow(reading.document);
+  return Place(document_->FindRecord(key, Columns()));
+}
+
+std::string ConfView::Value(dd::RecordPtr place, unsigned long column) {
+  if (!IsAt(place)) return {};
+  const ConfFile::Reading reading = file_->Read();
+  Follow(reading.document);
+  if (gone_ || !document_->IsRecord(line_, Columns())) return {};
+  return std::string(
+      conf_line::Column(document_->Text(line_), syntax_.separator, Columns(), column));
+}
+
+void ConfView::CheckValue(unsigned long column, const std::string& field,
+                          const std::string& value) const {
+  const auto refuse_if = [&](bool bad, const std::string& rule) {
+    if (bad) throw mgr_err::Error("value", field, rule);
+  };
+  refuse_if(value.find_first_of("\r\n") != std::string::npos, "line break not allowed");
+  refuse_if(value.find('\0') != std::string::npos, "NUL not allowed");
+  const char separator = syntax_.separator;
+  refuse_if(column < Columns() && value.find(separator) != std::string::npos,
+            std::string("must not contain '") + separator + "'");
+  const bool comment = !value.empty() && syntax_.comment.find(value[0]) != std::string::npos;
+  refuse_if(column == 1 && comment, "must not begin as a comment does");
+}
+
+void ConfView::BeforeNew() { dataset_.onBeforeNew(); }
+
+void ConfView::AfterNew() { dataset_.onAfterNew(); }
+
+ConfChange::Target ConfView::TargetAt(dd::RecordPtr place) {
+  if (!IsAt(place)) throw mgr_err::Error("missed", "name", "no line is current");
+  const ConfFile::Reading reading = file_->Read();
+  Follow(reading.document);
+  if (gone_) return {name_, {}, {}, ConfDocument::kNone};
+  return {name_, std::string(document_->Text(line_)), document_, line_};
+}
+
+dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
+  const auto waiting = file_->Apply(std::move(change));
+  if (durable) DeferSaves::SaveOrNote(file_, waiting);
+  const ConfFile::Reading reading = file_->Read();
+  Follow(reading.document);
+  if (waiting->change.Document().lock() != document_) return {};
+  const Line line = waiting->change.AtLine();
+  return document_->Raw(line).empty() ? dd::RecordPtr{} : Place(line);
+}
+
+ConfSrc* ConfView::Source() {
+  const ConfFile::Reading reading = file_->ReadCurrent();
+  source_text_ = reading.document->Print();
+  source_ = {file_->path(), source_text_};
+  return &source_;
+}
+
+ConfAllocation* ConfView::Allocation() {
+  allocation_.lines.clear();
+  dataset_.RawRead(0, Source(), &allocation_);
+  return &allocation_;
+}

@@ -1,0 +1,84 @@
+#include "dd.h"
+
+#include "mgr_err.h"
+
+namespace dd {
+
+RecordCache::~RecordCache() = default;
+
+void RecordCache::BeforeNew() {}
+
+void RecordCache::AfterNew() {}
+
+Record::Record() = default;
+
+Record::~Record() = default;
+
+void Record::AddField(const std::string&, Field* field) { fields_.push_back(field); }
+
+std::string Record::RsName() const { return "unknown"; }
+
+std::string Record::KeyVal(RecordPtr place) const {
+  // Reading changes nothing that a caller could see; storages may still have to look at their file.
+  return place ? const_cast<Record*>(this)->GetCache().Value(place, 1) : std::string();
+}
+
+bool Record::Find(const std::string& key) {
+  const RecordPtr found = GetCache().Find(key);
+  if (!found) return false;
+  MoveTo(found);
+  return true;
+}
+
+void Record::New() {
+  GetCache().BeforeNew();
+  MoveTo(RecordPtr{});
+  is_new_ = true;
+  GetCache().AfterNew();
+}
+
+std::string Record::GetField(unsigned long column) const {
+  if (const auto set = set_.find(column); set != set_.end()) return set->second;
+  if (is_new_) return DummyString();
+  return current_ ? const_cast<Record*>(this)->GetCache().Value(current_, column) : std::string();
+}
+
+void Record::SetField(unsigned long column, const std::string& value) {
+  if (column == 0 || column > fields_.size()) {
+    throw mgr_err::Error("internal", RsName(), "no column " + std::to_string(column));
+  }
+  GetCache().CheckValue(column, fields_[column - 1]->Name(), value);
+  set_[column] = value;
+}
+
+void Record::First() { MoveTo(GetCache().First()); }
+
+void Record::Next() { MoveTo(current_ ? GetCache().Next(current_) : RecordPtr{}); }
+
+void Record::Assert(const std::string& key) {
+  if (!Find(key)) throw mgr_err::Error("missed", "name", key);
+}
+
+void Record::MoveTo(RecordPtr place) {
+  current_ = place;
+  is_new_ = false;
+  set_.clear();
+}
+
+Field::Field(Record* owner, const std::string& name, bool (*check)(std::string&))
+    : owner_(owner), name_(name), check_(check), column_(0) {
+  owner_->AddField(name_, this);
+  column_ = owner_->Fields().size();
+}
+
+std::string Field::Str() const { return owner_->GetField(column_); }
+
+void Field::Set(const std::string& value) {
+  std::string canonical = value;
+  if (check_ != nullptr && !check_(canonical)) {
+    throw mgr_err::Error("value", name_, "not acceptable");
+  }
+  owner_->SetField(column_, canonical);
+}
+
+}  // namespace dd

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "brisq_export.h"
+#include "framework/conf_stamp.h"
+#include "framework/sys.h"
+
+/// Replacing a file as a whole, so that readers see the old content or the new one and a crash
+/// leaves one of them.
+namespace safe_replace {
+
+/// Where a file lies when all symbolic links at its path have been followed.
+struct BRISQ_API Target {
+  /// Follows the links at `path` itself; the file need not exist, its directory must.
+  /// @throws mgr_err::Error "file", also for a directory that everybody may write to: there anybody
+  /// could put something else in the file's place
+  static Target Resolve(const std::string& path);
+
+  sys::FileDescriptor directory;
+  std::string name;  // in the directory
+  std::string path;  // for messages
+};
+
+/// The next content of a file, in a temporary file beside it that goes with the object.
+///
+/// One replacement of a file at a time: the holder of the file's lock. The temporary's name is
+/// always the same, so that what a killed process left goes with the next save.
+class BRISQ_API Replacement {
+ public:
+  /// Which of two names the temporary gets.
+  enum class Slot { kFirst, kSecond };
+  enum class Outcome {
+    kDone,       // the target is the new file, and there was no old one or it is gone
+    kExchanged,  // the target is the new file; the temporary's name leads to what it was before
+    kChanged     // the target is not what was expected; nothing happened
+  };
+
+  /// Makes the temporary, with the metadata of the file that it will replace.
+  /// @param old  the file that is to be replaced; no descriptor when there is none
+  /// @throws mgr_err::Error "file", also for a file with more than one name (hard links)
+  Replacement(const Target& target, Slot slot, int old, const struct stat& old_info);
+  ~Replacement();
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  /// Appends to the content.
+  void Write(const std::vector<std::string_view>& pieces);
+  /// Makes the content durable. Its whole-second time of modification is later than that of `old`:
+  /// mail servers know a changed file by that alone.
+  void Seal(const ConfStamp& old);
+  /// Puts the file in its place.
+  /// @param old  stamp of the file that is expected there
+  Outcome Publish(const ConfStamp& old);
+
+  /// Puts back what Publish has exchanged for the new file; does nothing when it has not.
+  void TakeBack() noexcept;
+
+  /// Stamp of the new file as it was last written.
+  const ConfStamp& stamp() const noexcept { return stamp_; }
+  /// Name of the temporary in the target's directory.
+  const std::string& name() const noexcept { return name_; }
+
+ private:
+  void Create();
+  void WriteSome(std::vector<struct iovec>& pieces, std::size_t& first);
+  ConfStamp Look();
+  bool TargetIs(const ConfStamp& old) const;
+  Outcome PublishByName(const ConfStamp& old);
+
+  const Target& target_;
+  std::string name_;
+  bool replaces_;
+  bool exists_ = false;
+  sys::FileDescriptor file_;
+  ConfStamp stamp_;
+};
+
+/// Removes a file that killed processes may have left at a temporary's name.
+/// @throws mgr_err::Error "file"
+BRISQ_API void Sweep(const Target& target, Replacement::Slot slot);
+
+/// Makes the directory's names durable.
+/// @throws mgr_err::Error "file" that says that the change was made and may be lost
+BRISQ_API void SyncDirectory(const Target& target);
+
+}  // namespace safe_replace

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <ctime>
+#include <string>
+
+#include "brisq_export.h"
+
+/// The system calls by which configuration files are read and replaced, behind one seam, so that
+/// each of them can be made to fail.
+///
+/// Every call behaves as the system call of the same name, except that one which a signal has
+/// interrupted is made again. Without a hook the seam costs one load of an atomic.
+namespace sys {
+
+/// Looks on at every call and may make it fail. Calls come from any thread.
+class BRISQ_API Hook {
+ public:
+  virtual ~Hook();
+  /// Called before each call. 0 lets it happen; any other number is the errno it fails with.
+  virtual int Before(const char* call) = 0;
+  /// Number of bytes, at least 1, that a write of `bytes` bytes may take.
+  virtual std::size_t Cut(std::size_t bytes);
+};
+
+/// Sets the process's hook (null for none) and returns the one that was set. The caller keeps it
+/// alive until it is replaced and no call that might use it goes on.
+BRISQ_API Hook* SetHook(Hook* hook) noexcept;
+
+int Open(int directory, const char* path, int flags, mode_t mode = 0);
+int Stat(int directory, const char* path, struct stat* info, int flags);
+int FStat(int fd, struct stat* info);
+ssize_t Read(int fd, void* buffer, std::size_t bytes);
+ssize_t WriteV(int fd, const struct iovec* pieces, int count);
+ssize_t PWrite(int fd, const void* buffer, std::size_t bytes, off_t offset);
+int FChOwn(int fd, uid_t uid, gid_t gid);
+int FChMod(int fd, mode_t mode);
+ssize_t FListXAttr(int fd, char* names, std::size_t bytes);
+ssize_t FGetXAttr(int fd, const char* name, void* value, std::size_t bytes);
+int FSetXAttr(int fd, const char* name, const void* value, std::size_t bytes);
+int FRemoveXAttr(int fd, const char* name);
+int FUTimeNS(int fd, const struct timespec times[2]);
+int FTruncate(int fd, off_t length);
+int FSync(int fd);
+/// renameat2(2) within one directory.
+int Rename(int directory, const char* from, const char* to, unsigned int flags);
+int Unlink(int directory, const char* path);
+int FLock(int fd, int operation);
+/// fcntl(2) with an integer argument.
+int FCntl(int fd, int command, int argument);
+ssize_t ReadLink(int directory, const char* path, char* target, std::size_t bytes);
+
+/// A descriptor that is closed at the end of its scope. Movable.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd = -1) noexcept : fd_(fd) {}
+  ~FileDescriptor();
+  FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.Release()) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+
+  int get() const noexcept { return fd_; }
+  explicit operator bool() const noexcept { return fd_ >= 0; }
+  int Release() noexcept;
+
+ private:
+  int fd_;
+};
+
+/// Throws mgr_err::Error "file" for a call that has just set errno: object the path, value the
+/// call, the reason in words and, where there is a usual one, the way out.
+/// @param state  what became of the file, for example "the file is unchanged"; may be empty
+[[noreturn]] void Fail(const char* call, const std::string& path, const std::string& state = {});
+
+}  // namespace sys

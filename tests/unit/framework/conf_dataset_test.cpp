@@ -1,0 +1,318 @@
+#include "conf_dataset.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/unit/framework/conf_fixture.h"
+
+namespace {
+
+using conf_fixture::AddUser;
+using conf_fixture::ConfTest;
+using conf_fixture::ErrorOf;
+using conf_fixture::Line;
+using conf_fixture::Names;
+using conf_fixture::SetPassword;
+using conf_fixture::Users;
+
+using ConfDataSetTest = ConfTest;
+
+constexpr const char* kMaildir = "maildir:~/.maildir userdb_quota_rule=*:bytes=0M";
+
+TEST_F(ConfDataSetTest, ALineReadsAsNineFields) {
+  Write("a@x.org:{SHA512-CRYPT}$6$h:1001:1002:info:/home/a:shell:flags:" + std::string(kMaildir) +
+        "\n");
+  const auto users = Open();
+  ASSERT_TRUE(users->Find("a@x.org"));
+  const std::vector<std::string> want = {
+      "a@x.org", "{SHA512-CRYPT}$6$h", "1001", "1002", "info", "/home/a", "shell", "flags",
+      kMaildir};
+  for (std::size_t column = 0; column < want.size(); ++column) {
+    SCOPED_TRACE("column " + std::to_string(column + 1));
+    EXPECT_EQ(users->Fields()[column]->Str(), want[column]);
+  }
+}
+
+TEST_F(ConfDataSetTest, ANewLineHasEmptyColumnsWhereNothingWasSet) {
+  AddUser(Open(), "a@x.org");
+  EXPECT_EQ(Content(), "a@x.org::1000:1000::/home/a@x.org:::" + std::string(kMaildir) + "\n");
+}
+
+TEST_F(ConfDataSetTest, APostChangesTheSetColumnsOfOneLineAndNoOtherByte) {
+  const std::string before = "# head\n\n:x\n" + Line("a") + "\nshort:line\n" + Line("b") + "\r\n";
+  const std::string after = "\n  \n" + Line("c");
+  Write(before + Line("d", "old") + "\n" + after);
+  SetPassword(Open(), "d", "new");
+  EXPECT_EQ(Content(), before + Line("d", "new") + "\n" + after);
+}
+
+TEST_F(ConfDataSetTest, LinesThatAreNoRecordsAreNotOffered) {
+  Write("# " + Line("x") + "\n\n:" + Line("y") + "\na:b:c:d:e:f:g:h\nalone\n" + Line("z") + "\n");
+  const auto users = Open();
+  EXPECT_EQ(Names(users), std::vector<std::string>{"z"});
+  EXPECT_FALSE(users->Find("a"));
+  EXPECT_FALSE(users->Find("# x"));
+  EXPECT_FALSE(users->Find("alone"));
+  EXPECT_FALSE(users->Find(""));
+}
+
+TEST_F(ConfDataSetTest, CarriageReturnsBelongToTheEndOfTheLine) {
+  Write(Line("a") + "\r\n" + Line("b") + "\r\n");
+  const auto users = Open();
+  users->Assert("b");
+  EXPECT_EQ(users->maildir.Str(), kMaildir);
+  users->maildir.Set("m");
+  users->Post("");
+  AddUser(users, "c");
+  EXPECT_EQ(Content(), Line("a") + "\r\nb:{X}h:1000:1000::/home/b:::m\r\nc::1000:1000::/home/c:::" +
+                           kMaildir + "\r\n");
+}
+
+TEST_F(ConfDataSetTest, ALastLineKeepsHavingNoEndUntilALineIsAdded) {
+  Write(Line("a") + "\n" + Line("b"));
+  const auto users = Open();
+  SetPassword(users, "b", "new");
+  EXPECT_EQ(Content(), Line("a") + "\n" + Line("b", "new"));
+  AddUser(users, "c");
+  EXPECT_EQ(Content(),
+            Line("a") + "\n" + Line("b", "new") + "\nc::1000:1000::/home/c:::" + kMaildir + "\n");
+}
+
+TEST_F(ConfDataSetTest, OfTwoLinesWithOneNameFindGivesTheFirst) {
+  Write(Line("a", "1") + "\n" + Line("a", "2") + "\n");
+  const auto users = Open();
+  users->Assert("a");
+  EXPECT_EQ(users->passwd.Str(), "1");
+  users->_Delete(true);
+  users->Assert("a");
+  EXPECT_EQ(users->passwd.Str(), "2");
+}
+
+TEST_F(ConfDataSetTest, AWalkThatPostsOnTheSecondOfTwoEqualNamesChangesThatOne) {
+  Write(Line("a", "1") + "\n" + Line("a", "2") + "\n");
+  const auto users = Open();
+  users->First();
+  users->Next();
+  users->passwd.Set("new");
+  users->Post("");
+  EXPECT_EQ(Content(), Line("a", "1") + "\n" + Line("a", "new") + "\n");
+}
+
+TEST_F(ConfDataSetTest, ANameThatIsTakenIsRefusedWhateverItsLine) {
+  const struct {
+    const char* name;
+    std::string content;
+  } cases[] = {
+      {"a record", Line("a") + "\n"},
+      {"a short line", "a:b\n"},
+      {"a name alone", "x:\na\n"},
+      {"a name alone without an end", "a"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Write(test.content);
+    const auto users = Open();
+    EXPECT_EQ(ErrorOf([&] { AddUser(users, "a"); }), "exists: name: a");
+    EXPECT_TRUE(users->Eof());
+    EXPECT_EQ(Content(), test.content);
+  }
+}
+
+TEST_F(ConfDataSetTest, ValuesThatTheFileCannotHoldAreRefusedWithoutBeingTold) {
+  const auto users = Open();
+  users->New();
+  const struct {
+    const char* name;
+    dd::Field& field;
+    std::string value;
+    const char* error;
+  } cases[] = {
+      {"colon", users->passwd, "secret:x", "value: passwd: must not contain ':'"},
+      {"line feed", users->passwd, "secret\nx", "value: passwd: line break not allowed"},
+      {"carriage return", users->home, "secret\r", "value: home: line break not allowed"},
+      {"NUL", users->maildir, std::string("secret\0", 7), "value: maildir: NUL not allowed"},
+      {"comment", users->name, "#secret", "value: name: must not begin as a comment does"},
+      {"letters", users->uid, "secret", "value: uid: not acceptable"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_EQ(ErrorOf([&] { test.field.Set(test.value); }), test.error);
+    EXPECT_EQ(test.field.Str(), "");
+  }
+  users->maildir.Set(kMaildir);
+  EXPECT_EQ(users->maildir.Str(), kMaildir);
+}
+
+TEST_F(ConfDataSetTest, ARecordWithoutANameIsRefused) {
+  const auto users = Open();
+  users->New();
+  EXPECT_EQ(ErrorOf([&] { users->Post(""); }), "value: name: must not be empty");
+  Write(Line("a") + "\n");
+  users->Assert("a");
+  users->name.Set("");
+  EXPECT_EQ(ErrorOf([&] { users->Post(""); }), "value: name: must not be empty");
+  EXPECT_EQ(users->name.Str(), "a");
+  EXPECT_EQ(Content(), Line("a") + "\n");
+}
+
+TEST_F(ConfDataSetTest, APostTakesNoPlace) {
+  Write(Line("a") + "\n");
+  const auto users = Open();
+  users->Assert("a");
+  users->passwd.Set("new");
+  EXPECT_EQ(ErrorOf([&] { users->Post("before b"); }), "value: place: must be empty");
+  users->Post("");
+  EXPECT_EQ(Content(), Line("a") + "\n") << "what was refused was posted later";
+}
+
+TEST_F(ConfDataSetTest, RemovedLinesLeaveTheOthersAndTheWalkGoesOnBehindThem) {
+  Write("#1\n" + Line("a") + "\n#2\n" + Line("b") + "\n" + Line("c") + "\n");
+  const auto users = Open();
+  users->Assert("b");
+  users->_Delete(true);
+  EXPECT_EQ(Content(), "#1\n" + Line("a") + "\n#2\n" + Line("c") + "\n");
+  EXPECT_EQ(users->name.Str(), "");
+  users->Next();
+  EXPECT_EQ(users->name.Str(), "c");
+  EXPECT_EQ(ErrorOf([&] { users->Assert("b"); }), "missed: name: b");
+  EXPECT_EQ(users->name.Str(), "c") << "a failing look-up moved the cursor";
+}
+
+TEST_F(ConfDataSetTest, ARemovalWithoutASaveIsSavedByTheNextPost) {
+  Write(Line("a") + "\n" + Line("b") + "\n");
+  const auto users = Open();
+  users->Assert("a");
+  users->Delete();
+  EXPECT_FALSE(users->Find("a"));
+  EXPECT_EQ(Content(), Line("a") + "\n" + Line("b") + "\n");
+  SetPassword(users, "b", "new");
+  EXPECT_EQ(Content(), Line("b", "new") + "\n");
+}
+
+TEST_F(ConfDataSetTest, TheLastLineCanBeRemoved) {
+  Write(Line("a"));
+  const auto users = Open();
+  users->Assert("a");
+  users->_Delete(true);
+  EXPECT_EQ(Content(), "");
+  EXPECT_EQ(Names(users), std::vector<std::string>{});
+}
+
+TEST_F(ConfDataSetTest, ANameCanBeChangedToOneThatIsFree) {
+  Write(Line("a") + "\n" + Line("b") + "\n");
+  const auto users = Open();
+  users->Assert("a");
+  users->name.Set("b");
+  EXPECT_EQ(ErrorOf([&] { users->Post(""); }), "exists: name: b");
+  users->name.Set("c");
+  users->Post("");
+  EXPECT_FALSE(users->Find("a"));
+  EXPECT_TRUE(users->Find("c"));
+  EXPECT_EQ(Names(users), (std::vector<std::string>{"c", "b"}));
+}
+
+TEST_F(ConfDataSetTest, SetValuesAreSeenByTheirCursorAloneUntilThePost) {
+  Write(Line("a", "old") + "\n");
+  const auto mine = Open();
+  const auto other = Open();
+  mine->Assert("a");
+  other->Assert("a");
+  mine->passwd.Set("new");
+  EXPECT_EQ(mine->passwd.Str(), "new");
+  EXPECT_EQ(other->passwd.Str(), "old");
+  mine->Post("");
+  EXPECT_EQ(other->passwd.Str(), "new");
+}
+
+TEST_F(ConfDataSetTest, EraseSetsAColumnEmpty) {
+  Write(Line("a", "old") + "\n");
+  const auto users = Open();
+  users->Assert("a");
+  users->Erase(2);
+  users->Post("");
+  EXPECT_EQ(Content(), Line("a", "") + "\n");
+}
+
+TEST_F(ConfDataSetTest, ColumnsThatDoNotExistAreRefused) {
+  const auto users = Open();
+  users->New();
+  EXPECT_EQ(ErrorOf([&] { users->SetField(0, "x"); }), "internal: unknown: no column 0");
+  EXPECT_EQ(ErrorOf([&] { users->SetField(10, "x"); }), "internal: unknown: no column 10");
+}
+
+TEST_F(ConfDataSetTest, LinesAndTheirPlacesCanBeReadFromASource) {
+  Write("#\n" + Line("a") + "\r\nx:y\n" + Line("b"));
+  const auto users = Open();
+  const ConfAllocation* places = users->getAlloc();
+  ASSERT_EQ(places->lines.size(), 2U);
+  EXPECT_EQ(places->lines[0], (std::pair<std::size_t, std::size_t>(2, Line("a").size())));
+  const ConfSrc* source = users->getConfig();
+  EXPECT_EQ(source->path, path_);
+  EXPECT_EQ(source->bytes.substr(places->lines[1].first, places->lines[1].second), Line("b"));
+  ConfAllocation rest;
+  users->RawRead(static_cast<int>(places->lines[1].first), users->getConfig(), &rest);
+  EXPECT_EQ(rest.lines, (std::vector<std::pair<std::size_t, std::size_t>>{places->lines[1]}));
+}
+
+TEST_F(ConfDataSetTest, ALineCanBeParsedIntoANewRecord) {
+  const auto users = Open();
+  users->New();
+  const std::string line = Line("a");
+  users->Parse({line});
+  users->Post("");
+  EXPECT_EQ(Content(), line + "\n");
+}
+
+TEST_F(ConfDataSetTest, ADatasetWithoutAFileSaysSo) {
+  Users alone;
+  EXPECT_EQ(ErrorOf([&] { alone.First(); }), "internal: unknown: a dataset without a file");
+}
+
+class Guarded : public Users {
+ public:
+  Guarded() : ConfDataSet(nullptr) {}
+  void onBeforeNew() override { Note("before new"); }
+  void onBeforePost() override { Note("before post"); }
+  void onBeforeDelete() override { Note("before delete"); }
+  void onAfterNew() override { calls.push_back("after new"); }
+  void onAfterPost() override { calls.push_back("after post"); }
+  void onAfterDelete() override { calls.push_back("after delete"); }
+
+  void Note(const std::string& call) {
+    if (call == refused) throw mgr_err::Error("limit", call);
+    calls.push_back(call);
+  }
+
+  std::string refused;
+  std::vector<std::string> calls;
+};
+
+class GuardedConfig : public MgrCachedConfig<GuardedConfig> {
+ public:
+  GuardedConfig() {
+    RegisterSyntax(UnixConfParams());
+    RegisterDataSet<Guarded>();
+  }
+};
+
+TEST_F(ConfDataSetTest, HooksStandAroundEachStepAndMayPreventIt) {
+  const auto users = GuardedConfig::Get<Guarded>(path_, true);
+  users->New();
+  users->name.Set("a");
+  users->Post("");
+  users->_Delete(true);
+  EXPECT_EQ(users->calls,
+            (std::vector<std::string>{"before new", "after new", "before post", "after post",
+                                      "before delete", "after delete"}));
+  users->refused = "before new";
+  EXPECT_EQ(ErrorOf([&] { users->New(); }), "limit: before new");
+  users->refused = "before post";
+  users->New();
+  users->name.Set("b");
+  EXPECT_EQ(ErrorOf([&] { users->Post(""); }), "limit: before post");
+  EXPECT_EQ(Content(), "");
+}
+
+}  // namespace
