@@ -3,7 +3,7 @@
     FOLDER/brisq.toml              configuration of brisq
     FOLDER/instance.json           the folder's own path and the five loopback ports
     FOLDER/bin/doveadm             doveadm of this server; dovecot-control starts and stops it
-    FOLDER/dovecot/dovecot.conf    the server; local.conf beside it is included where it exists
+    FOLDER/dovecot/dovecot.conf    the server; includes 90-brisq.conf and, where it exists, local.conf
     FOLDER/dovecot/users           the passwd-file, 0640 root:dovecot
     FOLDER/dovecot/conf.d-certs/   one snippet per domain with its own certificate
     FOLDER/dovecot/certs/          links to those certificates and keys
@@ -190,6 +190,7 @@ class Layout:
             "INSTANCE": self.folder,
             "RUN": self._path("run"),
             "NAME": re.sub(r"[^a-z0-9]+", "-", self.folder.lower()).strip("-"),
+            "USERS": self.users, "CERTCONF": self.snippets,
             "SCHEME": scheme, "EMAILAUTH": auth, "RELOADDELAY": reload_delay,
         }
         for program in ("dovecot", "doveadm", "doveconf"):
@@ -198,6 +199,7 @@ class Layout:
             values[name.upper()] = str(port)
         self._render("brisq.toml", self.config, 0o644, values)
         self._render("dovecot.conf", self.dovecot_conf, 0o644, values)
+        self._render("../dovecot/90-brisq.conf", self._path("dovecot/90-brisq.conf"), 0o644, values)
         self._render("doveadm", self.doveadm, 0o755, values)
         self._render("dovecot-control", self.control, 0o755, values)
 
