@@ -101,7 +101,7 @@ class BRISQ_API Request {
   void End() noexcept;
   void MakeCallsAfterCommit() noexcept;
   void Problem(const std::string& what, const std::string& reason) noexcept;
-  bool Attempt(const Step& step, const std::string& what) noexcept;
+  void Attempt(const Step& step, const std::string& what) noexcept;
 
   std::string name_;
   std::chrono::system_clock::time_point started_;

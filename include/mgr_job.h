@@ -1,9 +1,15 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "brisq_export.h"
 #include "mgr_file.h"
+
+class FileSwap;
+namespace user_dir {
+struct Made;
+}
 
 /// Jobs: the steps of a request that wait for its commit.
 ///
@@ -46,9 +52,7 @@ class BRISQ_API CreateFile : public Job {
   void Forget() noexcept override;
 
  private:
-  std::string path_;
-  std::string prepared_;
-  std::string replaced_;
+  std::unique_ptr<FileSwap> swap_;
 };
 
 /// Calls an action with a parameter string after the request has been committed; never when it
@@ -71,8 +75,11 @@ namespace safe {
 /// directory that this job made is removed when it is still empty.
 class BRISQ_API CreateDir : public Job {
  public:
+  /// @throws mgr_err::Error "value" when `name` is no single name, "internal" for a folder that
+  /// names no directory
   CreateDir(const mgr_file::safe::Folder& folder, const std::string& name,
             const mgr_file::Attrs& attrs);
+  ~CreateDir() override;
   void Do() override;
   void Undo() override;
 
@@ -80,7 +87,7 @@ class BRISQ_API CreateDir : public Job {
   mgr_file::safe::Folder folder_;
   std::string name_;
   mgr_file::Attrs attrs_;
-  bool made_ = false;
+  std::unique_ptr<user_dir::Made> made_;
 };
 
 }  // namespace safe

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+
+#include "brisq_export.h"
+#include "mgr_file.h"
+
+/// A file or symbolic link that is prepared beside its place, put there whole, and can be taken
+/// back: what a job needs to replace an entry of a directory that belongs to the system.
+///
+/// Beside the target, in its directory, stands an entry named ".brisq-job-" and 16 hexadecimal
+/// digits: first the prepared one, then what it replaced, until Discard or Restore. It never ends
+/// in an extension. One that is found without a running process was left by a kill.
+class BRISQ_API FileSwap {
+ public:
+  /// Where a symbolic link leads, taken as it stands.
+  struct LinkTo {
+    std::string target;
+  };
+
+  /// Prepares a regular file with exactly this content, mode and owner, whatever the umask, and
+  /// syncs it.
+  /// @param path  absolute; its directory exists
+  /// @throws mgr_err::Error "file": nothing is left
+  FileSwap(const std::string& path, std::string_view content, const mgr_file::Attrs& attrs);
+  /// Prepares a symbolic link.
+  /// @throws as above
+  FileSwap(const std::string& path, const LinkTo& link);
+  /// Removes what was prepared and never put in place.
+  ~FileSwap();
+  FileSwap(const FileSwap&) = delete;
+  FileSwap& operator=(const FileSwap&) = delete;
+
+  /// Puts the prepared entry in the target's place, replacing a file or a symbolic link (not what
+  /// it points to), and syncs the directory. A reader sees the old entry, none if there was none,
+  /// or the new one.
+  /// @throws mgr_err::Error "file", also when a directory stands there: all is as before
+  void Publish();
+
+  /// After Publish: puts back what was replaced, or removes the entry when there was nothing.
+  /// @throws mgr_err::Error "file" with the rule "changed since" when the entry is not the one that
+  /// Publish left: it stays, and what was replaced is given up; otherwise when the system refuses:
+  /// what was replaced stays beside the target and is named in the error
+  void Restore();
+
+  /// After Publish: removes what was replaced. Failing to do so leaves it behind.
+  void Discard() noexcept;
+
+ private:
+  /// Tells an entry from another one, and a file from its later content.
+  struct Stamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified = {};
+    bool operator==(const Stamp& other) const noexcept;
+  };
+
+  explicit FileSwap(const std::string& path);
+  Stamp StampOf(const std::string& path) const;
+  void RemoveAside() noexcept;
+  void PutInPlace();
+  bool ExchangeWithOld();
+  bool PlaceIfNone();
+  void ReplaceByRename();
+
+  std::string path_;
+  std::string directory_;
+  std::string aside_;  // the entry beside the target; empty when there is none
+  Stamp stamp_;
+  bool published_ = false;
+};

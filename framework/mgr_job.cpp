@@ -1,0 +1,81 @@
+#include "mgr_job.h"
+
+#include "brisq_api.h"
+#include "framework/file_swap.h"
+#include "framework/request.h"
+#include "framework/user_dir.h"
+#include "mgr_err.h"
+
+namespace mgr_job {
+
+Job::Job() {
+  if (Request::Current() == nullptr) {
+    throw mgr_err::Error("internal", "job", "made outside of a request");
+  }
+  Request::Current()->Enter(*this);
+}
+
+Job::~Job() {
+  if (Request::Current() != nullptr) {
+    Request::Current()->Leave(*this);
+  }
+}
+
+void Job::Forget() noexcept {}
+
+CreateFile::CreateFile(const std::string& path, const std::string& content,
+                       const mgr_file::Attrs& attrs)
+    : swap_(std::make_unique<FileSwap>(path, content, attrs)) {}
+
+CreateFile::~CreateFile() = default;
+
+void CreateFile::Do() { swap_->Publish(); }
+
+void CreateFile::Undo() { swap_->Restore(); }
+
+void CreateFile::Forget() noexcept { swap_->Discard(); }
+
+CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
+    : action_(action), params_(params) {}
+
+void CallOnCommit::Do() {
+  Request::Current()->AfterCommit("action " + action_, [action = action_, params = params_] {
+    brisq_api::InternalCall(action, params);
+  });
+}
+
+// The request drops the call when it fails.
+void CallOnCommit::Undo() {}
+
+namespace safe {
+
+namespace {
+
+void CheckName(const std::string& name) {
+  if (name.empty() || name == "." || name == ".." ||
+      name.find_first_of(std::string("/\0", 2)) != std::string::npos) {
+    throw mgr_err::Error("value", "directory name", "must be a single name");
+  }
+}
+
+}  // namespace
+
+CreateDir::CreateDir(const mgr_file::safe::Folder& folder, const std::string& name,
+                     const mgr_file::Attrs& attrs)
+    : folder_(folder), name_(name), attrs_(attrs) {
+  CheckName(name_);
+  if (folder_.empty()) {
+    throw mgr_err::Error("internal", "directory " + name_, "needs a folder to be made in");
+  }
+}
+
+CreateDir::~CreateDir() = default;
+
+void CreateDir::Do() {
+  made_ = std::make_unique<user_dir::Made>(user_dir::MakeOne(folder_, name_, attrs_));
+}
+
+void CreateDir::Undo() { user_dir::Remove(folder_, *made_); }
+
+}  // namespace safe
+}  // namespace mgr_job

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "brisq_export.h"
+
+/// Runs `attempt` in a child process that is forked for it, with its standard streams on
+/// "/dev/null", and returns the text that it returned. When the child ends before that, or has not
+/// come to an end after `limit_seconds` (it is killed then), the text says so.
+/// @throws mgr_err::Error "plugin" when no child can be made
+BRISQ_API std::string RunInChild(const std::function<std::string()>& attempt, int limit_seconds);

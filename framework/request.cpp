@@ -1,0 +1,210 @@
+#include "framework/request.h"
+
+#include <cxxabi.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <typeinfo>
+#include <utility>
+
+#include "framework/due.h"
+#include "mgr_err.h"
+#include "mgr_log.h"
+
+namespace {
+
+mgr_log::Module request_log("request", "brisq");
+
+thread_local Request* current_request = nullptr;
+
+// Requests that began keep the hooks that they began with.
+struct HooksInUse {
+  std::mutex mutex;
+  std::shared_ptr<const Request::DatabaseHooks> hooks = std::make_shared<Request::DatabaseHooks>();
+};
+
+HooksInUse& InUse() {
+  static HooksInUse in_use;
+  return in_use;
+}
+
+std::shared_ptr<const Request::DatabaseHooks> CurrentHooks() {
+  std::lock_guard guard(InUse().mutex);
+  return InUse().hooks;
+}
+
+void CallIfSet(const std::function<void()>& hook) {
+  if (hook) {
+    hook();
+  }
+}
+
+std::string ClassOf(const mgr_job::Job& job) {
+  const char* mangled = typeid(job).name();
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> name(
+      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
+  return status == 0 ? name.get() : mangled;
+}
+
+mgr_err::Error Misuse(const std::string& request, const std::string& rule) {
+  return mgr_err::Error("internal", "request " + request, rule);
+}
+
+}  // namespace
+
+Request::Request(std::string name)
+    : name_(std::move(name)),
+      started_(std::chrono::system_clock::now()),
+      database_(CurrentHooks()) {
+  if (current_request != nullptr) {
+    throw Misuse(name_, "begun inside of request " + current_request->name_);
+  }
+  current_request = this;
+}
+
+Request::~Request() { Rollback(); }
+
+Request* Request::Current() noexcept { return current_request; }
+
+void Request::SetDatabaseHooks(DatabaseHooks hooks) {
+  auto shared = std::make_shared<const DatabaseHooks>(std::move(hooks));
+  std::lock_guard guard(InUse().mutex);
+  InUse().hooks = std::move(shared);
+}
+
+void Request::Commit() {
+  if (state_ != State::kOpen || current_request != this) {
+    throw Misuse(name_, "has ended or belongs to another thread");
+  }
+  state_ = State::kCommitting;
+  try {
+    DoJobs();
+    CommitDatabase();
+  } catch (...) {
+    Rollback();
+    throw;
+  }
+  for (mgr_job::Job* job : jobs_) {
+    job->Forget();
+  }
+  End();
+  MakeCallsAfterCommit();
+}
+
+void Request::Rollback() noexcept {
+  if (state_ != State::kOpen && state_ != State::kCommitting) {
+    return;
+  }
+  state_ = State::kUndoing;
+  UndoSteps();
+  RollbackDatabase();
+  End();
+}
+
+void Request::OnRollback(std::string what, std::function<void()> undo) {
+  if (state_ != State::kUndoing) {
+    done_.push_back({std::move(what), std::move(undo)});
+  }
+}
+
+void Request::AfterCommit(std::string what, std::function<void()> call) {
+  after_commit_.push_back({std::move(what), std::move(call)});
+}
+
+void Request::QueueCommand(std::string command) { commands_.push_back(std::move(command)); }
+
+void Request::AddNote(std::string note) { notes_.push_back(std::move(note)); }
+
+void Request::BeginDatabase() {
+  if (!transaction_) {
+    CallIfSet(database_->begin);
+    transaction_ = true;
+  }
+}
+
+void Request::Enter(mgr_job::Job& job) {
+  if (state_ == State::kUndoing) {
+    throw Misuse(name_, "takes no job while it is rolled back");
+  }
+  jobs_.push_back(&job);
+}
+
+void Request::Leave(const mgr_job::Job& job) noexcept {
+  // The job whose construction failed is the last one, or followed by few that it made itself.
+  const auto last = std::find(jobs_.rbegin(), jobs_.rend(), &job);
+  if (last != jobs_.rend()) {
+    jobs_.erase(std::next(last).base());
+  }
+}
+
+void Request::DoJobs() {
+  // By index: a job may add others behind it.
+  for (std::size_t i = 0; i < jobs_.size(); ++i) {
+    mgr_job::Job* job = jobs_[i];
+    Step step{ClassOf(*job), [job] { job->Undo(); }};
+    job->Do();
+    done_.push_back(std::move(step));
+  }
+}
+
+void Request::CommitDatabase() {
+  if (transaction_) {
+    CallIfSet(database_->commit);
+    transaction_ = false;
+  }
+}
+
+void Request::UndoSteps() noexcept {
+  for (std::size_t number = done_.size(); number > 0; --number) {
+    const Step& step = done_[number - 1];
+    Attempt(step, "undo of step " + std::to_string(number) + " (" + step.what + ")");
+  }
+}
+
+void Request::RollbackDatabase() noexcept {
+  if (transaction_) {
+    Attempt({"", [this] { CallIfSet(database_->rollback); }}, "rollback of the database");
+    transaction_ = false;
+  }
+}
+
+void Request::End() noexcept {
+  if (state_ == State::kUndoing) {
+    after_commit_.clear();
+    commands_.clear();
+  }
+  state_ = State::kEnded;
+  current_request = nullptr;
+  done_.clear();
+  const std::vector<mgr_job::Job*> jobs = std::exchange(jobs_, {});
+  std::for_each(jobs.rbegin(), jobs.rend(), [](mgr_job::Job* job) { delete job; });
+}
+
+void Request::MakeCallsAfterCommit() noexcept {
+  for (const Step& step : std::exchange(after_commit_, {})) {
+    Attempt(step, "after the commit: " + step.what);
+  }
+  for (const std::string& command : std::exchange(commands_, {})) {
+    Attempt({command, [&command] { due::QueueCommand(command); }}, "queueing of " + command);
+  }
+}
+
+void Request::Attempt(const Step& step, const std::string& what) noexcept {
+  try {
+    step.call();
+  } catch (const std::exception& error) {
+    Problem(what, error.what());
+  } catch (...) {
+    Problem(what, "an exception of unknown kind");
+  }
+}
+
+void Request::Problem(const std::string& what, const std::string& reason) noexcept {
+  if (request_log.Check(mgr_log::kError)) {
+    request_log.Write(mgr_log::kError, "%s: %s failed: %s", name_.c_str(), what.c_str(),
+                      reason.c_str());
+  }
+  notes_.push_back(what + " failed: " + reason);
+}

@@ -1,0 +1,316 @@
+#include "framework/user_dir.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "framework/file_error.h"
+
+using mgr_file::FileError;
+
+namespace mgr_file::safe {
+
+Owner::~Owner() = default;
+
+Folder::Folder(std::string root, std::string path, uid_t uid, gid_t gid)
+    : root_(std::move(root)), path_(std::move(path)), uid_(uid), gid_(gid) {}
+
+}  // namespace mgr_file::safe
+
+namespace user_dir {
+
+namespace {
+
+constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+mgr_err::Error NotSafe(const std::string& path, const std::string& reason) {
+  return mgr_err::Error("file", path, "not safe: " + reason);
+}
+
+mgr_err::Error BadPath(const std::string& path, const std::string& rule) {
+  return mgr_err::Error("value", path, rule);
+}
+
+std::vector<std::string> Components(std::string_view path) {
+  std::vector<std::string> components;
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    if (end > 0) {
+      components.emplace_back(path.substr(0, end));
+    }
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return components;
+}
+
+// The part of the folder's path below its root. Both are in normal form.
+std::vector<std::string> ComponentsBelowRoot(const mgr_file::safe::Folder& folder) {
+  const std::string& root = folder.root();
+  const std::string inside = root == "/" ? root : root + "/";
+  if (folder.path() == root) {
+    return {};
+  }
+  if (!folder.path().starts_with(inside)) {
+    throw BadPath(folder.path(), "does not lie below " + root);
+  }
+  return Components(std::string_view(folder.path()).substr(root.size()));
+}
+
+const char* KindOf(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFLNK:
+      return "a symbolic link";
+    case S_IFREG:
+      return "a regular file";
+    case S_IFDIR:
+      return "a directory";
+    case S_IFIFO:
+      return "a pipe";
+    case S_IFSOCK:
+      return "a socket";
+    default:
+      return "a device";
+  }
+}
+
+struct stat StateOf(int fd, const std::string& path) {
+  struct stat state = {};
+  if (::fstat(fd, &state) != 0) {
+    throw FileError(path, "stat");
+  }
+  return state;
+}
+
+// Why `name` could not be opened as a directory.
+mgr_err::Error Refusal(int parent, const std::string& name, const std::string& path, int error) {
+  struct stat state = {};
+  if (::fstatat(parent, name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0 &&
+      !S_ISDIR(state.st_mode)) {
+    return NotSafe(path, std::string("is ") + KindOf(state.st_mode));
+  }
+  return FileError(path, "open", error);
+}
+
+Descriptor OpenEntry(int parent, const std::string& name, const std::string& path) {
+  Descriptor fd(::openat(parent, name.c_str(), kDirectory));
+  if (!fd) {
+    throw Refusal(parent, name, path, errno);
+  }
+  return fd;
+}
+
+void CheckOwner(uid_t is, uid_t wanted, const std::string& path) {
+  if (is != wanted) {
+    throw NotSafe(path,
+                  "belongs to uid " + std::to_string(is) + " instead of " + std::to_string(wanted));
+  }
+}
+
+Descriptor OpenRoot(const mgr_file::safe::Folder& folder) {
+  Descriptor fd = OpenEntry(AT_FDCWD, folder.root(), folder.root());
+  const uid_t is = StateOf(fd.get(), folder.root()).st_uid;
+  if (is != 0) {
+    CheckOwner(is, folder.uid(), folder.root());
+  }
+  return fd;
+}
+
+Descriptor OpenOwned(int parent, const std::string& name, const std::string& path, uid_t uid) {
+  Descriptor fd = OpenEntry(parent, name, path);
+  CheckOwner(StateOf(fd.get(), path).st_uid, uid, path);
+  return fd;
+}
+
+bool IsEmpty(int fd, const std::string& path) {
+  const int own = ::openat(fd, ".", kDirectory);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(own < 0 ? nullptr : ::fdopendir(own),
+                                                   &::closedir);
+  if (!stream) {
+    throw FileError(path, "open");
+  }
+  while (const dirent* entry = ::readdir(stream.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") {
+      return false;
+    }
+  }
+  return true;
+}
+
+void Sync(int fd, const std::string& path) {
+  // A file system that can't sync directories says EINVAL and has nothing to sync.
+  if (::fsync(fd) != 0 && errno != EINVAL) {
+    throw FileError(path, "fsync");
+  }
+}
+
+// The user may have put another directory in the place of the new one. An empty one of our own does
+// nobody harm when it becomes the user's, who could remove it and make another.
+void CheckIsNew(int fd, const std::string& path) {
+  if (StateOf(fd, path).st_uid != ::geteuid() || !IsEmpty(fd, path)) {
+    throw NotSafe(path, "was swapped while it was made");
+  }
+}
+
+void SetAttrs(int fd, const std::string& path, const mgr_file::Attrs& attrs) {
+  // Owner before mode: chown(2) may clear bits that chmod(2) has set.
+  if (::fchown(fd, attrs.uid, attrs.gid) != 0) {
+    throw FileError(path, "chown");
+  }
+  if (::fchmod(fd, attrs.mode) != 0) {
+    throw FileError(path, "chmod");
+  }
+}
+
+struct Fresh {
+  Descriptor fd;
+  Made made;
+};
+
+Fresh Finish(int parent, const std::string& name, const std::string& path,
+             const mgr_file::Attrs& attrs) {
+  Descriptor fd = OpenEntry(parent, name, path);
+  CheckIsNew(fd.get(), path);
+  SetAttrs(fd.get(), path, attrs);
+  Sync(fd.get(), path);
+  Sync(parent, path);
+  const struct stat state = StateOf(fd.get(), path);
+  return {std::move(fd), {path, state.st_dev, state.st_ino}};
+}
+
+// Nothing when the name is taken.
+std::optional<Fresh> TryMake(int parent, const std::string& name, const std::string& path,
+                             const mgr_file::Attrs& attrs) {
+  // Closed to everybody until owner and mode are set.
+  if (::mkdirat(parent, name.c_str(), 0700) != 0) {
+    if (errno == EEXIST) {
+      return std::nullopt;
+    }
+    throw FileError(path, "mkdir");
+  }
+  try {
+    return Finish(parent, name, path, attrs);
+  } catch (...) {
+    // At worst an empty directory that the user has put there.
+    ::unlinkat(parent, name.c_str(), AT_REMOVEDIR);
+    throw;
+  }
+}
+
+void RemoveAll(const mgr_file::safe::Folder& folder, const std::vector<Made>& made) noexcept {
+  std::for_each(made.rbegin(), made.rend(), [&folder](const Made& directory) {
+    try {
+      Remove(folder, directory);
+    } catch (const mgr_err::Error&) {
+      // The failure that led here is the one to report.
+    }
+  });
+}
+
+Descriptor MakeComponents(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs,
+                          std::vector<Made>& made) {
+  Descriptor at = OpenRoot(folder);
+  std::string path = folder.root();
+  for (const std::string& name : ComponentsBelowRoot(folder)) {
+    path = mgr_file::ConcatPath(path, name);
+    if (std::optional<Fresh> fresh = TryMake(at.get(), name, path, attrs)) {
+      made.push_back(std::move(fresh->made));
+      at = std::move(fresh->fd);
+    } else {
+      at = OpenOwned(at.get(), name, path, folder.uid());
+    }
+  }
+  return at;
+}
+
+}  // namespace
+
+std::string Normalised(const std::string& path) {
+  if (!path.starts_with('/')) {
+    throw BadPath(path, "must be an absolute path");
+  }
+  if (path.find('\0') != std::string::npos) {
+    throw BadPath(path.substr(0, path.find('\0')), "must not contain a NUL");
+  }
+  std::string normal;
+  for (const std::string& name : Components(path)) {
+    if (name == "..") {
+      throw BadPath(path, "must not contain \"..\"");
+    }
+    if (name != ".") {
+      normal += "/" + name;
+    }
+  }
+  return normal.empty() ? "/" : normal;
+}
+
+mgr_file::safe::Folder Below(const mgr_file::safe::Owner& owner, const std::string& path) {
+  mgr_file::safe::Folder folder(Normalised(owner.OwnerHome()), Normalised(path), owner.OwnerUid(),
+                                owner.OwnerGid());
+  if (ComponentsBelowRoot(folder).empty()) {
+    throw BadPath(folder.path(), "does not lie below " + folder.root());
+  }
+  return folder;
+}
+
+Descriptor Open(const mgr_file::safe::Folder& folder) {
+  Descriptor at = OpenRoot(folder);
+  std::string path = folder.root();
+  for (const std::string& name : ComponentsBelowRoot(folder)) {
+    path = mgr_file::ConcatPath(path, name);
+    at = OpenOwned(at.get(), name, path, folder.uid());
+  }
+  return at;
+}
+
+std::vector<Made> MakePath(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs) {
+  std::vector<Made> made;
+  try {
+    MakeComponents(folder, attrs, made);
+  } catch (...) {
+    RemoveAll(folder, made);
+    throw;
+  }
+  return made;
+}
+
+Made MakeOne(const mgr_file::safe::Folder& parent, const std::string& name,
+             const mgr_file::Attrs& attrs) {
+  const Descriptor at = Open(parent);
+  const std::string path = mgr_file::ConcatPath(parent.path(), name);
+  std::optional<Fresh> fresh = TryMake(at.get(), name, path, attrs);
+  if (!fresh) {
+    struct stat state = {};
+    const bool seen = ::fstatat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+    throw mgr_err::Error(
+        "file", path,
+        std::string("exists already") + (seen ? std::string(" as ") + KindOf(state.st_mode) : ""));
+  }
+  return std::move(fresh->made);
+}
+
+void Remove(const mgr_file::safe::Folder& folder, const Made& made) {
+  const auto [directory, name] = mgr_file::SplitPath(made.path);
+  const Descriptor parent =
+      Open({folder.root(), directory.empty() ? "/" : directory, folder.uid(), folder.gid()});
+  struct stat state = {};
+  if (::fstatat(parent.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 ||
+      state.st_dev != made.device || state.st_ino != made.inode) {
+    return;
+  }
+  if (::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) == 0) {
+    Sync(parent.get(), directory);
+  } else if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT) {
+    throw FileError(made.path, "rmdir");
+  }
+}
+
+}  // namespace user_dir

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "brisq_export.h"
+#include "framework/descriptor.h"
+#include "mgr_file.h"
+
+/// Directories in users' trees, where the user may swap any entry for another at any moment.
+///
+/// Every operation goes from the tree's root component by component, on descriptors, follows no
+/// symbolic link (the root itself must be none either), and accepts below the root only directories
+/// that belong to the user; the root may belong to the system's administrator as well. What it
+/// refuses is reported as mgr_err::Error "file" with the entry's path and "not safe: REASON"; a
+/// refusal by the system with its words. Any thread; the umask has no effect.
+namespace user_dir {
+
+/// A directory that was made, known again even when its name comes to stand for another one.
+struct Made {
+  std::string path;
+  dev_t device;
+  ino_t inode;
+};
+
+/// Checks that a path is absolute and has no component ".." and no NUL, and brings it into its
+/// normal form: one slash between components, none at the end, no component ".".
+/// @throws mgr_err::Error "value" with the path and the rule
+BRISQ_API std::string Normalised(const std::string& path);
+
+/// The folder `path` in the tree of `owner`; nothing on disk is looked at.
+/// @throws mgr_err::Error "value" also when `path` does not lie below the owner's home
+BRISQ_API mgr_file::safe::Folder Below(const mgr_file::safe::Owner& owner, const std::string& path);
+
+/// Opens an existing folder for reading.
+BRISQ_API Descriptor Open(const mgr_file::safe::Folder& folder);
+
+/// Makes the folder and its missing parents, all with exactly `attrs`, durably, and returns what it
+/// made, topmost first: nothing when the folder was there. The tree's root must exist.
+/// @throws as above, everything that was made has been removed
+BRISQ_API std::vector<Made> MakePath(const mgr_file::safe::Folder& folder,
+                                     const mgr_file::Attrs& attrs);
+
+/// Makes one directory, durably, with exactly `attrs`.
+/// @param name  a single component
+/// @throws as above, also when something has this name; nothing is left
+BRISQ_API Made MakeOne(const mgr_file::safe::Folder& parent, const std::string& name,
+                       const mgr_file::Attrs& attrs);
+
+/// Removes a directory that was made in the tree of `folder`, if its name still stands for it and
+/// it is empty; leaves everything else alone.
+/// @throws mgr_err::Error "file" when the way to it is no longer safe or the system refuses
+BRISQ_API void Remove(const mgr_file::safe::Folder& folder, const Made& made);
+
+}  // namespace user_dir

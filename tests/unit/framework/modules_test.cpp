@@ -1,0 +1,164 @@
+#include "framework/modules.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using brisq_api::BuildModules;
+using brisq_api::LoadPlugins;
+using brisq_api::PluginReport;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+
+constexpr char kCategory[] = "test_plugins";
+
+std::string Fixture(const std::string& name) {
+  return std::string(BRISQ_TEST_PLUGIN_DIR) + "/" + name + ".so";
+}
+
+// A plug-in stays loaded until the process ends, so each test loads a copy of its own.
+class ModulesTest : public testing::Test {
+ protected:
+  std::string CopyOf(const std::string& name, const std::string& as) const {
+    fs::copy_file(Fixture(name), directory / as);
+    return directory / as;
+  }
+
+  support::TempDir directory;
+};
+
+std::string ErrorOf(const std::string& file) {
+  const std::vector<PluginReport> reports = LoadPlugins({file});
+  EXPECT_EQ(1U, reports.size());
+  EXPECT_EQ(file, reports.front().file);
+  return reports.front().error;
+}
+
+TEST_F(ModulesTest, AGoodPluginIsLoadedAndItsModuleBuilt) {
+  const std::string file = CopyOf("good_module", "good.so");
+  EXPECT_EQ("", ErrorOf(file));
+  const std::vector<PluginReport> built = BuildModules(kCategory);
+  ASSERT_EQ(1U, built.size());
+  EXPECT_EQ(file, built.front().file);
+  EXPECT_EQ("", built.front().error);
+  EXPECT_THAT(brisq_api::Modules(), Contains("test_good"));
+}
+
+TEST_F(ModulesTest, ABrokenPluginIsReportedAndTheHostLives) {
+  struct Case {
+    const char* name;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"throws_at_load", "throws while it is loaded: no licence"},
+      {"aborts_at_load", "ends the process by signal 6 \\(Aborted\\)"},
+      {"missing_symbol",
+       "undefined symbol: [A-Za-z0-9_]+ \\(brisq_api::FunctionOfANewerHost\\(\\)\\)"},
+      {"no_plugin", "is no plug-in: it registers no module"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = CopyOf(c.name, std::string(c.name) + ".so");
+    EXPECT_THAT(ErrorOf(file), MatchesRegex(c.error));
+    EXPECT_EQ(nullptr, ::dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD)) << "it is still loaded";
+    EXPECT_THAT(BuildModules(kCategory), IsEmpty());
+  }
+}
+
+// The loader's lock must be free again, or the first thread that loads a library hangs.
+TEST_F(ModulesTest, OtherThreadsCanLoadLibrariesAfterABrokenPlugin) {
+  ErrorOf(CopyOf("throws_at_load", "throws.so"));
+  const std::string library = CopyOf("no_plugin", "other.so");
+  std::thread([&library] {
+    void* handle = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    EXPECT_NE(nullptr, handle);
+    ::dlclose(handle);
+  }).join();
+}
+
+TEST_F(ModulesTest, WhatIsNoLibraryIsReported) {
+  struct Case {
+    const char* name;
+    std::string file;
+    const char* error;
+  };
+  const std::string library = support::ReadFile(Fixture("good_module"));
+  const Case cases[] = {
+      {"missing", directory / "none.so", "cannot open shared object file"},
+      {"text", directory.Write("text.so", "this is no library\n"), "invalid ELF header"},
+      {"empty", directory.Write("empty.so", ""), "file too short"},
+      {"cut short", directory.Write("cut.so", library.substr(0, 100)), "file too short"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_THAT(ErrorOf(c.file), HasSubstr(c.error));
+    EXPECT_THAT(ErrorOf(c.file), Not(HasSubstr(c.file))) << "the report has the file apart";
+  }
+}
+
+TEST_F(ModulesTest, AFileLoadedTwiceIsReported) {
+  const std::string file = CopyOf("good_module", "twice.so");
+  fs::create_symlink(file, directory / "link.so");
+  EXPECT_EQ("", ErrorOf(file));
+  EXPECT_EQ("is loaded already", ErrorOf(file));
+  EXPECT_EQ("is loaded already", ErrorOf(directory / "link.so"));
+  EXPECT_EQ("is loaded already", ErrorOf(directory / "./twice.so"));
+  EXPECT_EQ(1U, BuildModules(kCategory).size());
+}
+
+TEST_F(ModulesTest, ASecondModuleOfOneNameIsReportedWithItsFile) {
+  const std::string first = CopyOf("throws_in_constructor", "first.so");
+  const std::string second = CopyOf("throws_in_constructor", "second.so");
+  LoadPlugins({first, second});
+  const std::vector<PluginReport> built = BuildModules(kCategory);
+  ASSERT_EQ(2U, built.size());
+  EXPECT_EQ(second, built[1].file);
+  EXPECT_EQ("its module constructor threw: config: POP3: not for this plug-in", built[1].error);
+  EXPECT_THAT(brisq_api::Modules(), Not(Contains("test_throws")));
+}
+
+TEST_F(ModulesTest, AFolderStandsForItsLibrariesInNameOrder) {
+  CopyOf("no_plugin", "b.so");
+  CopyOf("no_plugin", "a.so");
+  CopyOf("no_plugin", "c.so.old");
+  directory.Write("readme.txt", "");
+  directory.MakeFolder("sub");
+  const std::vector<PluginReport> reports = LoadPlugins({directory.path()});
+  ASSERT_EQ(2U, reports.size());
+  EXPECT_EQ(directory / "a.so", reports[0].file);
+  EXPECT_EQ(directory / "b.so", reports[1].file);
+}
+
+TEST_F(ModulesTest, ABadPluginDoesNotStopTheNext) {
+  const std::string good = CopyOf("good_module", "after.so");
+  const std::vector<PluginReport> reports =
+      LoadPlugins({CopyOf("aborts_at_load", "before.so"), good, directory / "none.so"});
+  ASSERT_EQ(3U, reports.size());
+  EXPECT_NE("", reports[0].error);
+  EXPECT_EQ("", reports[1].error);
+  EXPECT_NE("", reports[2].error);
+}
+
+TEST_F(ModulesTest, ARelativePathIsOneOfTheWorkingDirectory) {
+  CopyOf("good_module", "relative.so");
+  const fs::path before = fs::current_path();
+  fs::current_path(directory.path());
+  EXPECT_EQ("", ErrorOf("relative.so"));
+  fs::current_path(before);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+#include "framework/plugin_probe.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr int kLimit = 30;
+
+std::size_t OpenDescriptors() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(entries, {}));
+}
+
+TEST(RunInChild, ReturnsTheTextOfTheAttempt) {
+  for (const std::string& text : {std::string(), std::string("text"), std::string(300000, 'x')}) {
+    SCOPED_TRACE(text.size());
+    EXPECT_EQ(text, RunInChild([&text] { return text; }, kLimit));
+  }
+}
+
+TEST(RunInChild, WhatTheAttemptDoesStaysInTheChild) {
+  int touched = 0;
+  RunInChild(
+      [&touched] {
+        touched = 1;
+        return std::string();
+      },
+      kLimit);
+  EXPECT_EQ(0, touched);
+}
+
+TEST(RunInChild, TellsHowAChildEnded) {
+  struct Case {
+    const char* name;
+    void (*end)();
+    const char* text;
+  };
+  const Case cases[] = {
+      {"abort", [] { std::abort(); }, "ends the process by signal 6 (Aborted)"},
+      {"kill", [] { std::raise(SIGKILL); }, "ends the process by signal 9 (Killed)"},
+      {"exit", [] { ::_exit(0); }, "ends the process with status 0"},
+      {"exit 3", [] { ::_exit(3); }, "ends the process with status 3"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.text, RunInChild(
+                          [&c] {
+                            c.end();
+                            return std::string("came back");
+                          },
+                          kLimit));
+  }
+}
+
+TEST(RunInChild, AChildThatHangsIsEnded) {
+  const auto begin = steady_clock::now();
+  EXPECT_EQ("does not return within 1 s", RunInChild(
+                                              [] {
+                                                while (true) {
+                                                  ::pause();
+                                                }
+                                                return std::string();
+                                              },
+                                              1));
+  EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(10));
+}
+
+// A grandchild keeps the pipe open; the answer is there all the same.
+TEST(RunInChild, AGrandchildDoesNotDelayTheAnswer) {
+  const auto begin = steady_clock::now();
+  const std::string text = RunInChild(
+      [] {
+        if (::fork() == 0) {
+          ::alarm(20);
+          while (true) {
+            ::pause();
+          }
+        }
+        return std::string("done");
+      },
+      kLimit);
+  EXPECT_EQ("done", text);
+  EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(10));
+}
+
+TEST(RunInChild, OutputOfTheAttemptGoesNowhere) {
+  testing::internal::CaptureStdout();
+  RunInChild(
+      [] {
+        std::printf("noise");
+        std::fflush(stdout);
+        return std::string();
+      },
+      kLimit);
+  EXPECT_EQ("", testing::internal::GetCapturedStdout());
+}
+
+TEST(RunInChild, LeavesNeitherDescriptorsNorZombies) {
+  const std::size_t before = OpenDescriptors();
+  for (int i = 0; i < 20; ++i) {
+    RunInChild([] { return std::string("x"); }, kLimit);
+  }
+  EXPECT_EQ(before, OpenDescriptors());
+  EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG));
+  EXPECT_EQ(ECHILD, errno);
+}
+
+// A host that ignores SIGCHLD never gets to see an exit status.
+TEST(RunInChild, WorksInAHostThatIgnoresItsChildren) {
+  const auto old = std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ("text", RunInChild([] { return std::string("text"); }, kLimit));
+  EXPECT_NE("", RunInChild(
+                    [] {
+                      std::raise(SIGKILL);
+                      return std::string();
+                    },
+                    kLimit));
+  std::signal(SIGCHLD, old);
+}
+
+}  // namespace

@@ -1,0 +1,568 @@
+#include "framework/user_dir.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+
+#include "mgr_err.h"
+#include "tests/support/racer.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using mgr_file::Attrs;
+using mgr_file::safe::Folder;
+using testing::HasSubstr;
+using testing::SizeIs;
+
+constexpr uid_t kUser = 54321;
+constexpr uid_t kOther = 54322;
+const Attrs kAttrs(0700, kUser, kUser);
+
+class TestOwner : public mgr_file::safe::Owner {
+ public:
+  explicit TestOwner(std::string home) : home_(std::move(home)) {}
+  uid_t OwnerUid() const override { return kUser; }
+  gid_t OwnerGid() const override { return kUser; }
+  std::string OwnerHome() const override { return home_; }
+
+ private:
+  std::string home_;
+};
+
+std::string ErrorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const mgr_err::Error& error) {
+    return error.what();
+  }
+  return "nothing was thrown";
+}
+
+struct stat StateOf(const std::string& path) {
+  struct stat state = {};
+  EXPECT_EQ(0, ::lstat(path.c_str(), &state)) << path;
+  return state;
+}
+
+mode_t ModeOf(const std::string& path) { return StateOf(path).st_mode & 07777U; }
+
+bool IsThere(const std::string& path) {
+  return fs::symlink_status(path).type() != fs::file_type::not_found;
+}
+
+class Umask {
+ public:
+  explicit Umask(mode_t mask) : old_(::umask(mask)) {}
+  ~Umask() { ::umask(old_); }
+
+ private:
+  mode_t old_;
+};
+
+// Each directory is synced: on a file system in memory thousands of them are quick.
+class TemporaryFilesInMemory {
+ public:
+  TemporaryFilesInMemory() {
+    if (fs::is_directory("/dev/shm")) {
+      ::setenv("TMPDIR", "/dev/shm", 1);
+    }
+  }
+  ~TemporaryFilesInMemory() { ::unsetenv("TMPDIR"); }
+};
+
+// A home of kUser beside a folder of the system that nobody may get at through the home.
+class UserDirTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) {
+      GTEST_SKIP() << "gives files to other users: needs root";
+    }
+    ::chmod(tree.path().c_str(), 0755);
+    home = MakeOwned("home");
+    outside = tree.MakeFolder("outside");
+    ::chmod(outside.c_str(), 0777);
+  }
+
+  std::string MakeOwned(const std::string& name, uid_t uid = kUser) const {
+    const std::string path = tree.MakeFolder(name);
+    EXPECT_EQ(0, ::chown(path.c_str(), uid, uid));
+    return path;
+  }
+  Folder At(const std::string& path) const { return {home, home + path, kUser, kUser}; }
+  std::string MakeError(const std::string& path) const {
+    return ErrorOf([&] { user_dir::MakePath(At(path), kAttrs); });
+  }
+
+  const TemporaryFilesInMemory in_memory;
+  support::TempDir tree;
+  std::string home;
+  std::string outside;
+};
+
+TEST(UserDirPath, IsBroughtIntoItsNormalForm) {
+  struct Case {
+    const char* name;
+    const char* path;
+    const char* normal;
+  };
+  const Case cases[] = {
+      {"as it stands", "/home/u/.maildir", "/home/u/.maildir"},
+      {"two slashes", "/home/u//.maildir", "/home/u/.maildir"},
+      {"many slashes", "///home////u", "/home/u"},
+      {"slash at the end", "/home/u/", "/home/u"},
+      {"single dots", "/./home/./u/.", "/home/u"},
+      {"dots in names", "/home/..u/u../...", "/home/..u/u../..."},
+      {"blanks and line feed", "/home/a b/\n", "/home/a b/\n"},
+      {"root", "/", "/"},
+      {"root twice", "//", "/"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.normal, user_dir::Normalised(c.path));
+  }
+}
+
+TEST(UserDirPath, IsRefusedWhenItMayLeadElsewhere) {
+  struct Case {
+    const char* name;
+    std::string path;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"empty", "", "value: must be an absolute path"},
+      {"relative", "home/u", "value: home/u: must be an absolute path"},
+      {"up", "/home/u/../v", "value: /home/u/../v: must not contain \"..\""},
+      {"up at the end", "/home/..", "value: /home/..: must not contain \"..\""},
+      {"NUL", std::string("/home/u\0/v", 10), "value: /home/u: must not contain a NUL"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.error, ErrorOf([&] { user_dir::Normalised(c.path); }));
+  }
+}
+
+TEST(UserDirPath, MustLieBelowTheHome) {
+  struct Case {
+    const char* name;
+    const char* home;
+    const char* path;
+    const char* result;
+  };
+  const Case cases[] = {
+      {"below", "/home/u", "/home/u/mail", "/home/u/mail"},
+      {"below, written loosely", "/home//u/", "//home/u//mail/", "/home/u/mail"},
+      {"home is the root", "/", "/mail", "/mail"},
+      {"the home itself", "/home/u", "/home/u/", "value: /home/u: does not lie below /home/u"},
+      {"beside", "/home/u", "/home/v/mail", "value: /home/v/mail: does not lie below /home/u"},
+      {"longer name", "/home/u", "/home/u2/mail",
+       "value: /home/u2/mail: does not lie below /home/u"},
+      {"above", "/home/u", "/home", "value: /home: does not lie below /home/u"},
+      {"up and down", "/home/u", "/home/u/../v", "value: /home/u/../v: must not contain \"..\""},
+      {"relative home", "u", "/u/mail", "value: u: must be an absolute path"},
+      {"empty home", "", "/u/mail", "value: must be an absolute path"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string result;
+    try {
+      result = user_dir::Below(TestOwner(c.home), c.path).path();
+    } catch (const mgr_err::Error& error) {
+      result = error.what();
+    }
+    EXPECT_EQ(c.result, result);
+  }
+}
+
+TEST(UserDirPath, AFolderKnowsItsOwner) {
+  const Folder folder = user_dir::Below(TestOwner("/home/u"), "/home/u/mail");
+  EXPECT_EQ("/home/u", folder.root());
+  EXPECT_EQ(kUser, folder.uid());
+  EXPECT_EQ(kUser, folder.gid());
+  EXPECT_FALSE(folder.empty());
+  EXPECT_TRUE(Folder().empty());
+}
+
+TEST_F(UserDirTest, MissingParentsAreMadeWithTheSameAttributes) {
+  const auto made = user_dir::MakePath(At("/mail/example.org/u"), Attrs(0750, kUser, kOther));
+  ASSERT_THAT(made, SizeIs(3));
+  EXPECT_EQ(home + "/mail", made[0].path);
+  EXPECT_EQ(home + "/mail/example.org/u", made[2].path);
+  for (const user_dir::Made& directory : made) {
+    SCOPED_TRACE(directory.path);
+    const struct stat state = StateOf(directory.path);
+    EXPECT_EQ(0750U, state.st_mode & 07777U);
+    EXPECT_EQ(kUser, state.st_uid);
+    EXPECT_EQ(kOther, state.st_gid);
+    EXPECT_EQ(directory.inode, state.st_ino);
+  }
+  EXPECT_EQ(0755U, ModeOf(home)) << "the home is left alone";
+}
+
+TEST_F(UserDirTest, TheModeIsExactWhateverTheUmaskAndTheParent) {
+  for (const mode_t mask : {0, 022, 077, 0777}) {
+    for (const mode_t mode : {0700, 0755, 0750, 0777, 0500, 0, 02770, 01777}) {
+      for (const mode_t parent_mode : {0700, 02775, 01777}) {
+        SCOPED_TRACE(testing::Message() << std::oct << "umask " << mask << " mode " << mode
+                                        << " parent " << parent_mode);
+        const std::string parent = MakeOwned("home/parent");
+        ::chown(parent.c_str(), kUser, kOther);
+        ::chmod(parent.c_str(), parent_mode);
+        const Umask umask(mask);
+        user_dir::MakePath(At("/parent/x"), Attrs(mode, kUser, kUser));
+        EXPECT_EQ(mode, ModeOf(parent + "/x"));
+        EXPECT_EQ(kUser, StateOf(parent + "/x").st_gid);
+        EXPECT_EQ(parent_mode, ModeOf(parent));
+        fs::remove_all(parent);
+      }
+    }
+  }
+}
+
+TEST_F(UserDirTest, AnExistingDirectoryOfTheOwnerIsLeftAsItIs) {
+  const std::string mail = MakeOwned("home/mail");
+  ::chmod(mail.c_str(), 0711);
+  const struct stat before = StateOf(mail);
+  EXPECT_THAT(user_dir::MakePath(At("/mail"), kAttrs), SizeIs(0));
+  const struct stat after = StateOf(mail);
+  EXPECT_EQ(before.st_mode, after.st_mode);
+  EXPECT_EQ(before.st_ctim.tv_nsec, after.st_ctim.tv_nsec);
+}
+
+TEST_F(UserDirTest, TheUsersOwnRestrictionsDoNotHinderTheAdministrator) {
+  for (const mode_t mode : {0, 0100, 01777, 0777}) {
+    SCOPED_TRACE(testing::Message() << std::oct << mode);
+    const std::string mail = MakeOwned("home/mail");
+    ::chmod(mail.c_str(), mode);
+    EXPECT_THAT(user_dir::MakePath(At("/mail/x"), kAttrs), SizeIs(1));
+    EXPECT_EQ(mode, ModeOf(mail));
+    fs::remove_all(mail);
+  }
+}
+
+struct Trap {
+  const char* name;
+  std::function<void(const std::string& path, const std::string& outside)> set;
+  const char* reason;
+};
+
+void MakeLink(const std::string& target, const std::string& path) {
+  ASSERT_EQ(0, ::symlink(target.c_str(), path.c_str()));
+  ASSERT_EQ(0, ::lchown(path.c_str(), kUser, kUser));
+}
+
+void MakeSocket(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(0, ::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
+}
+
+void MakeForeign(const std::string& path, uid_t uid) {
+  ASSERT_EQ(0, ::mkdir(path.c_str(), 0777));
+  ASSERT_EQ(0, ::chown(path.c_str(), uid, uid));
+}
+
+const Trap kTraps[] = {
+    {"link to a directory", [](auto& path, auto& outside) { MakeLink(outside, path); },
+     "not safe: is a symbolic link"},
+    {"link to a directory of the user", [](auto& path, auto&) { MakeLink("..", path); },
+     "not safe: is a symbolic link"},
+    {"dangling link", [](auto& path, auto& outside) { MakeLink(outside + "/none", path); },
+     "not safe: is a symbolic link"},
+    {"link to itself", [](auto& path, auto&) { MakeLink(path, path); },
+     "not safe: is a symbolic link"},
+    {"file", [](auto& path, auto&) { ::close(::creat(path.c_str(), 0644)); },
+     "not safe: is a regular file"},
+    {"pipe", [](auto& path, auto&) { ASSERT_EQ(0, ::mkfifo(path.c_str(), 0666)); },
+     "not safe: is a pipe"},
+    {"socket", [](auto& path, auto&) { MakeSocket(path); }, "not safe: is a socket"},
+    {"directory of another user", [](auto& path, auto&) { MakeForeign(path, kOther); },
+     "not safe: belongs to uid 54322 instead of 54321"},
+    {"directory of the administrator", [](auto& path, auto&) { MakeForeign(path, 0); },
+     "not safe: belongs to uid 0 instead of 54321"},
+};
+
+TEST_F(UserDirTest, AnEntryThatIsNotTheUsersDirectoryIsNamedAtEachPlaceOfThePath) {
+  const std::vector<std::string> components{"/a", "/b", "/cur"};
+  for (const Trap& trap : kTraps) {
+    for (std::size_t place = 0; place < components.size(); ++place) {
+      SCOPED_TRACE(std::string(trap.name) + " at " + components[place]);
+      std::string path = home;
+      for (std::size_t i = 0; i < place; ++i) {
+        path += components[i];
+        MakeOwned(path.substr(tree.path().size() + 1));
+      }
+      path += components[place];
+      trap.set(path, outside);
+      EXPECT_EQ("file: " + path + ": " + trap.reason, MakeError("/a/b/cur"));
+      EXPECT_TRUE(fs::is_empty(outside));
+      EXPECT_EQ(0U, StateOf(outside).st_uid);
+      fs::remove_all(home);
+      MakeOwned("home");
+    }
+  }
+}
+
+TEST_F(UserDirTest, TheHomeMustExistAndBeTheUsersOrTheAdministrators) {
+  struct Case {
+    const char* name;
+    std::function<void(const std::string& path)> set;
+    std::string error;
+  };
+  const Case cases[] = {
+      {"missing", [](auto&) {}, "open: No such file or directory"},
+      {"link", [this](auto& path) { MakeLink(outside, path); }, "not safe: is a symbolic link"},
+      {"file", [](auto& path) { ::close(::creat(path.c_str(), 0644)); },
+       "not safe: is a regular file"},
+      {"another user's", [](auto& path) { MakeForeign(path, kOther); },
+       "not safe: belongs to uid 54322 instead of 54321"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(home);
+    c.set(home);
+    EXPECT_EQ("file: " + home + ": " + c.error, MakeError("/mail"));
+    EXPECT_TRUE(fs::is_empty(outside));
+  }
+  fs::remove_all(home);
+  MakeForeign(home, 0);
+  EXPECT_EQ("nothing was thrown", MakeError("/mail"));
+}
+
+TEST_F(UserDirTest, AFailureHalfWayLeavesNothing) {
+  MakeOwned("home/a");
+  const std::string error = MakeError("/a/b/c/" + std::string(300, 'x') + "/d");
+  EXPECT_THAT(error, HasSubstr("mkdir: File name too long"));
+  EXPECT_TRUE(IsThere(home + "/a"));
+  EXPECT_FALSE(IsThere(home + "/a/b"));
+}
+
+TEST_F(UserDirTest, AnOwnerThatCantBeSetLeavesNothing) {
+  // All bits set stands for "leave it as it is" in chown(2), so that one fails differently.
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool ready =
+        ::setresgid(kUser, kUser, kUser) == 0 && ::setresuid(kUser, kUser, kUser) == 0;
+    const std::string error =
+        ErrorOf([&] { user_dir::MakePath(At("/mail"), Attrs(0700, kOther, kOther)); });
+    ::_exit(ready && error == "file: " + home + "/mail: chown: Operation not permitted" ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(child, ::waitpid(child, &status, 0));
+  EXPECT_EQ(0, status);
+  EXPECT_FALSE(IsThere(home + "/mail"));
+}
+
+TEST_F(UserDirTest, OneDirectoryIsMadeInAFolder) {
+  const user_dir::Made made = user_dir::MakeOne(At(""), "cur", kAttrs);
+  EXPECT_EQ(home + "/cur", made.path);
+  EXPECT_EQ(0700U, ModeOf(made.path));
+  EXPECT_EQ(kUser, StateOf(made.path).st_uid);
+}
+
+TEST_F(UserDirTest, OneDirectoryIsNotMadeOverWhatIsThere) {
+  struct Case {
+    const char* name;
+    std::function<void(const std::string& path)> set;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"file", [](auto& path) { ::close(::creat(path.c_str(), 0644)); },
+       "exists already as a regular file"},
+      {"directory", [](auto& path) { MakeForeign(path, kUser); }, "exists already as a directory"},
+      {"link", [this](auto& path) { MakeLink(outside, path); },
+       "exists already as a symbolic link"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = home + "/cur";
+    c.set(path);
+    EXPECT_EQ("file: " + path + ": " + c.error,
+              ErrorOf([&] { user_dir::MakeOne(At(""), "cur", kAttrs); }));
+    EXPECT_TRUE(IsThere(path));
+    fs::remove_all(path);
+  }
+}
+
+TEST_F(UserDirTest, OnlyTheDirectoryThatWasMadeIsRemoved) {
+  const std::string path = home + "/mail/cur";
+  struct Case {
+    const char* name;
+    std::function<void()> change;
+    bool stays;
+  };
+  const Case cases[] = {
+      {"unchanged", [] {}, false},
+      {"filled", [&] { ::close(::creat((path + "/mail").c_str(), 0600)); }, true},
+      {"gone", [&] { fs::remove(path); }, false},
+      {"replaced by a link",
+       [&] {
+         fs::remove(path);
+         MakeLink(outside, path);
+       },
+       true},
+      // The old one stays: its inode number would be used again at once.
+      {"replaced by another directory",
+       [&] {
+         fs::rename(path, home + "/old");
+         MakeForeign(path, kUser);
+       },
+       true},
+      {"other mode", [&] { ::chmod(path.c_str(), 0); }, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    MakeOwned("home/mail");
+    const user_dir::Made made = user_dir::MakeOne(At("/mail"), "cur", kAttrs);
+    c.change();
+    user_dir::Remove(At("/mail"), made);
+    EXPECT_EQ(c.stays, IsThere(path));
+    EXPECT_TRUE(fs::exists(outside));
+    fs::remove_all(home);
+    MakeOwned("home");
+  }
+}
+
+TEST_F(UserDirTest, RemovingDoesNotFollowALinkOnTheWay) {
+  const auto made = user_dir::MakePath(At("/mail/cur"), kAttrs);
+  fs::rename(home + "/mail", home + "/real");
+  MakeLink(home + "/real", home + "/mail");
+  EXPECT_EQ("file: " + home + "/mail: not safe: is a symbolic link",
+            ErrorOf([&] { user_dir::Remove(At("/mail/cur"), made[1]); }));
+  EXPECT_TRUE(IsThere(home + "/real/cur"));
+}
+
+TEST_F(UserDirTest, AFolderIsOpenedOnlyOnASafeWay) {
+  MakeOwned("home/mail");
+  EXPECT_TRUE(user_dir::Open(At("/mail")));
+  EXPECT_EQ("file: " + home + "/none: open: No such file or directory",
+            ErrorOf([&] { user_dir::Open(At("/none")); }));
+  MakeLink("mail", home + "/link");
+  EXPECT_EQ("file: " + home + "/link: not safe: is a symbolic link",
+            ErrorOf([&] { user_dir::Open(At("/link")); }));
+}
+
+constexpr int kTries = 20000;
+
+struct RaceResult {
+  int made = 0;
+  int hits = 0;
+};
+
+void Exchange(int directory, const char* one, const char* other) {
+  ::renameat2(directory, one, directory, other, RENAME_EXCHANGE);
+}
+
+// What somebody would write who does not think of users who swap entries.
+void MakeNaively(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
+    throw mgr_err::Error("file", path);
+  }
+}
+
+class UserDirRaceTest : public UserDirTest {
+ protected:
+  void SetUp() override {
+    UserDirTest::SetUp();
+    if (!IsSkipped()) {
+      box = MakeOwned("home/mail/box");
+      ASSERT_EQ(0, ::chown((home + "/mail").c_str(), kUser, kUser));
+    }
+  }
+
+  // The user swaps the parent for a link that leads outside. A hit is an entry outside.
+  RaceResult RaceForTheParent(const std::function<void(const std::string& path)>& make) {
+    MakeLink(outside, home + "/mail/trap");
+    const Descriptor mail(::open((home + "/mail").c_str(), O_PATH | O_CLOEXEC));
+    const support::Racer racer(kUser, [&] { Exchange(mail.get(), "box", "trap"); });
+    return Race(box + "/new", make, [&] { return ::rmdir((outside + "/new").c_str()) == 0; });
+  }
+
+  // The user swaps the new directory itself, for a link that leads outside and for one of the
+  // administrator's that stands in the user's reach. A hit is another owner of either.
+  RaceResult RaceForTheDirectory(const std::function<void(const std::string& path)>& make) {
+    MakeLink(outside, box + "/trap");
+    const std::string backup = box + "/backup";
+    MakeForeign(backup, 0);
+    ::close(::creat((backup + "/secret").c_str(), 0600));
+    const Descriptor watched(::open(backup.c_str(), O_PATH | O_CLOEXEC));
+    const Descriptor in(::open(box.c_str(), O_PATH | O_CLOEXEC));
+    const support::Racer racer(kUser, [&] {
+      for (const char* other : {"trap", "backup"}) {
+        Exchange(in.get(), "new", other);
+        ::renameat2(in.get(), "new", in.get(), other, RENAME_NOREPLACE);
+      }
+    });
+    return Race(box + "/new", make, [&] {
+      struct stat state = {};
+      ::fstat(watched.get(), &state);
+      const bool hit = state.st_uid != 0 || StateOf(outside).st_uid != 0;
+      ::fchownat(watched.get(), "", 0, 0, AT_EMPTY_PATH);
+      ::chown(outside.c_str(), 0, 0);
+      return hit;
+    });
+  }
+
+  static RaceResult Race(const std::string& path,
+                         const std::function<void(const std::string& path)>& make,
+                         const std::function<bool()>& look_for_hit) {
+    RaceResult result;
+    for (int i = 0; i < kTries; ++i) {
+      try {
+        make(path);
+        ++result.made;
+      } catch (const mgr_err::Error&) {
+      }
+      result.hits += look_for_hit() ? 1 : 0;
+      // Wherever it is by now: what is no empty directory stays.
+      for (const char* name : {"new", "trap", "backup", "../trap/new"}) {
+        ::rmdir((path.substr(0, path.rfind('/') + 1) + name).c_str());
+      }
+    }
+    return result;
+  }
+
+  std::string box;
+};
+
+TEST_F(UserDirRaceTest, ASwappedParentNeverLeadsOutside) {
+  const RaceResult result = RaceForTheParent(
+      [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
+  std::printf("tries: %d, made: %d, hits: %d\n", kTries, result.made, result.hits);
+  EXPECT_EQ(0, result.hits);
+  EXPECT_GT(result.made, 0);
+}
+
+TEST_F(UserDirRaceTest, ASwappedParentLeadsNaiveCodeOutside) {
+  const RaceResult result = RaceForTheParent(&MakeNaively);
+  std::printf("tries: %d, made: %d, hits: %d\n", kTries, result.made, result.hits);
+  EXPECT_GT(result.hits, 100);
+}
+
+TEST_F(UserDirRaceTest, ASwappedDirectoryNeverGivesAwayAnother) {
+  const RaceResult result = RaceForTheDirectory(
+      [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
+  std::printf("tries: %d, made: %d, hits: %d\n", kTries, result.made, result.hits);
+  EXPECT_EQ(0, result.hits);
+  EXPECT_GT(result.made, 0);
+}
+
+TEST_F(UserDirRaceTest, ASwappedDirectoryMakesNaiveCodeGiveAwayAnother) {
+  const RaceResult result = RaceForTheDirectory(&MakeNaively);
+  std::printf("tries: %d, made: %d, hits: %d\n", kTries, result.made, result.hits);
+  EXPECT_GT(result.hits, 0);
+}
+
+}  // namespace
