@@ -12,6 +12,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <optional>
 #include <string_view>
 
 #include "framework/descriptor.h"
@@ -28,15 +30,14 @@ mgr_err::Error CannotStart(const char* call) {
   return mgr_err::Error("plugin", "test load", std::string(call) + ": " + std::strerror(errno));
 }
 
-[[noreturn]] void Answer(int out, const std::function<std::string()>& attempt) {
-  const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    ::dup2(null, stream);
-  }
-  const std::string text = attempt() + kEnd;
-  std::string_view rest = text;
+// Where the child, which has one thread, writes its answer.
+int answer_fd = -1;
+
+[[noreturn]] void Answer(const std::string& text) {
+  const std::string whole = text + kEnd;
+  std::string_view rest = whole;
   while (!rest.empty()) {
-    const ssize_t written = ::write(out, rest.data(), rest.size());
+    const ssize_t written = ::write(answer_fd, rest.data(), rest.size());
     if (written <= 0) {
       break;
     }
@@ -45,18 +46,57 @@ mgr_err::Error CannotStart(const char* call) {
   ::_exit(0);
 }
 
-bool WaitForInput(int fd, Clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-  pollfd poll_fd = {fd, POLLIN, 0};
-  const int result = ::poll(&poll_fd, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
-  return result > 0 || (result < 0 && errno == EINTR);
+[[noreturn]] void AnswerUncaught() {
+  const std::exception_ptr thrown = std::current_exception();
+  if (!thrown) {
+    std::abort();
+  }
+  try {
+    std::rethrow_exception(thrown);
+  } catch (const std::exception& error) {
+    Answer(std::string("throws an exception that nobody catches: ") + error.what());
+  } catch (...) {
+    Answer("throws something that is no exception and that nobody catches");
+  }
 }
 
-// What the child wrote until it ended, said its last, or the time was over.
-std::string ReadAnswer(int in, Clock::time_point deadline) {
+[[noreturn]] void AnswerBy(const std::function<std::string()>& attempt) {
+  const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    ::dup2(null, stream);
+  }
+  std::set_terminate(&AnswerUncaught);
+  std::string text;
+  // Caught here and nowhere above: what the parent's code would do with it is not meant.
+  try {
+    text = attempt();
+  } catch (...) {
+    AnswerUncaught();
+  }
+  Answer(text);
+}
+
+// False when the time is over.
+bool WaitForInput(int fd, Clock::time_point deadline) {
+  while (true) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd poll_fd = {fd, POLLIN, 0};
+    const int result =
+        ::poll(&poll_fd, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    if (result >= 0 || errno != EINTR) {
+      return result != 0;
+    }
+  }
+}
+
+// What the child wrote until it ended or said its last; nothing when the time was over before.
+std::optional<std::string> ReadAnswer(int in, Clock::time_point deadline) {
   std::string answer;
   std::array<char, 4096> buffer;
-  while (!answer.ends_with(kEnd) && WaitForInput(in, deadline)) {
+  while (!answer.ends_with(kEnd)) {
+    if (!WaitForInput(in, deadline)) {
+      return std::nullopt;
+    }
     const ssize_t got = ::read(in, buffer.data(), buffer.size());
     if (got == 0 || (got < 0 && errno != EINTR)) {
       break;
@@ -95,21 +135,21 @@ std::string RunInChild(const std::function<std::string()>& attempt, int limit_se
     throw CannotStart("fork");
   }
   if (child == 0) {
-    Answer(out.get(), attempt);
+    answer_fd = out.get();
+    AnswerBy(attempt);
   }
   out.Close();
-  const auto deadline = Clock::now() + std::chrono::seconds(limit_seconds);
-  std::string answer = ReadAnswer(in.get(), deadline);
-  const bool complete = answer.ends_with(kEnd);
-  const bool late = !complete && Clock::now() >= deadline;
-  if (complete || late) {
-    // An ending in peace is of no interest any more.
-    ::kill(child, SIGKILL);
-  }
+  std::optional<std::string> answer =
+      ReadAnswer(in.get(), Clock::now() + std::chrono::seconds(limit_seconds));
+  // Nothing more is wanted of it, and how it ended by itself can't change any more.
+  ::kill(child, SIGKILL);
   const int status = WaitFor(child);
-  if (complete) {
-    answer.pop_back();
-    return answer;
+  if (!answer) {
+    return "does not return within " + std::to_string(limit_seconds) + " s";
   }
-  return late ? "does not return within " + std::to_string(limit_seconds) + " s" : Ending(status);
+  if (!answer->ends_with(kEnd)) {
+    return Ending(status);
+  }
+  answer->pop_back();
+  return *answer;
 }

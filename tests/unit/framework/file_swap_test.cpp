@@ -1,10 +1,12 @@
 #include "framework/file_swap.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <functional>
@@ -72,8 +74,8 @@ TEST_F(FileSwapTest, WhatWasPreparedGoesWithItsObject) {
 }
 
 TEST_F(FileSwapTest, APublishedFileHasItsContentAndExactlyItsAttributes) {
-  for (const mode_t mask : {0, 022, 0777}) {
-    for (const mode_t mode : {0600, 0640, 0666, 0, 04755}) {
+  for (const mode_t mask : {0U, 022U, 0777U}) {
+    for (const mode_t mode : {0600U, 0640U, 0666U, 0U, 04755U}) {
       SCOPED_TRACE(testing::Message() << std::oct << "umask " << mask << " mode " << mode);
       const mode_t old_mask = ::umask(mask);
       FileSwap swap(path, std::string("a\0b\n", 4), Attrs(mode, ::geteuid(), ::getegid()));
@@ -207,22 +209,20 @@ TEST_F(FileSwapTest, AMissingDirectoryIsNamedAtConstruction) {
 TEST_F(FileSwapTest, WhatSomebodyElseChangedIsLeftAlone) {
   struct Case {
     const char* name;
-    std::function<void(const std::string& path)> change;
+    std::function<void()> change;
     std::optional<std::string> content;
   };
   const Case cases[] = {
-      {"edited in place", [this](auto&) { directory.Write("example.org.conf", "theirs"); },
-       "theirs"},
-      {"replaced", [this](auto& path) { fs::rename(directory.Write("t", "theirs"), path); },
-       "theirs"},
-      {"removed", [](auto& path) { fs::remove(path); }, std::nullopt},
+      {"edited in place", [this] { directory.Write("example.org.conf", "theirs"); }, "theirs"},
+      {"replaced", [this] { fs::rename(directory.Write("t", "theirs"), path); }, "theirs"},
+      {"removed", [this] { fs::remove(path); }, std::nullopt},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     directory.Write("example.org.conf", "old");
     FileSwap swap(path, "ours", attrs);
     swap.Publish();
-    c.change(path);
+    c.change();
     EXPECT_EQ("file: " + path + ": not undone: changed since", ErrorOf([&] { swap.Restore(); }));
     if (c.content) {
       EXPECT_EQ(*c.content, directory.Read("example.org.conf"));

@@ -8,7 +8,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
+#include <stdexcept>
 
 namespace {
 
@@ -56,6 +58,36 @@ TEST(RunInChild, TellsHowAChildEnded) {
     EXPECT_EQ(c.text, RunInChild(
                           [&c] {
                             c.end();
+                            return std::string("came back");
+                          },
+                          kLimit));
+  }
+}
+
+void Throw() { throw std::runtime_error("no way"); }
+void ThrowWithoutWay() noexcept { Throw(); }
+
+TEST(RunInChild, TellsWhatWasThrown) {
+  struct Case {
+    const char* name;
+    void (*fail)();
+    const char* text;
+  };
+  const Case cases[] = {
+      {"out of the attempt", [] { throw std::runtime_error("no licence"); },
+       "throws an exception that nobody catches: no licence"},
+      {"where nothing can be thrown", [] { ThrowWithoutWay(); },
+       "throws an exception that nobody catches: no way"},
+      {"a number", [] { throw 42; },
+       "throws something that is no exception and that nobody catches"},
+      {"terminate without an exception", [] { std::terminate(); },
+       "ends the process by signal 6 (Aborted)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.text, RunInChild(
+                          [&c] {
+                            c.fail();
                             return std::string("came back");
                           },
                           kLimit));

@@ -210,9 +210,9 @@ TEST_F(UserDirTest, MissingParentsAreMadeWithTheSameAttributes) {
 }
 
 TEST_F(UserDirTest, TheModeIsExactWhateverTheUmaskAndTheParent) {
-  for (const mode_t mask : {0, 022, 077, 0777}) {
-    for (const mode_t mode : {0700, 0755, 0750, 0777, 0500, 0, 02770, 01777}) {
-      for (const mode_t parent_mode : {0700, 02775, 01777}) {
+  for (const mode_t mask : {0U, 022U, 077U, 0777U}) {
+    for (const mode_t mode : {0700U, 0755U, 0750U, 0777U, 0500U, 0U, 02770U, 01777U}) {
+      for (const mode_t parent_mode : {0700U, 02775U, 01777U}) {
         SCOPED_TRACE(testing::Message() << std::oct << "umask " << mask << " mode " << mode
                                         << " parent " << parent_mode);
         const std::string parent = MakeOwned("home/parent");
@@ -240,7 +240,7 @@ TEST_F(UserDirTest, AnExistingDirectoryOfTheOwnerIsLeftAsItIs) {
 }
 
 TEST_F(UserDirTest, TheUsersOwnRestrictionsDoNotHinderTheAdministrator) {
-  for (const mode_t mode : {0, 0100, 01777, 0777}) {
+  for (const mode_t mode : {0U, 0100U, 01777U, 0777U}) {
     SCOPED_TRACE(testing::Message() << std::oct << mode);
     const std::string mail = MakeOwned("home/mail");
     ::chmod(mail.c_str(), mode);
@@ -467,7 +467,8 @@ void Exchange(int directory, const char* one, const char* other) {
 
 // What somebody would write who does not think of users who swap entries.
 void MakeNaively(const std::string& path) {
-  if (::mkdir(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
+  if (::mkdir(path.c_str(), 0700) != 0 || !fs::is_directory(fs::symlink_status(path)) ||
+      ::chmod(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
     throw mgr_err::Error("file", path);
   }
 }
