@@ -8,7 +8,26 @@
 #include <utility>
 
 #include "framework/conf_lock.h"
+#include "framework/conf_merge.h"
 #include "mgr_err.h"
+
+namespace {
+
+constexpr auto kGapOfEditors = std::chrono::milliseconds(200);
+
+std::shared_ptr<const ConfBytes> Joined(const ConfSnapshot& content) {
+  std::size_t size = 0;
+  for (const std::string_view piece : content.pieces) size += piece.size();
+  auto bytes = std::make_shared<ConfBytes>();
+  bytes->Reserve(size);
+  for (const std::string_view piece : content.pieces) {
+    std::copy(piece.begin(), piece.end(), bytes->End());
+    bytes->Add(piece.size());
+  }
+  return bytes;
+}
+
+}  // namespace
 
 ConfFile::ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration)
     : path_(std::move(path)), configuration_(std::move(configuration)) {}
@@ -37,14 +56,15 @@ bool ConfFile::IsCurrent() const {
   const ConfStamp now = StampAt(path_);
   const std::shared_lock lock(mutex_);
   // A save takes over what others have changed, and who only reads need not wait for it.
-  return document_ && (now == stamp_ || work_ == Work::kSaving);
+  return document_ && ((settled_ && now == stamp_) || work_ == Work::kSaving);
 }
 
 void ConfFile::Refresh() {
   if (IsCurrent()) return;
   Lock lock(mutex_);
   work_ended_.wait(lock, [this] { return work_ != Work::kReading; });
-  if (document_ && (work_ == Work::kSaving || StampAt(path_) == stamp_)) return;
+  const bool settled = document_ && settled_;
+  if ((document_ && work_ == Work::kSaving) || (settled && StampAt(path_) == stamp_)) return;
   StartWork(lock, Work::kReading);
   try {
     lock.unlock();
@@ -60,13 +80,16 @@ void ConfFile::Refresh() {
 }
 
 ConfContent ConfFile::ReadFile() const {
-  const auto end = std::chrono::steady_clock::now() + ConfWaitLimit();
+  const auto begin = std::chrono::steady_clock::now();
   for (;;) {
     ConfContent content = ReadAt(AT_FDCWD, path_, path_);
+    const auto waited = std::chrono::steady_clock::now() - begin;
+    // An editor may take the old file away before it puts the new one there.
+    const bool gap = !content.stamp.exists && stamp_.exists && waited < kGapOfEditors;
     // Half of somebody's edit is never taken for the file; what was read before serves until the
     // edit is whole.
-    if (content.bytes || document_) return content;
-    if (std::chrono::steady_clock::now() >= end) {
+    if (!gap && (content.bytes || document_)) return content;
+    if (!gap && waited >= ConfWaitLimit()) {
       throw mgr_err::Error("locked", path_, "somebody is writing into it");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -76,6 +99,7 @@ ConfContent ConfFile::ReadFile() const {
 void ConfFile::TakeOver(const ConfContent& content) {
   document_ = std::make_shared<ConfDocument>(content.bytes, configuration_->Syntax());
   stamp_ = content.stamp;
+  settled_ = content.settled;
   ApplyWaiting();
 }
 
@@ -160,31 +184,44 @@ void ConfFile::Lead(Lock& lock) {
 }
 
 ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
+  // What is at the path since content of ours was put there, and what `found` was made from.
+  std::optional<ConfSnapshot> at_path;
+  std::optional<ConfSnapshot> origin;
   bool taken_over = false;
-  bool written = false;
-  std::optional<ConfContent> found = save.Look(stamp_);
+  std::optional<ConfContent> found = save.Look(settled_ ? stamp_ : ConfStamp{});
   for (;;) {
     lock.lock();
-    if (found) {
-      taken_over = true;
-      TakeOver(*found);
-    }
+    if (found) TakeIn(*found, origin);
+    taken_over = taken_over || found;
     saving_ = waiting_.size();
     // Once the file has been replaced there is something to write even when all that waits has been
     // refused: what the replacement pushed out must come back.
-    if (!written && !AnyEffective()) break;
-    const ConfSnapshot content = document_->Snapshot();
+    const std::size_t before = save.Placements();
+    if (before == 0 && !AnyEffective()) break;
+    ConfSnapshot content = document_->Snapshot();
     lock.unlock();
     found = save.Replace(content, stamp_);
-    written = true;
-    if (!found) break;
-  }
-  if (written) {
-    FinishWritten(lock, save);
-    return ConfCache::srWritten;
+    if (!found) {
+      FinishWritten(lock, save);
+      return ConfCache::srWritten;
+    }
+    origin = std::exchange(at_path, std::nullopt);
+    if (save.Placements() > before) {
+      at_path = std::move(content);
+    } else if (before > 0) {
+      at_path = ConfSnapshot{found->bytes, nullptr, {found->bytes->View()}};
+    }
   }
   Settle(nullptr, true);
   return taken_over ? ConfCache::srTakenOver : ConfCache::srNothing;
+}
+
+void ConfFile::TakeIn(const ConfContent& found, const std::optional<ConfSnapshot>& origin) {
+  if (!origin) return TakeOver(found);
+  // It was made from content in which the changes that wait are made already.
+  const mgr_token::Params& syntax = document_->Syntax();
+  MergeEdit(*document_, ConfDocument(Joined(*origin), syntax), ConfDocument(found.bytes, syntax));
+  stamp_ = found.stamp;
 }
 
 void ConfFile::FinishWritten(Lock& lock, ConfSave& save) {
@@ -197,6 +234,7 @@ void ConfFile::FinishWritten(Lock& lock, ConfSave& save) {
   }
   lock.lock();
   stamp_ = save.stamp();
+  settled_ = true;
   Settle(error, true);
   RenewWorn();
 }
@@ -220,6 +258,8 @@ void ConfFile::FailTaken(const std::exception_ptr& error) {
     (*waiting)->change.Undo(*document_);
   }
   Settle(error, false);
+  // The file may hold an edit by somebody else that the save had come upon.
+  settled_ = false;
   ApplyWaiting();
 }
 

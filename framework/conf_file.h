@@ -80,6 +80,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   void ApplyWaiting();
   void Lead(Lock& lock);
   ConfCache::SaveReason WriteOut(Lock& lock, ConfSave& save);
+  void TakeIn(const ConfContent& found, const std::optional<ConfSnapshot>& origin);
   void FinishWritten(Lock& lock, ConfSave& save);
   bool AnyEffective() const;
   void Settle(const std::exception_ptr& error, bool made);
@@ -95,6 +96,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   Work work_ = Work::kNone;
   std::shared_ptr<ConfDocument> document_;  // null before the first reading
   ConfStamp stamp_;
+  bool settled_ = false;  // whether an equal stamp means equal content
   std::deque<std::shared_ptr<Waiting>> waiting_;
   std::size_t saving_ = 0;  // of those that wait, how many the save that goes on has taken
 };

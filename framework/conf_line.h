@@ -13,10 +13,10 @@ namespace conf_line {
 
 /// Length of the end of line at the end of `raw`: CR LF, LF, or a CR that the end of the file has
 /// cut off its LF.
-std::size_t EndLength(std::string_view raw) noexcept;
+BRISQ_API std::size_t EndLength(std::string_view raw) noexcept;
 
 /// True when the text has at least `columns` columns.
-bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept;
+BRISQ_API bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept;
 
 /// One column of a text; empty when the text has fewer.
 BRISQ_API std::string_view Column(std::string_view text, char separator, unsigned long columns,

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "mgr_err.h"
@@ -41,6 +42,12 @@ bool Writes(const std::filesystem::path& process, const struct stat& file) {
     if (same && OpenForWriting(process, entry.path().filename())) return true;
   }
   return false;
+}
+
+std::string ReadNote(int fd) {
+  std::array<char, 256> text{};
+  const ssize_t size = ::pread(fd, text.data(), text.size(), 0);
+  return std::string(text.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
 }
 
 }  // namespace
@@ -85,19 +92,38 @@ void ConfLock::Take(const std::string& path) {
     if (errno != EWOULDBLOCK) sys::Fail("flock", path, "it can't be locked and is unchanged");
     if (Clock::now() >= end) {
       throw mgr_err::Error("locked", path,
-                           "busy: " + Holder() + " has held the lock for " +
-                               std::to_string(limit.count() / 1000) + " s or more");
+                           "busy: " + Holder() + " holds the lock; waited " +
+                               std::to_string(limit.count() / 1000) + " s");
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, std::chrono::microseconds(5000));
   }
-  // Only for the message above: a number that can't be written harms nobody.
-  const std::string pid = std::to_string(::getpid()) + "\n";
-  if (sys::FTruncate(file_.get(), 0) == 0) sys::PWrite(file_.get(), pid.data(), pid.size(), 0);
+  left_ = ReadNote(file_.get());
+  NoteDone();
+}
+
+void ConfLock::Note(const std::string& line) noexcept {
+  // Only for messages and for clearing up: a note that can't be written fails no save.
+  const std::string text = std::to_string(::getpid()) + "\n" + line;
+  if (sys::FTruncate(file_.get(), 0) == 0) sys::PWrite(file_.get(), text.data(), text.size(), 0);
+}
+
+void ConfLock::NoteExchange(const ConfStamp& old, const ConfStamp& fresh) noexcept {
+  Note(std::to_string(old.inode) + " " + std::to_string(old.size) + " " +
+       std::to_string(old.modified) + " " + std::to_string(fresh.inode) + "\n");
+}
+
+void ConfLock::NoteDone() noexcept { Note({}); }
+
+bool ConfLock::LeftAnEdit(const ConfStamp& left) const {
+  std::istringstream note(left_);
+  long pid = 0;
+  ino_t fresh = 0;
+  ConfStamp old = left;
+  if (!(note >> pid >> old.inode >> old.size >> old.modified >> fresh)) return false;
+  return left.inode != fresh && left != old;
 }
 
 std::string ConfLock::Holder() const {
-  std::array<char, 32> text{};
-  const ssize_t size = ::pread(file_.get(), text.data(), text.size() - 1, 0);
-  return DescribeProcess(size > 0 ? std::strtol(text.data(), nullptr, 10) : 0);
+  return DescribeProcess(std::strtol(ReadNote(file_.get()).c_str(), nullptr, 10));
 }

@@ -20,17 +20,29 @@ BRISQ_API std::string DescribeWriters(const struct stat& file);
 
 /// Excludes all other savers of a file, threads and processes, while it lives.
 ///
-/// The lock is on a file beside the target, ".NAME.brisq-lock", which is never removed and holds
-/// the number of the process that had the lock last. The system gives the lock free when its holder
+/// The lock is on a file beside the target, ".NAME.brisq-lock", which is never removed. Its first
+/// line holds the number of the process that had the lock last; while a file is exchanged a second
+/// line tells by what stamp the old one is known. The system gives the lock free when its holder
 /// dies.
 class BRISQ_API ConfLock {
  public:
   /// @throws mgr_err::Error "locked" after the time limit, naming the holder; "file"
   explicit ConfLock(const safe_replace::Target& target);
 
+  /// Notes, ahead of an exchange, which file is meant to go and which one comes, for the case that
+  /// we are killed.
+  void NoteExchange(const ConfStamp& old, const ConfStamp& fresh) noexcept;
+  /// Notes that nothing is left of an exchange.
+  void NoteDone() noexcept;
+  /// True when the last holder was killed during an exchange, and a file that it left, known by
+  /// this stamp, holds somebody's edit: it is neither the old file nor the new one.
+  bool LeftAnEdit(const ConfStamp& left) const;
+
  private:
   void Take(const std::string& path);
   std::string Holder() const;
+  void Note(const std::string& line) noexcept;
 
   sys::FileDescriptor file_;
+  std::string left_;  // what the last holder had noted
 };

@@ -5,30 +5,49 @@
 #include <cerrno>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "mgr_err.h"
+#include "mgr_log.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// An editor may take the old file away before it puts the new one there.
+constexpr auto kGapOfEditors = std::chrono::milliseconds(200);
+constexpr auto kPause = std::chrono::milliseconds(2);
+
+mgr_log::Module log_channel("conf", "brisq");
+
 }  // namespace
 
 ConfSave::ConfSave(const std::string& path)
     : target_(safe_replace::Target::Resolve(path)), lock_(target_) {
-  safe_replace::Sweep(target_, Replacement::Slot::kFirst);
-  safe_replace::Sweep(target_, Replacement::Slot::kSecond);
+  SaveLeftover(Replacement::Slot::kFirst);
+  SaveLeftover(Replacement::Slot::kSecond);
 }
 
 ConfSave::~ConfSave() {
-  // A save that fails after it has put its content in place: what it pushed out, which holds
-  // somebody's edit that nobody has taken over, comes back.
-  if (current_ && !finished_) current_->TakeBack();
+  if (!finished_ && current_) current_->TakeBack();
 }
 
-ConfStamp ConfSave::StampOfTarget() const {
+void ConfSave::SaveLeftover(Replacement::Slot slot) {
+  const std::string name = safe_replace::TemporaryName(target_.name, slot);
+  const ConfStamp left = StampOf(name);
+  if (!left.exists) return;
+  if (!lock_.LeftAnEdit(left)) return safe_replace::Sweep(target_, slot);
+  const std::string kept = safe_replace::KeepAside(target_, slot);
+  if (log_channel.Check(mgr_log::kWarning)) {
+    log_channel.Write(mgr_log::kWarning,
+                      "an edit of %s that a killed save had not taken over is kept as %s",
+                      target_.path.c_str(), kept.c_str());
+  }
+}
+
+ConfStamp ConfSave::StampOf(const std::string& name) const {
   struct stat info {};
-  if (sys::Stat(target_.directory.get(), target_.name.c_str(), &info, 0) == 0) {
+  if (sys::Stat(target_.directory.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
     return ConfStamp::Of(info);
   }
   if (errno != ENOENT) sys::Fail("stat", target_.path);
@@ -40,72 +59,100 @@ std::optional<ConfContent> ConfSave::Look(const ConfStamp& known) {
   const sys::FileDescriptor file =
       OpenRegular(target_.directory.get(), target_.name, target_.path, info);
   const ConfStamp now = file ? ConfStamp::Of(info) : ConfStamp{};
-  if (now == known && (!file || !IsBeingWritten(file.get()))) return std::nullopt;
-  return ReadWhenQuiet(target_.name);
+  const auto is_written = [&] {
+    return file && WriterWatch(file.get()).state() == WriterWatch::State::kWritten;
+  };
+  if (now == known && !is_written()) return std::nullopt;
+  return ReadWhenQuiet(target_.name, !known.exists);
 }
 
-ConfContent ConfSave::ReadWhenQuiet(const std::string& name) {
-  const auto limit = ConfWaitLimit();
-  const Clock::time_point end = Clock::now() + limit;
+ConfContent ConfSave::ReadWhenQuiet(const std::string& name, bool may_be_missing) {
+  const Clock::time_point begin = Clock::now();
   for (;;) {
     ConfContent content = ReadAt(target_.directory.get(), name, target_.path);
-    if (content.bytes) return content;
-    if (Clock::now() >= end) {
+    const auto waited = Clock::now() - begin;
+    const bool gap = !content.stamp.exists && !may_be_missing && waited < kGapOfEditors;
+    if (content.bytes && !gap) return content;
+    if (!content.bytes && waited >= ConfWaitLimit()) {
       struct stat info {};
       sys::Stat(target_.directory.get(), name.c_str(), &info, 0);
       throw mgr_err::Error(
           "locked", target_.path,
           "is being edited: " + DescribeWriters(info) + " has it open for writing");
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    std::this_thread::sleep_for(kPause);
   }
 }
 
-ConfSave::Replacement::Outcome ConfSave::Publish(const ConfSnapshot& content,
-                                                 const ConfStamp& known) {
+ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp& known) {
   struct stat info {};
-  const sys::FileDescriptor old =
-      OpenRegular(target_.directory.get(), target_.name, target_.path, info);
-  if (known.exists != static_cast<bool>(old)) return Replacement::Outcome::kChanged;
+  sys::FileDescriptor old = OpenRegular(target_.directory.get(), target_.name, target_.path, info);
+  if (known.exists != static_cast<bool>(old)) return Outcome::kChanged;
   // What the round before last pushed out has been taken over by the last one.
   former_.reset();
   auto fresh = std::make_unique<Replacement>(target_, slot_, old.get(), info);
   fresh->Write(content.pieces);
   fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{});
-  const Replacement::Outcome outcome = fresh->Publish(known);
-  if (outcome == Replacement::Outcome::kChanged) return outcome;
+  auto watch = std::make_unique<WriterWatch>(old.get());
+  if (watch->state() == WriterWatch::State::kWritten) return Outcome::kChanged;
+  lock_.NoteExchange(known, fresh->stamp());
+  const Outcome outcome = fresh->Publish(known);
+  if (outcome == Outcome::kChanged) return outcome;
+  ++placements_;
   stamp_ = fresh->stamp();
-  former_ = std::move(current_);
-  current_ = std::move(fresh);
+  watch_ = std::move(watch);
+  pushed_out_ = std::move(old);
+  former_ = std::exchange(current_, std::move(fresh));
   slot_ =
       slot_ == Replacement::Slot::kFirst ? Replacement::Slot::kSecond : Replacement::Slot::kFirst;
   return outcome;
 }
 
-bool ConfSave::PushedOut(const ConfStamp& known) const {
-  struct stat info {};
-  const sys::FileDescriptor old =
-      OpenRegular(target_.directory.get(), current_->name(), target_.path, info);
-  return old && ConfStamp::Of(info).SameContentAs(known) && !IsBeingWritten(old.get());
+// True when what was pushed out is what was expected, and nobody is about to change it.
+bool ConfSave::IsUndisturbed(const ConfStamp& known) const {
+  const ConfStamp out = StampOf(current_->name());
+  if (!out.SameContentAs(known) || watch_->Disturbed()) return false;
+  if (watch_->state() == WriterWatch::State::kFree) return true;
+  return WriterWatch(pushed_out_.get()).state() != WriterWatch::State::kWritten;
+}
+
+void ConfSave::SyncDirectory() {
+  try {
+    safe_replace::SyncDirectory(target_);
+  } catch (...) {
+    doubt_ = std::current_exception();
+  }
 }
 
 std::optional<ConfContent> ConfSave::Replace(const ConfSnapshot& content, const ConfStamp& known) {
-  const Replacement::Outcome outcome = Publish(content, known);
-  if (outcome == Replacement::Outcome::kChanged) return ReadWhenQuiet(target_.name);
-  if (outcome == Replacement::Outcome::kDone || PushedOut(known)) return std::nullopt;
-  ConfContent pushed_out = ReadWhenQuiet(current_->name());
-  if (pushed_out.stamp.SameContentAs(known)) return std::nullopt;
-  pushed_out.stamp = stamp_;
-  return pushed_out;
+  const Outcome outcome = Publish(content, known);
+  if (outcome == Outcome::kChanged) return ReadWhenQuiet(target_.name, !known.exists);
+  if (outcome == Outcome::kDone) {
+    SyncDirectory();
+    return std::nullopt;
+  }
+  bool undisturbed = IsUndisturbed(known);
+  if (undisturbed) {
+    SyncDirectory();
+    // Who had found the old file before it was pushed out may have come to opening it by now.
+    undisturbed = IsUndisturbed(known);
+  }
+  if (undisturbed) return std::nullopt;
+  watch_.reset();
+  ConfContent found = ReadWhenQuiet(current_->name(), false);
+  found.stamp = stamp_;
+  return found;
 }
 
 void ConfSave::Finish() {
   // The exchange has changed the new file's status; who writes into it from now on shows in size or
   // time of modification.
-  const ConfStamp now = StampOfTarget();
+  const ConfStamp now = StampOf(target_.name);
   if (now.SameContentAs(stamp_)) stamp_ = now;
   finished_ = true;
-  safe_replace::SyncDirectory(target_);
+  watch_.reset();
   former_.reset();
   current_.reset();
+  lock_.NoteDone();
+  if (doubt_) std::rethrow_exception(doubt_);
 }

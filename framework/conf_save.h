@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,46 +13,61 @@
 
 /// The disk's side of saving a file, from taking its lock to giving it back.
 ///
-/// Use: Look until it tells nothing new, Replace, take over what Replace found and Replace again
-/// until it finds nothing, Finish.
+/// Use: Look, then Replace until it finds nothing, each time with content into which what was found
+/// has been merged, then Finish. Ended before Finish, by an error for example, it leaves the file
+/// with what it last held by anybody else.
 class BRISQ_API ConfSave {
  public:
   /// Takes the file's lock and clears away what killed saves have left.
   /// @throws mgr_err::Error "file", "locked"
   explicit ConfSave(const std::string& path);
   ~ConfSave();
+  ConfSave(const ConfSave&) = delete;
+  ConfSave& operator=(const ConfSave&) = delete;
 
-  /// What the file holds, when that is not what `known` tells; nothing when it is. Waits while
+  /// What the file holds, when that may not be what `known` tells; nothing when it is. Waits while
   /// somebody writes into it.
   /// @throws mgr_err::Error "file"; "locked" when writing does not end in time
   std::optional<ConfContent> Look(const ConfStamp& known);
 
-  /// Puts `content` in the place of the file known by `known`.
-  /// @return nothing when it is done; else what somebody else has made of the file, from which the
-  /// caller must make new content, with the stamp to give to the next Replace
-  /// @throws as Look: the file is unchanged
+  /// Puts `content` in the place of the file known by `known`, durably.
+  /// @return nothing when it is done; else what somebody else has made of the file, with the stamp
+  /// to give to the next Replace
+  /// @throws as Look: the file is without our content
   std::optional<ConfContent> Replace(const ConfSnapshot& content, const ConfStamp& known);
 
+  /// How many times content of ours was put in place. What a later Replace finds was made from the
+  /// last of it.
+  std::size_t Placements() const noexcept { return placements_; }
   /// Stamp of the file after the last Replace that put content in its place.
   const ConfStamp& stamp() const noexcept { return stamp_; }
 
-  /// Makes the replacement durable and clears away the old file.
+  /// Clears away the old file.
   /// @throws mgr_err::Error "file" that says that the change was made and may be lost
   void Finish();
 
  private:
   using Replacement = safe_replace::Replacement;
+  using Outcome = Replacement::Outcome;
 
-  ConfContent ReadWhenQuiet(const std::string& name);
-  Replacement::Outcome Publish(const ConfSnapshot& content, const ConfStamp& known);
-  bool PushedOut(const ConfStamp& known) const;
-  ConfStamp StampOfTarget() const;
+  void SaveLeftover(Replacement::Slot slot);
+  ConfContent ReadWhenQuiet(const std::string& name, bool may_be_missing);
+  Outcome Publish(const ConfSnapshot& content, const ConfStamp& known);
+  bool IsUndisturbed(const ConfStamp& known) const;
+  void SyncDirectory();
+  ConfStamp StampOf(const std::string& name) const;
 
   safe_replace::Target target_;
   ConfLock lock_;
+  // The replacement that is in place, and the one before, each with what it pushed out.
   std::unique_ptr<Replacement> current_;
   std::unique_ptr<Replacement> former_;
+  // The file that the current one pushed out, and those who want to write into it.
+  sys::FileDescriptor pushed_out_;
+  std::unique_ptr<WriterWatch> watch_;
   Replacement::Slot slot_ = Replacement::Slot::kFirst;
+  std::size_t placements_ = 0;
   ConfStamp stamp_;
+  std::exception_ptr doubt_;
   bool finished_ = false;
 };

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
+#include <limits>
 
 #include "mgr_err.h"
 
@@ -13,6 +15,20 @@ namespace {
 
 std::int64_t Nanoseconds(const struct timespec& time) noexcept {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+// Steps of the clocks that file systems take their times from are 10 ms at most.
+constexpr std::int64_t kClockStep = 20'000'000;
+// Who writes in place pauses less than this within one edit, as a rule; used where the system can't
+// tell whether anybody writes.
+constexpr std::int64_t kPauseOfWriters = 100'000'000;
+
+// Nanoseconds since the last change; large when a clock has been set back since.
+std::int64_t Age(const ConfStamp& stamp) noexcept {
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  const std::int64_t age = Nanoseconds(now) - stamp.changed;
+  return age >= 0 ? age : std::numeric_limits<std::int64_t>::max();
 }
 
 void RequireRegular(const struct stat& info, const std::string& path) {
@@ -64,14 +80,24 @@ sys::FileDescriptor OpenRegular(int directory, const std::string& name, const st
   return file;
 }
 
-bool IsBeingWritten(int fd) noexcept {
-  // A read lease is given only while nobody has the file open for writing. Who opens it for writing
-  // in the moment until the lease is given back waits that moment; the signal that tells of it is
-  // one that is ignored unless a handler is set.
-  if (::fcntl(fd, F_SETSIG, SIGURG) != 0) return false;
-  if (sys::FCntl(fd, F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN;
-  ::fcntl(fd, F_SETLEASE, F_UNLCK);
-  return false;
+WriterWatch::WriterWatch(int fd) noexcept : fd_(fd), state_(State::kUnknown) {
+  // A read lease is given only while nobody has the file open for writing. The signal that tells of
+  // a waiting opener is one that is ignored unless a handler is set.
+  if (sys::FCntl(fd_, F_SETSIG, SIGURG) != 0) return;
+  if (sys::FCntl(fd_, F_SETLEASE, F_RDLCK) == 0) {
+    state_ = State::kFree;
+  } else if (errno == EAGAIN) {
+    state_ = State::kWritten;
+  }
+}
+
+WriterWatch::~WriterWatch() {
+  if (state_ == State::kFree) ::fcntl(fd_, F_SETLEASE, F_UNLCK);
+}
+
+bool WriterWatch::Disturbed() const noexcept {
+  // Told is the lease that is left when the wish of who waits is met.
+  return state_ == State::kFree && ::fcntl(fd_, F_GETLEASE) != F_RDLCK;
 }
 
 ConfContent ReadContent(int fd, const std::string& path) {
@@ -89,7 +115,8 @@ ConfContent ReadContent(int fd, const std::string& path) {
     if (bytes->Room() == 0) bytes->Reserve(bytes->size() * 2);
   }
   if (sys::FStat(fd, &after) != 0) sys::Fail("fstat", path);
-  ConfContent content{ConfStamp::Of(after), nullptr};
+  ConfContent content{ConfStamp::Of(after), nullptr, true};
+  content.settled = Age(content.stamp) >= kClockStep;
   const bool steady = ConfStamp::Of(before) == content.stamp &&
                       bytes->size() == static_cast<std::size_t>(after.st_size);
   if (steady) content.bytes = std::move(bytes);
@@ -99,7 +126,10 @@ ConfContent ReadContent(int fd, const std::string& path) {
 ConfContent ReadAt(int directory, const std::string& name, const std::string& path) {
   struct stat info {};
   const sys::FileDescriptor file = OpenRegular(directory, name, path, info);
-  if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>()};
-  if (IsBeingWritten(file.get())) return {ConfStamp::Of(info), nullptr};
+  if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>(), true};
+  const WriterWatch::State writers = WriterWatch(file.get()).state();
+  const ConfStamp stamp = ConfStamp::Of(info);
+  const bool may_go_on = writers == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
+  if (writers == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
   return ReadContent(file.get(), path);
 }

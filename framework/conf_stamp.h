@@ -34,6 +34,9 @@ BRISQ_API ConfStamp StampAt(const std::string& path);
 struct ConfContent {
   ConfStamp stamp;
   std::shared_ptr<const ConfBytes> bytes;
+  /// False when the file was changed so shortly before that a further change could have the same
+  /// stamp: clocks of file systems step by some milliseconds.
+  bool settled = true;
 };
 
 /// Opens a regular file for reading without waiting for anything, and tells its state. A file that
@@ -42,8 +45,27 @@ struct ConfContent {
 BRISQ_API sys::FileDescriptor OpenRegular(int directory, const std::string& name,
                                           const std::string& path, struct stat& info);
 
-/// True when a process has the file open for writing. False also where the file system can't tell.
-bool IsBeingWritten(int fd) noexcept;
+/// Tells who writes into a file, and holds off who begins to while it lives: opening the file for
+/// writing waits until then. Needs the file's owner or root, and a file system with leases.
+class BRISQ_API WriterWatch {
+ public:
+  enum class State { kFree, kWritten, kUnknown };
+
+  /// @param fd  open for reading, and for longer than this object lives
+  explicit WriterWatch(int fd) noexcept;
+  ~WriterWatch();
+  WriterWatch(const WriterWatch&) = delete;
+  WriterWatch& operator=(const WriterWatch&) = delete;
+
+  /// Whether somebody had the file open for writing at construction.
+  State state() const noexcept { return state_; }
+  /// True when somebody waits to open the file for writing.
+  bool Disturbed() const noexcept;
+
+ private:
+  int fd_;
+  State state_;
+};
 
 /// Reads all of an open file.
 /// @return content whose stamp held while it was read; without bytes when it did not, because
@@ -51,7 +73,7 @@ bool IsBeingWritten(int fd) noexcept;
 /// @throws mgr_err::Error "file"
 BRISQ_API ConfContent ReadContent(int fd, const std::string& path);
 
-/// The file at a path, empty when it does not exist; without bytes when somebody is changing it at
-/// this moment.
+/// The file at a path, empty when it does not exist; without bytes when somebody is, or may be,
+/// changing it at this moment.
 /// @throws mgr_err::Error "file"
 BRISQ_API ConfContent ReadAt(int directory, const std::string& name, const std::string& path);

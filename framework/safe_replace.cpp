@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <ctime>
 
 #include "framework/file_metadata.h"
 #include "mgr_err.h"
@@ -20,10 +21,6 @@ namespace {
 constexpr const char* kUnchanged = "the file is unchanged";
 constexpr std::size_t kWriteBack = std::size_t{4} << 20;
 constexpr std::int64_t kSecond = 1'000'000'000;
-
-std::string TemporaryName(const std::string& name, Replacement::Slot slot) {
-  return "." + name + (slot == Replacement::Slot::kFirst ? ".brisq-new" : ".brisq-next");
-}
 
 std::string FolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -171,20 +168,17 @@ void Replacement::WriteSome(std::vector<struct iovec>& pieces, std::size_t& firs
   if (bytes >= kWriteBack) ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
-ConfStamp Replacement::Look() {
+void Replacement::Seal(const ConfStamp& old) {
+  // Set rather than left to the system, whose clock steps by milliseconds: nobody else's change
+  // within the same step can have this time.
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  if (old.exists) now.tv_sec = std::max<time_t>(now.tv_sec, old.modified / kSecond + 1);
+  const struct timespec times[2] = {{0, UTIME_OMIT}, now};
+  if (sys::FUTimeNS(file_.get(), times) != 0) sys::Fail("futimens", target_.path, kUnchanged);
   struct stat info {};
   if (sys::FStat(file_.get(), &info) != 0) sys::Fail("fstat", target_.path, kUnchanged);
-  return ConfStamp::Of(info);
-}
-
-void Replacement::Seal(const ConfStamp& old) {
-  stamp_ = Look();
-  const std::int64_t old_second = old.modified / kSecond;
-  if (old.exists && stamp_.modified / kSecond <= old_second) {
-    const struct timespec times[2] = {{0, UTIME_OMIT}, {old_second + 1, 0}};
-    if (sys::FUTimeNS(file_.get(), times) != 0) sys::Fail("futimens", target_.path, kUnchanged);
-    stamp_ = Look();
-  }
+  stamp_ = ConfStamp::Of(info);
   // After a failure the kernel may count the pages as written: the file is given up, not synced
   // again.
   if (sys::FSync(file_.get()) != 0) sys::Fail("fsync", target_.path, kUnchanged);
@@ -225,6 +219,21 @@ Replacement::Outcome Replacement::PublishByName(const ConfStamp& old) {
 void Replacement::TakeBack() noexcept {
   if (!exists_) return;
   sys::Rename(target_.directory.get(), name_.c_str(), target_.name.c_str(), RENAME_EXCHANGE);
+}
+
+std::string TemporaryName(const std::string& name, Replacement::Slot slot) {
+  return "." + name + (slot == Replacement::Slot::kFirst ? ".brisq-new" : ".brisq-next");
+}
+
+std::string KeepAside(const Target& target, Replacement::Slot slot) {
+  const std::string from = TemporaryName(target.name, slot);
+  for (int number = 1;; ++number) {
+    const std::string to = target.name + ".edited-" + std::to_string(number);
+    if (sys::Rename(target.directory.get(), from.c_str(), to.c_str(), RENAME_NOREPLACE) == 0) {
+      return FolderOf(target.path) + "/" + to;
+    }
+    if (errno != EEXIST) sys::Fail("rename", FolderOf(target.path) + "/" + from);
+  }
 }
 
 void Sweep(const Target& target, Replacement::Slot slot) {

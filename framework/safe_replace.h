@@ -68,7 +68,6 @@ class BRISQ_API Replacement {
  private:
   void Create();
   void WriteSome(std::vector<struct iovec>& pieces, std::size_t& first);
-  ConfStamp Look();
   bool TargetIs(const ConfStamp& old) const;
   Outcome PublishByName(const ConfStamp& old);
 
@@ -79,6 +78,13 @@ class BRISQ_API Replacement {
   sys::FileDescriptor file_;
   ConfStamp stamp_;
 };
+
+/// Name of a temporary in its target's directory.
+BRISQ_API std::string TemporaryName(const std::string& name, Replacement::Slot slot);
+
+/// Gives a file at a temporary's name one that nobody uses, "NAME.edited-N", and returns its path.
+/// @throws mgr_err::Error "file"
+BRISQ_API std::string KeepAside(const Target& target, Replacement::Slot slot);
 
 /// Removes a file that killed processes may have left at a temporary's name.
 /// @throws mgr_err::Error "file"

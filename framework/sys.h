@@ -31,31 +31,31 @@ class BRISQ_API Hook {
 /// alive until it is replaced and no call that might use it goes on.
 BRISQ_API Hook* SetHook(Hook* hook) noexcept;
 
-int Open(int directory, const char* path, int flags, mode_t mode = 0);
-int Stat(int directory, const char* path, struct stat* info, int flags);
-int FStat(int fd, struct stat* info);
-ssize_t Read(int fd, void* buffer, std::size_t bytes);
-ssize_t WriteV(int fd, const struct iovec* pieces, int count);
-ssize_t PWrite(int fd, const void* buffer, std::size_t bytes, off_t offset);
-int FChOwn(int fd, uid_t uid, gid_t gid);
-int FChMod(int fd, mode_t mode);
-ssize_t FListXAttr(int fd, char* names, std::size_t bytes);
-ssize_t FGetXAttr(int fd, const char* name, void* value, std::size_t bytes);
-int FSetXAttr(int fd, const char* name, const void* value, std::size_t bytes);
-int FRemoveXAttr(int fd, const char* name);
-int FUTimeNS(int fd, const struct timespec times[2]);
-int FTruncate(int fd, off_t length);
-int FSync(int fd);
+BRISQ_API int Open(int directory, const char* path, int flags, mode_t mode = 0);
+BRISQ_API int Stat(int directory, const char* path, struct stat* info, int flags);
+BRISQ_API int FStat(int fd, struct stat* info);
+BRISQ_API ssize_t Read(int fd, void* buffer, std::size_t bytes);
+BRISQ_API ssize_t WriteV(int fd, const struct iovec* pieces, int count);
+BRISQ_API ssize_t PWrite(int fd, const void* buffer, std::size_t bytes, off_t offset);
+BRISQ_API int FChOwn(int fd, uid_t uid, gid_t gid);
+BRISQ_API int FChMod(int fd, mode_t mode);
+BRISQ_API ssize_t FListXAttr(int fd, char* names, std::size_t bytes);
+BRISQ_API ssize_t FGetXAttr(int fd, const char* name, void* value, std::size_t bytes);
+BRISQ_API int FSetXAttr(int fd, const char* name, const void* value, std::size_t bytes);
+BRISQ_API int FRemoveXAttr(int fd, const char* name);
+BRISQ_API int FUTimeNS(int fd, const struct timespec times[2]);
+BRISQ_API int FTruncate(int fd, off_t length);
+BRISQ_API int FSync(int fd);
 /// renameat2(2) within one directory.
-int Rename(int directory, const char* from, const char* to, unsigned int flags);
-int Unlink(int directory, const char* path);
-int FLock(int fd, int operation);
+BRISQ_API int Rename(int directory, const char* from, const char* to, unsigned int flags);
+BRISQ_API int Unlink(int directory, const char* path);
+BRISQ_API int FLock(int fd, int operation);
 /// fcntl(2) with an integer argument.
-int FCntl(int fd, int command, int argument);
-ssize_t ReadLink(int directory, const char* path, char* target, std::size_t bytes);
+BRISQ_API int FCntl(int fd, int command, int argument);
+BRISQ_API ssize_t ReadLink(int directory, const char* path, char* target, std::size_t bytes);
 
 /// A descriptor that is closed at the end of its scope. Movable.
-class FileDescriptor {
+class BRISQ_API FileDescriptor {
  public:
   explicit FileDescriptor(int fd = -1) noexcept : fd_(fd) {}
   ~FileDescriptor();
@@ -73,6 +73,7 @@ class FileDescriptor {
 /// Throws mgr_err::Error "file" for a call that has just set errno: object the path, value the
 /// call, the reason in words and, where there is a usual one, the way out.
 /// @param state  what became of the file, for example "the file is unchanged"; may be empty
-[[noreturn]] void Fail(const char* call, const std::string& path, const std::string& state = {});
+[[noreturn]] BRISQ_API void Fail(const char* call, const std::string& path,
+                                 const std::string& state = {});
 
 }  // namespace sys

@@ -1,0 +1,114 @@
+#include "framework/conf_merge.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "framework/conf_line.h"
+
+namespace {
+
+using Line = ConfDocument::Line;
+using Columns = std::vector<std::string_view>;
+
+// Lines of `left` whose text `right` does not have, or has fewer times.
+std::vector<Line> Missing(const ConfDocument& left, const ConfDocument& right) {
+  std::unordered_map<std::string_view, std::size_t> there;
+  for (Line line = 0; line < right.Lines(); ++line) {
+    if (!right.Raw(line).empty()) ++there[right.Text(line)];
+  }
+  std::vector<Line> missing;
+  for (Line line = 0; line < left.Lines(); ++line) {
+    if (left.Raw(line).empty()) continue;
+    const auto same = there.find(left.Text(line));
+    if (same == there.end() || same->second == 0) {
+      missing.push_back(line);
+    } else {
+      --same->second;
+    }
+  }
+  return missing;
+}
+
+Columns Split(std::string_view text, char separator) {
+  Columns columns;
+  for (std::size_t end = 0; end != std::string_view::npos;) {
+    end = text.find(separator);
+    columns.push_back(text.substr(0, end));
+    if (end != std::string_view::npos) text.remove_prefix(end + 1);
+  }
+  return columns;
+}
+
+// The text with those columns changed that differ between `from` and `to`.
+std::string MergeColumns(std::string_view text, std::string_view from, std::string_view to,
+                         char separator) {
+  const Columns own = Split(text, separator);
+  const Columns old = Split(from, separator);
+  const Columns fresh = Split(to, separator);
+  if (own.size() != old.size() || old.size() != fresh.size()) return std::string(to);
+  std::string merged;
+  for (std::size_t column = 0; column < own.size(); ++column) {
+    if (column > 0) merged += separator;
+    merged += old[column] == fresh[column] ? own[column] : fresh[column];
+  }
+  return merged;
+}
+
+Line FindText(const ConfDocument& document, std::string_view text, std::string_view name) {
+  if (!name.empty()) {
+    const auto same_name = document.AllNamed(name);
+    const auto same = std::find_if(same_name.begin(), same_name.end(),
+                                   [&](Line line) { return document.Text(line) == text; });
+    return same == same_name.end() ? ConfDocument::kNone : *same;
+  }
+  for (Line line = 0; line < document.Lines(); ++line) {
+    if (!document.Raw(line).empty() && document.Text(line) == text) return line;
+  }
+  return ConfDocument::kNone;
+}
+
+void Append(ConfDocument& document, std::string_view text) {
+  const Line last = document.Last();
+  const std::string end(document.LineEnd());
+  if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
+    document.Put(last, std::string(document.Text(last)) + end);
+  }
+  document.Put(document.Extend(), std::string(text) + end);
+}
+
+void Replace(ConfDocument& document, Line line, const std::string& text) {
+  const std::string_view raw = document.Raw(line);
+  document.Put(line, text + std::string(raw.substr(raw.size() - conf_line::EndLength(raw))));
+}
+
+}  // namespace
+
+void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocument& to) {
+  std::multimap<std::string_view, Line> gone;
+  for (const Line line : Missing(from, to)) gone.emplace(from.Name(line), line);
+  for (const Line line : Missing(to, from)) {
+    const std::string_view name = to.Name(line);
+    const auto old = name.empty() ? gone.end() : gone.find(name);
+    if (old == gone.end()) {
+      Append(target, to.Text(line));
+      continue;
+    }
+    const std::string_view old_text = from.Text(old->second);
+    Line own = FindText(target, old_text, name);
+    if (own == ConfDocument::kNone) own = target.FindNamed(name);
+    if (own != ConfDocument::kNone) {
+      Replace(target, own,
+              MergeColumns(target.Text(own), old_text, to.Text(line), target.Syntax().separator));
+    }
+    gone.erase(old);
+  }
+  for (const auto& [name, line] : gone) {
+    const Line own = FindText(target, from.Text(line), name);
+    if (own != ConfDocument::kNone) target.Put(own, {});
+  }
+}

@@ -1,0 +1,233 @@
+#include "framework/conf_document.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/unit/framework/conf_fixture.h"
+
+namespace {
+
+using Line = ConfDocument::Line;
+using conf_fixture::ErrorOf;
+
+constexpr Line kNone = ConfDocument::kNone;
+
+ConfDocument Parse(const std::string& text) {
+  return ConfDocument(std::make_shared<ConfBytes>(text), mgr_token::Params{});
+}
+
+const std::string kFile =
+    "# head\n"
+    "a:1:x\n"
+    "\n"
+    ":no name\n"
+    "b:2:y\r\n"
+    "short\n"
+    "a:3:z\n"
+    "last:4:w";
+
+TEST(ConfDocument, EveryPrefixOfAFileIsPrintedUnchanged) {
+  for (std::size_t cut = 0; cut <= kFile.size(); ++cut) {
+    SCOPED_TRACE("cut after byte " + std::to_string(cut));
+    EXPECT_EQ(Parse(kFile.substr(0, cut)).Print(), kFile.substr(0, cut));
+  }
+}
+
+TEST(ConfDocument, LinesAreTakenApartIntoTextAndName) {
+  const struct {
+    const char* name;
+    std::string raw;
+    const char* text;
+    const char* key;
+    bool record;
+  } cases[] = {
+      {"record", "a:1:x\n", "a:1:x", "a", true},
+      {"record with CR LF", "a:1:x\r\n", "a:1:x", "a", true},
+      {"record without an end", "a:1:x", "a:1:x", "a", true},
+      {"more separators", "a:1:x:y:\n", "a:1:x:y:", "a", true},
+      {"empty columns", "a::\n", "a::", "a", true},
+      {"short", "a:1\n", "a:1", "a", false},
+      {"name alone", "a\r\n", "a", "a", false},
+      {"blank", "\n", "", "", false},
+      {"blank with CR", "\r\n", "", "", false},
+      {"comment", "#a:1:x\n", "#a:1:x", "", false},
+      {"no name", ":1:x\n", ":1:x", "", false},
+      {"spaces", "  \n", "  ", "  ", false},
+      {"NUL", std::string("\0a:1:x\n", 7), "", "", true},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    const ConfDocument document = Parse(test.raw);
+    ASSERT_EQ(document.Lines(), 1U);
+    EXPECT_EQ(document.Raw(0), test.raw);
+    EXPECT_EQ(document.IsRecord(0, 3), test.record);
+    if (test.raw[0] == '\0') continue;
+    EXPECT_EQ(document.Text(0), test.text);
+    EXPECT_EQ(document.Name(0), test.key);
+  }
+}
+
+TEST(ConfDocument, RecordsAreWalkedInOrderAndFoundByName) {
+  const ConfDocument document = Parse(kFile);
+  std::vector<Line> walk;
+  for (Line line = document.NextRecord(0, 3); line != kNone;
+       line = document.NextRecord(line + 1, 3)) {
+    walk.push_back(line);
+  }
+  EXPECT_EQ(walk, (std::vector<Line>{1, 4, 6, 7}));
+  EXPECT_EQ(document.FindRecord("a", 3), 1U);
+  EXPECT_EQ(document.FindRecord("last", 3), 7U);
+  EXPECT_EQ(document.FindRecord("short", 3), kNone);
+  EXPECT_EQ(document.FindNamed("short"), 5U);
+  EXPECT_EQ(document.FindNamed("# head"), kNone);
+  EXPECT_EQ(document.FindNamed(""), kNone);
+  EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{1, 6}));
+  EXPECT_TRUE(document.AllNamed("nobody").empty());
+}
+
+TEST(ConfDocument, ARecordIsFoundBehindAShortLineOfItsName) {
+  const ConfDocument document = Parse("a:1\na:2:x\na:3:y\n");
+  EXPECT_EQ(document.FindNamed("a"), 0U);
+  EXPECT_EQ(document.FindRecord("a", 3), 1U);
+}
+
+TEST(ConfDocument, AChangedLineChangesNoOtherByte) {
+  ConfDocument document = Parse(kFile);
+  document.Put(4, "b:9:new\r\n");
+  std::string want = kFile;
+  want.replace(want.find("b:2:y"), 5, "b:9:new");
+  EXPECT_EQ(document.Print(), want);
+  EXPECT_EQ(document.Text(4), "b:9:new");
+  document.Put(4, {});
+  want.erase(want.find("b:9:new"), 9);
+  EXPECT_EQ(document.Print(), want);
+  EXPECT_EQ(document.FindNamed("b"), kNone);
+}
+
+TEST(ConfDocument, NewLinesComeLast) {
+  ConfDocument document = Parse("a:1:x\n");
+  const Line line = document.Extend();
+  EXPECT_EQ(document.Print(), "a:1:x\n");
+  EXPECT_EQ(document.Last(), 0U);
+  document.Put(line, "b:2:y\n");
+  EXPECT_EQ(document.Print(), "a:1:x\nb:2:y\n");
+  EXPECT_EQ(document.FindRecord("b", 3), line);
+  EXPECT_EQ(document.Last(), line);
+}
+
+TEST(ConfDocument, TheFirstOfEqualNamesStaysFirstWhateverComesAndGoes) {
+  ConfDocument document = Parse("a:1:\na:2:\na:3:\n");
+  document.Put(0, {});
+  EXPECT_EQ(document.FindRecord("a", 3), 1U);
+  document.Put(0, "a:0:\n");
+  EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{0, 1, 2}));
+  document.Put(1, "b:2:\n");
+  EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{0, 2}));
+  document.Put(0, {});
+  document.Put(2, {});
+  EXPECT_EQ(document.FindNamed("a"), kNone);
+  EXPECT_EQ(document.FindNamed("b"), 1U);
+}
+
+TEST(ConfDocument, NewLinesGetTheEndOfTheFirst) {
+  EXPECT_EQ(Parse("a\r\nb\n").LineEnd(), "\r\n");
+  EXPECT_EQ(Parse("a\nb\r\n").LineEnd(), "\n");
+  EXPECT_EQ(Parse("").LineEnd(), "\n");
+  ConfDocument document = Parse("a\r\nb\n");
+  document.Put(0, {});
+  EXPECT_EQ(document.LineEnd(), "\n");
+}
+
+TEST(ConfDocument, ASnapshotIsLeftAloneByLaterChanges) {
+  ConfDocument document = Parse(kFile);
+  document.Put(1, "a:changed\n");
+  const std::string before = document.Print();
+  const ConfSnapshot snapshot = document.Snapshot();
+  document.Put(1, "a:changed again, and longer\n");
+  document.Put(0, {});
+  document.Put(document.Extend(), "z\n");
+  std::string text;
+  for (const std::string_view piece : snapshot.pieces) text += piece;
+  EXPECT_EQ(text, before);
+}
+
+TEST(ConfDocument, BecomesWornByManyChanges) {
+  ConfDocument document = Parse("a:1:x\n");
+  EXPECT_FALSE(document.IsWorn());
+  document.Put(0, "a:1:" + std::string(std::size_t{2} << 20, 'x') + "\n");
+  EXPECT_TRUE(document.IsWorn());
+}
+
+// A file of one name only must not take time in the square of its lines.
+TEST(ConfDocument, ManyLinesOfOneNameAreNoBurden) {
+  std::string text;
+  for (int line = 0; line < 200'000; ++line) text += "a:b\n";
+  ConfDocument document = Parse(text);
+  EXPECT_EQ(document.FindNamed("a"), 0U);
+  EXPECT_EQ(document.FindRecord("a", 3), kNone);
+  document.Put(0, {});
+  EXPECT_EQ(document.FindNamed("a"), 1U);
+}
+
+TEST(ConfDocument, HoldsLinesOfAnyLength) {
+  const std::string longest(std::size_t{1} << 20, 'x');
+  const ConfDocument document = Parse("a:" + longest + ":\n" + longest + "\n#\n");
+  EXPECT_EQ(document.Lines(), 3U);
+  EXPECT_EQ(document.FindRecord("a", 3), 0U);
+  EXPECT_EQ(document.FindNamed(longest), 1U);
+}
+
+/// The same as a list of lines, done in the simplest way.
+class Model {
+ public:
+  explicit Model(std::vector<std::string> lines) : lines_(std::move(lines)) {}
+
+  void Put(Line line, const std::string& raw) {
+    if (line == lines_.size()) lines_.emplace_back();
+    lines_[line] = raw;
+  }
+  std::string Print() const {
+    std::string text;
+    for (const std::string& line : lines_) text += line;
+    return text;
+  }
+  Line FindNamed(const std::string& name) const {
+    const auto found = std::find_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
+      return line.substr(0, line.find_first_of(":\n")) == name;
+    });
+    return found == lines_.end() ? kNone : static_cast<Line>(found - lines_.begin());
+  }
+  Line size() const { return static_cast<Line>(lines_.size()); }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+TEST(ConfDocument, AgreesWithASimpleModelUnderRandomChanges) {
+  std::mt19937 random(7);
+  const auto name = [&] { return std::string(1, static_cast<char>('a' + random() % 6)); };
+  for (int round = 0; round < 200; ++round) {
+    std::vector<std::string> lines;
+    for (std::size_t line = random() % 8; line > 0; --line) lines.push_back(name() + ":1:x\n");
+    Model model(lines);
+    ConfDocument document = Parse(model.Print());
+    for (int step = 0; step < 40; ++step) {
+      const Line line = static_cast<Line>(random() % (model.size() + 1));
+      const std::string raw = random() % 3 == 0 ? "" : name() + (random() % 2 ? ":2:y\n" : ":\n");
+      model.Put(line, raw);
+      document.Put(line == document.Lines() ? document.Extend() : line, raw);
+      ASSERT_EQ(document.Print(), model.Print());
+      for (char letter = 'a'; letter < 'g'; ++letter) {
+        const std::string wanted(1, letter);
+        ASSERT_EQ(document.FindNamed(wanted), model.FindNamed(wanted));
+      }
+    }
+  }
+}
+
+}  // namespace
