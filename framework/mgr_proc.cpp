@@ -1,21 +1,17 @@
 #include "mgr_proc.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <sstream>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "framework/child_process.h"
+#include "framework/number.h"
 #include "framework/pump.h"
 #include "framework/secret_buffer.h"
 #include "mgr_cf.h"
@@ -34,7 +30,6 @@ constexpr int kNoShell = 3;
 constexpr int kOutOfTime = 124;
 constexpr int kNotStarted = 127;
 
-constexpr std::size_t kWholeInput = 65536;
 constexpr std::size_t kKeptOutput = std::size_t{64} << 20;
 constexpr std::size_t kKeptErrors = std::size_t{64} << 10;
 
@@ -42,12 +37,8 @@ constexpr double kDefaultLimit = 60;
 constexpr double kLongestLimit = 365.0 * 24 * 3600;
 
 double LimitInSeconds() {
-  const std::string text = mgr_cf::GetParam("ExecTimeout");
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
-  const bool usable = error == std::errc() && rest == end && seconds > 0;
-  return usable ? std::min(seconds, kLongestLimit) : kDefaultLimit;
+  const std::optional<double> seconds = ReadNumber(mgr_cf::GetParam("ExecTimeout"));
+  return seconds && *seconds > 0 ? std::min(*seconds, kLongestLimit) : kDefaultLimit;
 }
 
 std::vector<std::string> Words(const std::string& command, int mode) {
@@ -69,24 +60,6 @@ std::vector<std::string> Words(const std::string& command, int mode) {
     throw std::system_error(ENOENT, std::generic_category(), "can't start an empty command");
   }
   return words;
-}
-
-// Puts the input into the pipe as a whole. Half of it must never reach the child: it could not tell
-// it from the whole.
-void Fill(const Pipe& pipe, std::string_view input) {
-  const int end = pipe.write.get();
-  const int size = static_cast<int>(input.size());
-  if (::fcntl(end, F_GETPIPE_SZ) < size) {
-    ::fcntl(end, F_SETPIPE_SZ, size);
-  }
-  ::fcntl(end, F_SETFL, O_NONBLOCK);
-  while (!input.empty()) {
-    const ssize_t written = ::write(end, input.data(), input.size());
-    if (written < 0 && errno != EINTR) {
-      throw std::system_error(errno, std::generic_category(), "can't hold the command's input");
-    }
-    input.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-  }
 }
 
 std::string OutOfTime(double limit) {
@@ -163,11 +136,7 @@ int Execute::Run::RunChild() {
   Pipe in = Pipe::Make();
   Pipe out = Pipe::Make();
   Pipe err = Pipe::Make();
-  if (input_.Text().size() <= kWholeInput) {
-    Fill(in, input_.Text());
-    in.write.Close();
-    input_.Wipe();
-  }
+  SendAhead(in.write, input_);
   Child child(words, in.read.get(), out.write.get(), err.write.get());
   in.read.Close();
   out.write.Close();

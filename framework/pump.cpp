@@ -18,6 +18,7 @@ namespace mgr_proc {
 namespace {
 
 constexpr std::size_t kChunk = 65536;
+constexpr std::size_t kSentAhead = 65536;
 constexpr std::size_t kPiece = std::size_t{1} << 20;
 
 void MakeNonBlocking(const Descriptor& end) {
@@ -86,6 +87,26 @@ std::string Sink::Text() const {
     text += piece;
   }
   return text;
+}
+
+void SendAhead(Descriptor& end, SecretBuffer& input) {
+  std::string_view left = input.Text();
+  if (left.size() > kSentAhead) {
+    return;
+  }
+  MakeNonBlocking(end);
+  if (::fcntl(end.get(), F_GETPIPE_SZ) < static_cast<int>(left.size())) {
+    ::fcntl(end.get(), F_SETPIPE_SZ, static_cast<int>(left.size()));
+  }
+  while (!left.empty()) {
+    const ssize_t written = ::write(end.get(), left.data(), left.size());
+    if (written < 0 && errno != EINTR) {
+      throw std::system_error(errno, std::generic_category(), "can't hold the command's input");
+    }
+    left.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+  }
+  end.Close();
+  input.Wipe();
 }
 
 Pump::Pump(Descriptor in, SecretBuffer& input, Outlet out, Outlet err)

@@ -38,6 +38,13 @@ struct Outlet {
   Sink* to;
 };
 
+/// Gives a child that is yet to be started its input, when it has at most 64 KiB, whole and closed:
+/// it lies in the pipe, is wiped from `input`, and `end` is empty. Half of it would be a different
+/// input to a child that comes to it too soon. A longer one is left to the pump.
+/// @param end  where we write, the other end still open
+/// @throws std::system_error when the system has no room for it
+BRISQ_API void SendAhead(Descriptor& end, SecretBuffer& input);
+
 /// Moves input and outputs of one child at the same time, whichever is ready, so that neither side
 /// waits for the other. Never raises SIGPIPE. For one thread.
 class BRISQ_API Pump {

@@ -129,6 +129,12 @@ TEST(Child, ProgramThatIsMissingIsNamedInTheError) {
   EXPECT_TRUE(NoChildIsLeft());
 }
 
+TEST(Pipe, IsClosedInChildren) {
+  const Pipe pipe = Pipe::Make();
+  EXPECT_EQ(FD_CLOEXEC, ::fcntl(pipe.read.get(), F_GETFD));
+  EXPECT_EQ(FD_CLOEXEC, ::fcntl(pipe.write.get(), F_GETFD));
+}
+
 TEST(Pipe, EndsLieAboveTheStandardDescriptorsAndAreClosedInChildren) {
   const pid_t host = ::fork();
   if (host == 0) {

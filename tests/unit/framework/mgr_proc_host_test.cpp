@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -231,6 +232,34 @@ TEST_F(MgrProc, HostWithoutStandardDescriptorsIsServed) {
   EXPECT_EQ(0, status);
 }
 
+// The host is stopped while its child writes more than one read takes, and ends.
+TEST_F(MgrProc, LastWordsOfAChildThatEndedUnwatchedAreNotCut) {
+  const std::string stub = directory_.Write("large",
+                                            "#!/usr/bin/python3 -IS\n"
+                                            "import fcntl, os, signal\n"
+                                            "fcntl.fcntl(1, 1031, 1 << 20)\n"  // F_SETPIPE_SZ
+                                            "os.kill(os.getppid(), signal.SIGSTOP)\n"
+                                            "os.write(1, b'x' * 900000)\n");
+  ASSERT_EQ(0, ::chmod(stub.c_str(), 0755));
+  const pid_t host = ::fork();
+  if (host == 0) {
+    mgr_proc::Execute run(stub, 3);
+    ::_exit(run.Str().size() == 900000 ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(host, ::waitpid(host, &status, WUNTRACED));
+  ASSERT_TRUE(WIFSTOPPED(status));
+  const std::string number = std::to_string(host);
+  std::string child;
+  std::ifstream("/proc/" + number + "/task/" + number + "/children") >> child;
+  while (IsAlive(child)) {
+    std::this_thread::yield();
+  }
+  ASSERT_EQ(0, ::kill(host, SIGCONT));
+  ASSERT_EQ(host, ::waitpid(host, &status, 0));
+  EXPECT_EQ(0, status);
+}
+
 // A text that stands nowhere in this program.
 constexpr std::size_t kSecretSize = 20;
 char SecretByte(std::size_t at) { return static_cast<char>('a' + (at * 7 + 3) % 26); }
@@ -279,6 +308,29 @@ TEST_F(MgrProc, InputIsGoneFromMemoryWhenTheChildHasIt) {
     EXPECT_EQ(std::to_string(copies * static_cast<int>(kSecretSize)) + "\n", run.Str());
     EXPECT_EQ(0, SecretsInMemory());
   }
+}
+
+TEST_F(MgrProc, InputIsGoneFromMemoryWhileTheChildStillWorks) {
+  if (kSanitized) {
+    GTEST_SKIP() << "a sanitizer keeps freed memory and maps more than can be searched";
+  }
+  const std::string fifo = directory_ / "fifo";
+  ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
+  mgr_proc::Execute run(Stub("echo up > " + fifo + "; read -r line < " + fifo + "; cat"), 3);
+  for (std::size_t at = 0; at < kSecretSize; ++at) {
+    run.In() << SecretByte(at);
+  }
+  int in_memory = -1;
+  std::thread watcher([&] {
+    std::string word;
+    std::ifstream(fifo) >> word;
+    in_memory = SecretsInMemory();
+    std::ofstream(fifo) << "go on\n";
+  });
+  EXPECT_EQ(0, run.Result());
+  watcher.join();
+  EXPECT_EQ(0, in_memory);
+  EXPECT_EQ(kSecretSize, run.Str().size());
 }
 
 long PeakMegabytes() {

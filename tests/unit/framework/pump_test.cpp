@@ -1,12 +1,15 @@
 #include "framework/pump.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <ostream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -79,8 +82,54 @@ TEST_F(PumpTest, DrainTakesWhatLiesInThePipesAndNoMoreThanOneHolds) {
   pump.Drain();
   EXPECT_EQ("out", output_.Text());
   EXPECT_EQ("err", errors_.Text());
+  ASSERT_EQ(4, ::write(out_.write.get(), " put", 4));
   pump.Drain();
-  EXPECT_EQ("out", output_.Text());
+  EXPECT_EQ("out put", output_.Text());
+}
+
+TEST(SendAhead, PutsAShortInputWholeIntoThePipeAndWipesIt) {
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{65536}}) {
+    SCOPED_TRACE(size);
+    SecretBuffer input;
+    std::ostream(&input) << std::string(size, 'x');
+    Pipe pipe = Pipe::Make();
+    mgr_proc::SendAhead(pipe.write, input);
+    EXPECT_FALSE(pipe.write);
+    EXPECT_EQ("", input.Text());
+    std::string got(size + 1, '-');
+    EXPECT_EQ(static_cast<ssize_t>(size), ::read(pipe.read.get(), got.data(), got.size()));
+    EXPECT_EQ(0, ::read(pipe.read.get(), got.data(), got.size()));
+  }
+}
+
+TEST(SendAhead, MakesRoomInASmallPipe) {
+  SecretBuffer input;
+  std::ostream(&input) << std::string(20000, 'x');
+  Pipe pipe = Pipe::Make();
+  ASSERT_EQ(4096, ::fcntl(pipe.write.get(), F_SETPIPE_SZ, 4096));
+  mgr_proc::SendAhead(pipe.write, input);
+  std::string got(30000, '-');
+  EXPECT_EQ(20000, ::read(pipe.read.get(), got.data(), got.size()));
+}
+
+TEST(SendAhead, LeavesALongInputToThePump) {
+  SecretBuffer input;
+  std::ostream(&input) << std::string(65537, 'x');
+  Pipe pipe = Pipe::Make();
+  mgr_proc::SendAhead(pipe.write, input);
+  EXPECT_TRUE(pipe.write);
+  EXPECT_EQ(65537u, input.Text().size());
+  int lying = -1;
+  ASSERT_EQ(0, ::ioctl(pipe.read.get(), FIONREAD, &lying));
+  EXPECT_EQ(0, lying);
+}
+
+TEST(SendAhead, FailsRatherThanSendAPart) {
+  SecretBuffer input;
+  std::ostream(&input) << std::string(65536, 'x');
+  Pipe pipe = Pipe::Make();
+  ASSERT_EQ(1, ::write(pipe.write.get(), "y", 1));
+  EXPECT_THROW(mgr_proc::SendAhead(pipe.write, input), std::system_error);
 }
 
 TEST_F(PumpTest, MovesInputAndOutputTogether) {
