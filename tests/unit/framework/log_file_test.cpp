@@ -10,8 +10,10 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "mgr_err.h"
@@ -135,6 +137,51 @@ TEST(LogFile, WritesOnWhileSomebodyElseHoldsTheLock) {
   ::close(other);
   EXPECT_EQ("full\nnew\n", dir.Read("a.log"));
   EXPECT_FALSE(std::filesystem::exists(dir / "a.log.1"));
+}
+
+// The file that it still has open is full, the one at the path is not.
+TEST(LogFile, DoesNotPutAsideWhatAnotherProcessHasJustBegun) {
+  const TempDir dir;
+  LogFile first(dir / "a.log", 5, 5);
+  LogFile second(dir / "a.log", 5, 5);
+  first.Append("1111\n");
+  second.Append("2\n");
+
+  first.Append("3\n");
+
+  EXPECT_EQ("1111\n", dir.Read("a.log.1"));
+  EXPECT_EQ("2\n3\n", dir.Read("a.log"));
+}
+
+// True when somebody waits for a lock on the file, as the kernel's list of locks tells.
+bool IsAwaited(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(0, ::stat(path.c_str(), &status));
+  std::ifstream locks("/proc/locks");
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("-> FLOCK") != std::string::npos &&
+        line.find(":" + std::to_string(status.st_ino) + " ") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(LogFile, WaitsWhileAnotherProcessRenamesIt) {
+  const TempDir dir;
+  dir.Write("a.log", "old\n");
+  const int renamer = ::open((dir / "a.log").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(0, ::flock(renamer, LOCK_EX));
+  std::thread writer([&] { LogFile(dir / "a.log", kNoLimit, 5).Append("new\n"); });
+  while (!IsAwaited(dir / "a.log") && std::filesystem::file_size(dir / "a.log") == 4) {
+    std::this_thread::yield();
+  }
+  std::filesystem::rename(dir / "a.log", dir / "a.log.1");
+  ::close(renamer);
+  writer.join();
+
+  EXPECT_EQ("old\n", dir.Read("a.log.1"));
+  EXPECT_EQ("new\n", dir.Read("a.log"));
 }
 
 TEST(LogFile, SaysWhyItCannotBeWritten) {
