@@ -1,12 +1,10 @@
 #include "framework/config_file.h"
 
-#define TOML_HEADER_ONLY 1
-#include <toml++/toml.h>
-
 #include <filesystem>
 #include <sstream>
 #include <string_view>
 
+#include "framework/toml.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
 

@@ -195,6 +195,12 @@ TEST(ConfigFile, RefusesWhatIsNoTomlWithItsLine) {
   const std::vector<Case> cases = {
       {"no value", "[panel]\nstate =\n", "brisq.toml:2: "},
       {"open string", "[panel]\nstate = \"x\n", "brisq.toml:2: "},
+      {"table without a name", "[param]\n[ = 1]\n", "brisq.toml:2: "},
+      {"letter of another script as key", "[param]\n\xc3\xbc = \"1\"\n", "brisq.toml:2: "},
+      {"white space of another script",
+       "[param]\n\xe2\x80\x83"
+       "A = \"1\"\n",
+       "brisq.toml:2: "},
       {"key twice", "[param]\nA = \"1\"\nA = \"2\"\n", "brisq.toml:3: "},
       {"table twice", "[param]\n[path]\n[param]\n", "brisq.toml:3: "},
       {"no UTF-8", "[param]\nA = \"\xff\"\n", "brisq.toml:2: "},
@@ -212,6 +218,16 @@ TEST(ConfigFile, RefusesWhatIsNoTomlWithItsLine) {
     EXPECT_LT(c.place.size(), error.size()) << "must say what is wrong";
     EXPECT_EQ(std::string::npos, error.find('\n')) << error;
   }
+}
+
+TEST(ConfigFile, KeepsTextOfAnyScript) {
+  const TempDir dir;
+  const Settings settings = ReadSettings(dir.Write("brisq.toml",
+                                                   "[param]  # \xc3\xbc\n"
+                                                   "Name = \"\xc3\xbc\xd0\xb6\xe2\x82\xac\"\n"
+                                                   "\"\xc3\xbc\" = \"\"\"a\\\n  \xc3\xbc\"\"\"\n"));
+  EXPECT_EQ("\xc3\xbc\xd0\xb6\xe2\x82\xac", settings.params.at("Name"));
+  EXPECT_EQ("a\xc3\xbc", settings.params.at("\xc3\xbc"));
 }
 
 TEST(ConfigFile, NamesAFileThatCannotBeRead) {
