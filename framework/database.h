@@ -64,10 +64,6 @@ BRISQ_API std::shared_ptr<Connection> ThreadConnection();
 /// @param names  run-time type names as Cache::Add got them
 BRISQ_API void CreateTables(Cache& cache, const std::vector<std::string>& names);
 
-/// Names the file that holds the key of sealed fields; it is made, with a fresh key, when something
-/// is sealed for the first time. See Sealer.
-BRISQ_API void SetSealKeyFile(const std::string& path);
-
 /// Groups the changes that the calling thread makes outside of requests, for runs that change many
 /// rows: they share transactions, which end after at most about a quarter of a second of work and
 /// when the scope does. A failure leaves the changes made before it in the database.

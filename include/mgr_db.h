@@ -112,8 +112,11 @@ class BRISQ_API CustomTable {
 
   /// Starts a new row: every field at its empty value.
   void New();
-  /// Writes the current row: inserts one that New started (its id is set then), updates any other.
-  /// @throws mgr_err::Error "exists" when a unique column's value is taken
+  /// Writes the current row: inserts one that New started (its id is set then); of any other
+  /// writes the columns that were changed since it was read, so that what others have changed
+  /// meanwhile in the rest stays.
+  /// @throws mgr_err::Error "exists" when a unique column's value is taken, "missed" when the row
+  /// has been deleted meanwhile
   void Post();
   /// Makes the first row that matches all pairs current; false when there is none, and the table
   /// stays on the row it was on.
@@ -128,7 +131,8 @@ class BRISQ_API CustomTable {
   void Next();
   /// True behind the last selected row.
   bool Eof() const noexcept { return at_ >= selected_.size(); }
-  /// Deletes the current row.
+  /// Deletes the current row; the table is in the state of a new row then. A walk goes on with
+  /// Next.
   void DbDelete();
   /// Deletes every row that matches an SQL condition. A table may refuse it or keep the rows
   /// elsewhere.
@@ -143,13 +147,19 @@ class BRISQ_API CustomTable {
   friend class Field;
   friend class Cache;
   void Load(const std::vector<std::string>& row);
-  std::shared_ptr<Connection> connection() const;
+  void Insert();
+  void Update();
+  std::string ColumnList() const;
+  void RequireColumn(const std::string& name) const;
+  std::string Select(const Match& match, const std::string& order) const;
+  std::vector<std::vector<std::string>> Rows(const std::string& sql, const Match& match) const;
 
   std::string table_;
   std::vector<Field*> fields_;
+  std::vector<std::string> loaded_;  // as the row was read or written last
   std::vector<std::vector<std::string>> selected_;
   std::size_t at_ = 0;
-  bool is_new_ = false;
+  bool is_new_ = true;
 };
 
 /// Table objects in stock, by class. Any thread.

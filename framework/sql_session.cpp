@@ -1,0 +1,271 @@
+#include "framework/sql_session.h"
+
+#include <soci/soci.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+#include <unordered_map>
+
+#include "framework/request.h"
+#include "mgr_err.h"
+#include "str.h"
+
+namespace mgr_db {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Other processes must not wait longer than this for a run that changes many rows.
+constexpr auto kLongestGroup = std::chrono::milliseconds(200);
+// Texts of statements come from the program and are few; this bounds a mistake.
+constexpr std::size_t kMostStatements = 256;
+
+// The library's words end in the statement with its values, which may be secrets, and begin with
+// the name of its function; what is left is SQLite's own text, which names columns only.
+std::string SystemsWords(const soci::soci_error& error) {
+  const std::string words = error.get_error_message();
+  const std::string marker = "_backend::";
+  const std::size_t function = words.find(marker);
+  const std::size_t text = function == std::string::npos ? function : words.find(": ", function);
+  return text == std::string::npos ? words : words.substr(text + 2);
+}
+
+mgr_err::Error TakenError(const std::string& words) {
+  return mgr_err::Error("exists", str::RGetWord(words, ": "), "the value is taken");
+}
+
+mgr_err::Error Translated(const soci::soci_error& error) {
+  const std::string words = SystemsWords(error);
+  const auto* sqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+  const int code = sqlite == nullptr ? SQLITE_ERROR : sqlite->result() & 0xff;
+  if (code == SQLITE_BUSY || code == SQLITE_LOCKED) {
+    return mgr_err::Error("locked", "database", "another process is changing it");
+  }
+  if (code == SQLITE_CONSTRAINT && str::StartsWith(words, "UNIQUE constraint failed")) {
+    return TakenError(words);
+  }
+  return mgr_err::Error("db", "database", words);
+}
+
+template <class Work>
+auto Translating(const Work& work) {
+  try {
+    return work();
+  } catch (const soci::soci_error& error) {
+    throw Translated(error);
+  }
+}
+
+std::string ConnectString(const std::string& file) {
+  if (file.find('"') != std::string::npos) {
+    throw mgr_err::Error("db", "database", "its path must not hold a quotation mark");
+  }
+  return "dbname=\"" + file + "\"";
+}
+
+}  // namespace
+
+struct SqlSession::Database {
+  Database(const std::string& file, int busy_limit)
+      : session(soci::sqlite3, ConnectString(file)), busy_limit_ms(busy_limit) {}
+
+  soci::session session;
+  int busy_limit_ms;
+  bool in_request = false;
+  bool in_group = false;
+  Clock::time_point group_began;
+  // Behind the session, so that they are finalised before it is closed.
+  std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
+};
+
+struct SqlSession::Statement {
+  Statement(soci::session& session, const std::string& sql, std::size_t values, std::size_t columns)
+      : in(values), out(columns), indicators(columns), statement(session) {
+    for (std::string& value : in) {
+      statement.exchange(soci::use(value));
+    }
+    for (std::size_t i = 0; i < columns; ++i) {
+      statement.exchange(soci::into(out[i], indicators[i]));
+    }
+    statement.alloc();
+    statement.prepare(sql);
+    statement.define_and_bind();
+  }
+
+  Row Current() const {
+    Row row = out;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (indicators[i] == soci::i_null) {
+        row[i].clear();
+      }
+    }
+    return row;
+  }
+
+  Row in;
+  Row out;
+  std::vector<soci::indicator> indicators;
+  soci::statement statement;
+};
+
+SqlSession::SqlSession(const std::string& file, int busy_limit_ms) {
+  Translating([&] {
+    database_ = std::make_unique<Database>(file, busy_limit_ms);
+    soci::session& session = database_->session;
+    session << "PRAGMA busy_timeout = " + std::to_string(busy_limit_ms);
+    session << "PRAGMA foreign_keys = ON";
+    session << "PRAGMA synchronous = FULL";
+  });
+  UseWriteAheadLog();
+}
+
+// Two processes that open a new file at once exclude each other here without waiting.
+void SqlSession::UseWriteAheadLog() {
+  const auto limit = Clock::now() + std::chrono::milliseconds(database_->busy_limit_ms);
+  for (;;) {
+    try {
+      std::string mode;
+      Translating([&] { database_->session << "PRAGMA journal_mode = WAL", soci::into(mode); });
+      if (mode != "wal") {
+        throw mgr_err::Error("db", "database", "its file system can't hold a write-ahead log");
+      }
+      return;
+    } catch (const mgr_err::Error& error) {
+      if (error.type() != "locked" || Clock::now() >= limit) {
+        throw;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+SqlSession::~SqlSession() = default;
+
+SqlSession::Statement& SqlSession::Prepared(const std::string& sql, std::size_t values,
+                                            std::size_t columns) {
+  auto& statements = database_->statements;
+  auto found = statements.find(sql);
+  if (found == statements.end()) {
+    if (statements.size() >= kMostStatements) {
+      statements.clear();
+    }
+    auto fresh = std::make_unique<Statement>(database_->session, sql, values, columns);
+    found = statements.emplace(sql, std::move(fresh)).first;
+  }
+  if (found->second->in.size() != values || found->second->out.size() != columns) {
+    throw mgr_err::Error("internal", "database", "one statement with two numbers of values");
+  }
+  return *found->second;
+}
+
+std::vector<Connection::Row> SqlSession::Fetch(const std::string& sql, const Row& values,
+                                               std::size_t columns) {
+  return Translating([&] {
+    Statement& statement = Prepared(sql, values.size(), columns);
+    std::copy(values.begin(), values.end(), statement.in.begin());
+    std::vector<Row> rows;
+    // To the end, as a statement that is left half-way keeps its lock.
+    for (bool got = statement.statement.execute(true); got; got = statement.statement.fetch()) {
+      rows.push_back(statement.Current());
+    }
+    return rows;
+  });
+}
+
+std::vector<Connection::Row> SqlSession::Query(const std::string& sql, const Row& values,
+                                               std::size_t columns) {
+  EndGroupWhenOld();
+  return Fetch(sql, values, columns);
+}
+
+long SqlSession::Change(const std::string& sql, const Row& values) {
+  BeforeChange();
+  return Translating([&] {
+    Statement& statement = Prepared(sql, values.size(), 0);
+    std::copy(values.begin(), values.end(), statement.in.begin());
+    statement.statement.execute(true);
+    return static_cast<long>(statement.statement.get_affected_rows());
+  });
+}
+
+int SqlSession::Insert(const std::string& sql, const Row& values) {
+  BeforeChange();
+  const std::vector<Row> rows = Fetch(sql, values, 1);
+  if (rows.size() != 1) {
+    throw mgr_err::Error("internal", "database", "an insert that returns no id");
+  }
+  return str::Int(rows.front().front());
+}
+
+void SqlSession::LockForWriting() {
+  if (Request* request = Request::Current()) {
+    CommitGroup();
+    request->BeginDatabase();
+  }
+}
+
+void SqlSession::BeforeChange() {
+  if (Request::Current() != nullptr) {
+    LockForWriting();
+    return;
+  }
+  EndGroupWhenOld();
+  if (groups_ > 0 && !database_->in_group) {
+    // At once with the write lock: a transaction that read first could not get it any more.
+    Run("BEGIN IMMEDIATE");
+    database_->in_group = true;
+    database_->group_began = Clock::now();
+  }
+}
+
+void SqlSession::BeginTransaction() {
+  Run("BEGIN IMMEDIATE");
+  database_->in_request = true;
+}
+
+void SqlSession::CommitTransaction() {
+  Run("COMMIT");
+  database_->in_request = false;
+}
+
+void SqlSession::RollbackTransaction() {
+  database_->in_request = false;
+  try {
+    Run("ROLLBACK");
+  } catch (const mgr_err::Error& error) {
+    // After a full disk, for example, the database has rolled back by itself.
+    if (error.value().find("no transaction is active") == std::string::npos) {
+      throw;
+    }
+  }
+}
+
+void SqlSession::CommitGroup() {
+  if (!database_->in_group) {
+    return;
+  }
+  database_->in_group = false;
+  try {
+    Run("COMMIT");
+  } catch (...) {
+    RollbackTransaction();
+    throw;
+  }
+}
+
+void SqlSession::EndGroupWhenOld() {
+  if (database_->in_group && Clock::now() - database_->group_began > kLongestGroup) {
+    CommitGroup();
+  }
+}
+
+void SqlSession::Run(const char* sql) {
+  Translating([&] { database_->session << sql; });
+}
+
+bool SqlSession::Busy() const noexcept { return database_->in_request || database_->in_group; }
+
+}  // namespace mgr_db

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "framework/database.h"
+
+namespace mgr_db {
+
+/// One open connection to the SQLite file, and the transaction that goes on on it.
+///
+/// There are three ways to work. Outside of everything each change is a transaction of its own.
+/// While the thread has a current request, that one's transaction is begun by the first change.
+/// Inside GroupedChanges changes share transactions of limited length; a request ends the one that
+/// goes on.
+class SqlSession : public Connection {
+ public:
+  /// @throws mgr_err::Error "db" or "locked" when the file can't be opened
+  SqlSession(const std::string& file, int busy_limit_ms);
+  ~SqlSession() override;
+
+  std::vector<Row> Query(const std::string& sql, const Row& values, std::size_t columns) override;
+  long Change(const std::string& sql, const Row& values) override;
+  int Insert(const std::string& sql, const Row& values) override;
+  void LockForWriting() override;
+
+  /// The transaction of a request, as the hooks call them.
+  void BeginTransaction();
+  void CommitTransaction();
+  /// @throws mgr_err::Error "db": the connection is not usable any more
+  void RollbackTransaction();
+
+  void EnterGroup() noexcept { ++groups_; }
+  void LeaveGroup() noexcept { --groups_; }
+  /// Ends the transaction that a group has begun; does nothing when there is none.
+  void CommitGroup();
+
+  /// True when a transaction goes on: not fit for another thread.
+  bool Busy() const noexcept;
+
+ private:
+  struct Database;
+  struct Statement;
+
+  void UseWriteAheadLog();
+  Statement& Prepared(const std::string& sql, std::size_t values, std::size_t columns);
+  std::vector<Row> Fetch(const std::string& sql, const Row& values, std::size_t columns);
+  void BeforeChange();
+  void Run(const char* sql);
+  void EndGroupWhenOld();
+
+  std::unique_ptr<Database> database_;
+  int groups_ = 0;
+};
+
+}  // namespace mgr_db

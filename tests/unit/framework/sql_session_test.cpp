@@ -1,0 +1,166 @@
+#include "framework/sql_session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "framework/request.h"
+#include "mgr_err.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+// What Connection promises, on the SQLite connection behind it.
+class SqlSessionTest : public testing::Test {
+ protected:
+  SqlSessionTest() {
+    mgr_db::OpenDatabase(dir_ / "panel.db", 50);
+    db_ = mgr_db::ThreadConnection();
+    db_->Change(
+        "CREATE TABLE parent (id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT UNIQUE, n INTEGER)");
+    db_->Change("CREATE TABLE child (id INTEGER PRIMARY KEY, p INTEGER REFERENCES parent (id))");
+  }
+  ~SqlSessionTest() override {
+    db_.reset();
+    mgr_db::CloseDatabase();
+  }
+
+  mgr_err::Error ErrorOf(const std::string& sql, const mgr_db::Connection::Row& values = {}) {
+    try {
+      db_->Change(sql, values);
+    } catch (const mgr_err::Error& error) {
+      return error;
+    }
+    return mgr_err::Error("none");
+  }
+
+  support::TempDir dir_;
+  std::shared_ptr<mgr_db::Connection> db_;
+};
+
+constexpr const char* kInsert = "INSERT INTO parent (name, n) VALUES (:v1, :v2) RETURNING id";
+
+TEST_F(SqlSessionTest, InsertGivesTheNewNumber) {
+  EXPECT_EQ(1, db_->Insert(kInsert, {"a", "5"}));
+  EXPECT_EQ(2, db_->Insert(kInsert, {"b", "6"}));
+}
+
+TEST_F(SqlSessionTest, ChangeGivesTheNumberOfRows) {
+  db_->Insert(kInsert, {"a", "1"});
+  db_->Insert(kInsert, {"b", "2"});
+  EXPECT_EQ(2, db_->Change("UPDATE parent SET n = n + 1"));
+  EXPECT_EQ(1, db_->Change("DELETE FROM parent WHERE n = :v1", {"3"}));
+  EXPECT_EQ(0, db_->Change("DELETE FROM parent WHERE n = :v1", {"99"}));
+}
+
+TEST_F(SqlSessionTest, QueryGivesAllRowsAsText) {
+  db_->Insert(kInsert, {"a", "1"});
+  db_->Insert(kInsert, {"b", "2"});
+  EXPECT_THAT(db_->Query("SELECT name, n, n + 0.5 FROM parent ORDER BY id", {}, 3),
+              ElementsAre(ElementsAre("a", "1", "1.5"), ElementsAre("b", "2", "2.5")));
+}
+
+TEST_F(SqlSessionTest, NullIsReadAsAnEmptyText) {
+  db_->Change("INSERT INTO parent (n) VALUES (7)");
+  EXPECT_THAT(db_->Query("SELECT name, n FROM parent", {}, 2), ElementsAre(ElementsAre("", "7")));
+}
+
+TEST_F(SqlSessionTest, AStatementIsUsedAgainAfterItFailed) {
+  db_->Insert(kInsert, {"a", "1"});
+  EXPECT_THROW(db_->Insert(kInsert, {"a", "2"}), mgr_err::Error);
+  db_->Insert(kInsert, {"b", "3"});
+  EXPECT_THAT(db_->Query("SELECT name FROM parent ORDER BY id", {}, 1),
+              ElementsAre(ElementsAre("a"), ElementsAre("b")));
+}
+
+TEST_F(SqlSessionTest, PreparedStatementsSurviveAChangeOfTheTable) {
+  const std::string select = "SELECT name FROM parent";
+  db_->Insert(kInsert, {"a", "1"});
+  db_->Query(select, {}, 1);
+  db_->Change("ALTER TABLE parent ADD COLUMN more TEXT");
+  EXPECT_THAT(db_->Query(select, {}, 1), ElementsAre(ElementsAre("a")));
+}
+
+TEST_F(SqlSessionTest, ManyDifferentStatementsAreServed) {
+  for (int i = 0; i < 600; ++i) {
+    EXPECT_EQ(std::to_string(i), db_->Query("SELECT " + std::to_string(i), {}, 1).front().front());
+  }
+}
+
+TEST_F(SqlSessionTest, FailuresNameColumnsAndNoValues) {
+  db_->Insert(kInsert, {"canary", "1"});
+  struct Case {
+    const char* name;
+    std::string sql;
+    mgr_db::Connection::Row values;
+    const char* type;
+    const char* words;
+  };
+  const Case cases[] = {
+      {"unique", "INSERT INTO parent (name) VALUES (:v1)", {"canary"}, "exists", "parent.name"},
+      {"reference", "INSERT INTO child (p) VALUES (:v1)", {"424242"}, "db", "FOREIGN KEY"},
+      {"syntax", "SELEC :v1", {"canary"}, "db", "syntax error"},
+      {"no table", "DELETE FROM nowhere WHERE x = :v1", {"canary"}, "db", "no such table"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const mgr_err::Error error = ErrorOf(c.sql, c.values);
+    EXPECT_EQ(c.type, error.type());
+    EXPECT_THAT(error.what(), HasSubstr(c.words));
+    EXPECT_THAT(error.what(), Not(HasSubstr("canary")));
+    EXPECT_THAT(error.what(), Not(HasSubstr("424242")));
+    EXPECT_THAT(error.what(), Not(HasSubstr("backend")));
+  }
+}
+
+TEST_F(SqlSessionTest, ADamagedFileIsADatabaseError) {
+  for (int i = 0; i < 200; ++i) {
+    db_->Insert(kInsert, {std::string(100, 'x') + std::to_string(i), "1"});
+  }
+  db_.reset();
+  mgr_db::CloseDatabase();
+  std::string bytes = dir_.Read("panel.db");
+  ASSERT_GT(bytes.size(), 20000u);
+  std::fill(bytes.begin() + 4096, bytes.end(), '\xff');
+  dir_.Write("panel.db", bytes);
+  mgr_db::OpenDatabase(dir_ / "panel.db");
+  try {
+    mgr_db::ThreadConnection()->Query("SELECT name FROM parent", {}, 1);
+    FAIL() << "read";
+  } catch (const mgr_err::Error& error) {
+    EXPECT_STREQ("db: database: database disk image is malformed", error.what());
+  }
+}
+
+TEST_F(SqlSessionTest, AFullDatabaseFailsTheWholeRequest) {
+  db_->Query("PRAGMA max_page_count = 6", {}, 1);
+  {
+    Request request("test");
+    db_->Insert(kInsert, {"small", "1"});
+    const mgr_err::Error error = [&] {
+      try {
+        db_->Insert(kInsert, {std::string(100000, 'x'), "1"});
+      } catch (const mgr_err::Error& caught) {
+        return caught;
+      }
+      return mgr_err::Error("none");
+    }();
+    EXPECT_STREQ("db: database: database or disk is full", error.what());
+  }
+  EXPECT_TRUE(db_->Query("SELECT name FROM parent", {}, 1).empty());
+  db_->Insert(kInsert, {"later", "1"});
+}
+
+TEST_F(SqlSessionTest, OneStatementHasOneNumberOfValues) {
+  const std::string sql = "SELECT name FROM parent WHERE name = :v1";
+  db_->Query(sql, {"a"}, 1);
+  EXPECT_THROW(db_->Query(sql, {"a", "b"}, 1), mgr_err::Error);
+  EXPECT_THROW(db_->Query(sql, {"a"}, 2), mgr_err::Error);
+}
+
+}  // namespace
