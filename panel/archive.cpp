@@ -1,0 +1,78 @@
+#include "panel/archive.h"
+
+#include "framework/database.h"
+#include "mgr_cf.h"
+#include "mgr_err.h"
+#include "panel/utc_time.h"
+#include "str.h"
+#include "test.h"
+
+namespace brisq_panel {
+
+namespace {
+
+constexpr long long kSmallSweep = 10;
+constexpr int kDefaultLimit = 30;
+
+thread_local int g_permits = 0;
+
+long long Count(const std::string& condition) {
+  const auto rows =
+      mgr_db::ThreadConnection()->Query("SELECT COUNT(*) FROM mailboxes WHERE " + condition, {}, 1);
+  return str::Int(rows.front().front());
+}
+
+int LimitPercent() {
+  std::string text = mgr_cf::GetParam("EmailSweepLimit");
+  return test::Numeric(text) ? str::Int(text) : kDefaultLimit;
+}
+
+}  // namespace
+
+MailboxArchive::MailboxArchive()
+    : CustomTable("mailbox_archive"),
+      id(this, "id"),
+      name(this, "name"),
+      domain(this, "domain"),
+      owner(this, "owner"),
+      password(this, "password"),
+      hash(this, "hash"),
+      home(this, "home"),
+      quota(this, "quota"),
+      used(this, "used"),
+      active(this, "active"),
+      reason(this, "reason"),
+      archived(this, "archived") {}
+
+void ArchiveMailboxes(const std::string& condition, const std::string& reason) {
+  mgr_db::ThreadConnection()->Change(
+      "INSERT INTO mailbox_archive (name, domain, owner, password, hash, home, quota, used, active,"
+      " reason, archived) "
+      "SELECT mailboxes.name, domains.name, owners.name, mailboxes.password, '', mailboxes.home,"
+      " mailboxes.quota, mailboxes.used, mailboxes.active, :v1, :v2 "
+      "FROM mailboxes JOIN domains ON domains.id = mailboxes.domain"
+      " JOIN owners ON owners.id = mailboxes.owner "
+      "WHERE mailboxes.id IN (SELECT id FROM mailboxes WHERE " +
+          condition + ")",
+      {reason, UtcNow()});
+}
+
+SweepPermit::SweepPermit() { ++g_permits; }
+SweepPermit::~SweepPermit() { --g_permits; }
+bool SweepPermit::Given() noexcept { return g_permits > 0; }
+
+void RefuseLargeSweep(const std::string& condition) {
+  if (SweepPermit::Given()) {
+    return;
+  }
+  const long long taken = Count("(" + condition + ") AND active = 'on'");
+  const long long all = Count("active = 'on'");
+  if (taken > kSmallSweep && taken * 100 > all * LimitPercent()) {
+    throw mgr_err::Error("limit", "refresh",
+                         str::Str(static_cast<long>(taken)) + " of " +
+                             str::Str(static_cast<long>(all)) +
+                             " active mailboxes would be swept, more than EmailSweepLimit allows");
+  }
+}
+
+}  // namespace brisq_panel

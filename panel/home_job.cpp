@@ -1,0 +1,14 @@
+#include "panel/home_job.h"
+
+#include "panel/system_dirs.h"
+
+namespace brisq_panel {
+
+MakeHome::MakeHome(const std::string& home, uid_t uid, gid_t gid)
+    : home_(home), attrs_(0750, uid, gid) {}
+
+void MakeHome::Do() { made_ = MakeDirectories(home_, mgr_file::Attrs(0755, 0, 0), attrs_); }
+
+void MakeHome::Undo() { RemoveDirectories(made_); }
+
+}  // namespace brisq_panel

@@ -1,0 +1,146 @@
+#include "panel/instance.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+
+#include "framework/config_file.h"
+#include "framework/database.h"
+#include "framework/due.h"
+#include "framework/log_setup.h"
+#include "framework/modules.h"
+#include "framework/seal.h"
+#include "mgr_cf.h"
+#include "mgr_err.h"
+#include "mgr_file.h"
+#include "panel/email_module.h"
+#include "panel/records.h"
+#include "panel/system_dirs.h"
+
+namespace brisq_panel {
+
+namespace {
+
+std::atomic<bool> g_open{false};
+
+// The one instance that may be open.
+class Turn {
+ public:
+  Turn() {
+    if (g_open.exchange(true)) {
+      throw mgr_err::Error("internal", "panel", "another instance is open in this process");
+    }
+  }
+  ~Turn() { g_open = false; }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+};
+
+class OpenedDatabase {
+ public:
+  explicit OpenedDatabase(const std::string& file) {
+    mgr_db::OpenDatabase(file);
+    try {
+      CreatePanelTables();
+    } catch (...) {
+      mgr_db::CloseDatabase();
+      throw;
+    }
+  }
+  ~OpenedDatabase() { mgr_db::CloseDatabase(); }
+  OpenedDatabase(const OpenedDatabase&) = delete;
+  OpenedDatabase& operator=(const OpenedDatabase&) = delete;
+};
+
+void RequirePaths(const mgr_cf::Settings& settings) {
+  if (settings.state.empty() || settings.database.empty()) {
+    throw mgr_err::Error("config", settings.file, "state and database must be given");
+  }
+}
+
+void MakeStateFolders(const mgr_cf::Settings& settings) {
+  const mgr_file::Attrs parents(0755, ::geteuid(), ::getegid());
+  const mgr_file::Attrs own(0700, ::geteuid(), ::getegid());
+  MakeDirectories(settings.state, parents, own);
+  MakeDirectories(mgr_file::SplitPath(settings.database).first, parents, own);
+}
+
+void ConfigureLog(const mgr_cf::Settings& settings) {
+  mgr_log::Setup setup;
+  setup.directory = settings.log_directory;
+  setup.level = settings.log_level;
+  setup.levels = settings.log_levels;
+  setup.rotate_bytes = static_cast<std::size_t>(settings.log_rotate_mb) << 20;
+  setup.keep = static_cast<unsigned>(settings.log_keep);
+  mgr_log::Configure(setup);
+}
+
+void DeclareParams() {
+  mgr_cf::AddParam("EmailSweepLimit", "30");
+  mgr_cf::AddParam("EmailPasswordDelay", "0");
+}
+
+std::vector<brisq_api::PluginReport> StartPlugins(const mgr_cf::Settings& settings) {
+  const std::vector<std::string> installed{Instance::DefaultPluginFolder()};
+  auto reports = brisq_api::LoadPlugins(settings.plugins.empty() ? installed : settings.plugins);
+  for (const brisq_api::PluginReport& report : brisq_api::BuildModules("email_interface")) {
+    reports.push_back(report);
+  }
+  return reports;
+}
+
+// Why no mail back-end would be at work, for the one who asks for a mailbox.
+std::string BackendProblem(const std::vector<brisq_api::PluginReport>& reports) {
+  const std::string wish = mgr_cf::GetParam("POP3");
+  std::string problem = wish.empty() ? "the parameter POP3 is not set"
+                                     : "no plug-in serves the parameter POP3 = \"" + wish + "\"";
+  for (const brisq_api::PluginReport& report : reports) {
+    if (!report.error.empty()) {
+      problem += "; " + report.file + ": " + report.error;
+    }
+  }
+  return problem;
+}
+
+}  // namespace
+
+struct Instance::State {
+  explicit State(const mgr_cf::Settings& settings) {
+    RequirePaths(settings);
+    MakeStateFolders(settings);
+    mgr_cf::Apply(settings);
+    ConfigureLog(settings);
+    mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"));
+    database = std::make_unique<OpenedDatabase>(settings.database);
+    DeclareParams();
+    reports = StartPlugins(settings);
+    SetBackendProblem(BackendProblem(reports));
+  }
+
+  Turn turn;
+  std::unique_ptr<OpenedDatabase> database;
+  std::vector<brisq_api::PluginReport> reports;
+};
+
+Instance::Instance(const mgr_cf::Settings& settings) : state_(std::make_unique<State>(settings)) {}
+Instance::~Instance() = default;
+
+const std::vector<brisq_api::PluginReport>& Instance::reports() const noexcept {
+  return state_->reports;
+}
+
+void Instance::RunDue() { due::RunQueuedCommands(); }
+
+std::string Instance::DefaultPluginFolder() {
+  Dl_info library{};
+  if (::dladdr(&g_open, &library) == 0) {
+    throw mgr_err::Error("internal", "panel", "its library has no file");
+  }
+  return mgr_file::ConcatPath(
+      mgr_file::SplitPath(std::filesystem::absolute(library.dli_fname).lexically_normal()).first,
+      "brisq");
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,117 @@
+#include "panel/link_jobs.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "framework/file_error.h"
+#include "mgr_file.h"
+#include "panel/names.h"
+#include "panel/system_dirs.h"
+
+namespace brisq_panel {
+
+namespace {
+
+// Hidden, beside the path, and not to be guessed.
+std::string NameBeside(const std::string& path) {
+  const auto [directory, name] = mgr_file::SplitPath(path);
+  return mgr_file::ConcatPath(directory, "." + name + "." + GeneratePassword());
+}
+
+// Empty when the path is no symbolic link.
+std::string LinkTarget(const std::string& path) {
+  char target[PATH_MAX];
+  const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+  return length < 0 ? std::string() : std::string(target, static_cast<std::size_t>(length));
+}
+
+void Rename(const std::string& from, const std::string& to) {
+  if (::rename(from.c_str(), to.c_str()) != 0) {
+    throw mgr_file::FileError(to, "rename");
+  }
+}
+
+}  // namespace
+
+PlaceLink::PlaceLink(const std::string& target, const std::string& path)
+    : target_(target), path_(path) {}
+
+void PlaceLink::Do() {
+  const mgr_file::Attrs attrs(0755, 0, 0);
+  made_ = MakeDirectories(mgr_file::SplitPath(path_).first, attrs, attrs);
+  const std::string fresh = NameBeside(path_);
+  try {
+    if (::symlink(target_.c_str(), fresh.c_str()) != 0) {
+      throw mgr_file::FileError(path_, "symlink");
+    }
+    KeepOld();
+    Rename(fresh, path_);
+  } catch (...) {
+    ::unlink(fresh.c_str());
+    Forget();
+    RemoveDirectories(made_);
+    throw;
+  }
+}
+
+// A second name for what is there, so that the path itself is never without it.
+void PlaceLink::KeepOld() {
+  const std::string second = NameBeside(path_);
+  if (::linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, second.c_str(), 0) == 0) {
+    old_ = second;
+  } else if (errno != ENOENT) {
+    throw mgr_file::FileError(path_, "link");
+  }
+}
+
+void PlaceLink::Undo() {
+  if (LinkTarget(path_) != target_) {
+    Forget();
+    throw mgr_err::Error("file", path_, "not undone: changed since");
+  }
+  if (!old_.empty()) {
+    Rename(old_, path_);
+    return;
+  }
+  ::unlink(path_.c_str());
+  RemoveDirectories(made_);
+}
+
+void PlaceLink::Forget() noexcept {
+  if (!old_.empty()) {
+    ::unlink(old_.c_str());
+  }
+}
+
+RemoveLink::RemoveLink(const std::string& path) : path_(path) {}
+
+void RemoveLink::Do() {
+  if (LinkTarget(path_).empty()) {
+    return;
+  }
+  const std::string aside = NameBeside(path_);
+  Rename(path_, aside);
+  old_ = aside;
+}
+
+void RemoveLink::Undo() {
+  if (old_.empty()) {
+    return;
+  }
+  if (::renameat2(AT_FDCWD, old_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) != 0) {
+    Forget();
+    throw mgr_err::Error("file", path_, "not undone: changed since");
+  }
+}
+
+void RemoveLink::Forget() noexcept {
+  if (!old_.empty()) {
+    ::unlink(old_.c_str());
+  }
+}
+
+}  // namespace brisq_panel

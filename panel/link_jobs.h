@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mgr_job.h"
+
+/// Jobs on symbolic links in directories of the system.
+namespace brisq_panel {
+
+/// Makes `path` a symbolic link to `target`; what is there is replaced in one step and comes back
+/// when the request fails. Missing directories on the way are made (0755, root).
+class BRISQ_API PlaceLink : public mgr_job::Job {
+ public:
+  PlaceLink(const std::string& target, const std::string& path);
+  void Do() override;
+  /// Leaves the path alone when it is not this link any more.
+  void Undo() override;
+  void Forget() noexcept override;
+
+ private:
+  void KeepOld();
+
+  std::string target_;
+  std::string path_;
+  std::string old_;  // second name of what was replaced; empty when there was nothing
+  std::vector<std::string> made_;
+};
+
+/// Removes a symbolic link; anything else at the path is left alone.
+class BRISQ_API RemoveLink : public mgr_job::Job {
+ public:
+  explicit RemoveLink(const std::string& path);
+  void Do() override;
+  /// Leaves the path alone when something else is there by now.
+  void Undo() override;
+  void Forget() noexcept override;
+
+ private:
+  std::string path_;
+  std::string old_;
+};
+
+}  // namespace brisq_panel

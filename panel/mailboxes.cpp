@@ -1,0 +1,146 @@
+#include "panel/mailboxes.h"
+
+#include "framework/database.h"
+#include "framework/seal.h"
+#include "mgr_cf.h"
+#include "panel/email_module.h"
+#include "panel/names.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
+#include "panel/text_rules.h"
+#include "str.h"
+
+namespace brisq_panel {
+
+namespace {
+
+using Row = mgr_db::Connection::Row;
+
+constexpr std::size_t kColumns = 6;
+
+std::vector<Row> Rows(const std::string& condition, const Row& values) {
+  return mgr_db::ThreadConnection()->Query(
+      "SELECT mailboxes.name || '@' || domains.name, owners.name, mailboxes.home,"
+      " mailboxes.quota, mailboxes.used, mailboxes.active "
+      "FROM mailboxes JOIN domains ON domains.id = mailboxes.domain"
+      " JOIN owners ON owners.id = mailboxes.owner " +
+          condition + " ORDER BY domains.name, mailboxes.name",
+      values, kColumns);
+}
+
+MailboxInfo Info(const Row& row) {
+  MailboxInfo info;
+  info.address = row[0];
+  info.owner = row[1];
+  info.home = row[2];
+  info.quota_mb = str::Int(row[3]);
+  info.used_mb = str::Int(row[4]);
+  info.active = row[5] == "on";
+  return info;
+}
+
+// What is to be made, checked.
+struct Plan {
+  Address address;
+  std::shared_ptr<brisq_db::EmailDomainTable> domain;
+  std::shared_ptr<brisq_db::User> owner;
+  std::string home;
+  std::string quota;
+};
+
+std::string Home(const std::string& wish, const Address& address, const std::string& owner_home) {
+  const std::string home =
+      CheckHome(wish.empty() ? owner_home + "/mail/" + address.domain + "/" + address.local : wish);
+  CheckHomeBelow(home, owner_home);
+  return home;
+}
+
+Plan MakePlan(const NewMailbox& mailbox) {
+  Plan plan;
+  plan.address = ParseAddress(mailbox.address);
+  plan.quota = QuotaText(ParseQuota(mailbox.quota));
+  CheckPassword(mailbox.password, mgr_cf::GetParam("DovecotPwScheme"));
+  if (!mailbox.home.empty()) {
+    CheckHome(mailbox.home);
+  }
+  plan.domain = FindDomain(plan.address.domain);
+  plan.owner = Table<brisq_db::User>();
+  plan.owner->Assert(plan.domain->owner);
+  plan.home = Home(mailbox.home, plan.address, plan.owner->home);
+  return plan;
+}
+
+std::shared_ptr<brisq_db::EmailTable> InsertRow(const Plan& plan, const std::string& password) {
+  auto email = Table<brisq_db::EmailTable>();
+  if (email->DbFind({{"domain", plan.domain->id.AsString()}, {"name", plan.address.local}})) {
+    throw mgr_err::Error("exists", "mailbox", plan.address.Full());
+  }
+  email->New();
+  email->name = plan.address.local;
+  email->domain = static_cast<int>(plan.domain->id);
+  email->owner = static_cast<int>(plan.owner->id);
+  email->home = plan.home;
+  email->quota = plan.quota;
+  email->active = true;
+  if (PasswordBackend() == nullptr) {
+    email->password = password;
+  }
+  email->Post();
+  return email;
+}
+
+// The back-end's words where they name its own columns.
+[[noreturn]] void ThrowPlain(const mgr_err::Error& error, const std::string& address) {
+  if (error.type() == "exists") {
+    throw mgr_err::Error("exists", "mailbox",
+                         address + " stands in the mail server's list of users already");
+  }
+  if (error.type() == "value" && error.object() == "passwd") {
+    throw Refused("password", "':' not allowed with a scheme that keeps the clear text");
+  }
+  throw;
+}
+
+void CallBackends(std::shared_ptr<brisq_db::EmailTable> email, const std::string& address,
+                  const std::string& password) {
+  try {
+    MailBackend().Create(email);
+    if (email::PasswdInterface* passwords = PasswordBackend()) {
+      passwords->Create(address, password);
+    }
+  } catch (const mgr_err::Error& error) {
+    ThrowPlain(error, address);
+  }
+}
+
+}  // namespace
+
+MailboxInfo AddMailbox(const NewMailbox& mailbox) {
+  const Plan plan = MakePlan(mailbox);
+  MailBackend();
+  RunRequest("mailbox add", [&](Request&) {
+    const auto email = InsertRow(plan, mailbox.password);
+    CallBackends(email, plan.address.Full(), mailbox.password);
+  });
+  return ShowMailbox(plan.address.Full());
+}
+
+std::vector<MailboxInfo> ListMailboxes() {
+  std::vector<MailboxInfo> mailboxes;
+  for (const Row& row : Rows("", {})) {
+    mailboxes.push_back(Info(row));
+  }
+  return mailboxes;
+}
+
+MailboxInfo ShowMailbox(const std::string& address) {
+  const Address stored = ParseAddress(address);
+  const std::vector<Row> rows =
+      Rows("WHERE domains.name = :v1 AND mailboxes.name = :v2", {stored.domain, stored.local});
+  if (rows.empty()) {
+    throw mgr_err::Error("missed", "mailbox", stored.Full());
+  }
+  return Info(rows.front());
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,84 @@
+#include "panel/owners.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "framework/file_error.h"
+#include "panel/home_job.h"
+#include "panel/names.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
+#include "panel/text_rules.h"
+
+namespace brisq_panel {
+
+namespace {
+
+OwnerInfo Info(const brisq_db::User& user) {
+  return {std::string(user.name), static_cast<int>(user.uid), static_cast<int>(user.gid),
+          user.home};
+}
+
+OwnerInfo Checked(const OwnerInfo& owner) {
+  return {CheckOwnerName(owner.name), CheckId("uid", owner.uid), CheckId("gid", owner.gid),
+          CheckHome(owner.home)};
+}
+
+void InsertRow(const OwnerInfo& owner) {
+  const auto user = Table<brisq_db::User>();
+  if (user->DbFind({{"name", owner.name}})) {
+    throw mgr_err::Error("exists", "owner", owner.name);
+  }
+  user->New();
+  user->name = owner.name;
+  user->uid = owner.uid;
+  user->gid = owner.gid;
+  user->home = owner.home;
+  user->Post();
+}
+
+// Queues the making of a missing home; else says whose it is when it is not the owner's.
+void ProvideHome(const OwnerInfo& owner, Request& request) {
+  struct stat state {};
+  const auto uid = static_cast<uid_t>(owner.uid);
+  if (::stat(owner.home.c_str(), &state) != 0) {
+    if (errno != ENOENT) {
+      throw mgr_file::FileError(owner.home, "stat");
+    }
+    new MakeHome(owner.home, uid, static_cast<gid_t>(owner.gid));
+    request.AddNote("home directory " + owner.home + " made");
+    return;
+  }
+  if (!S_ISDIR(state.st_mode)) {
+    throw mgr_err::Error("file", owner.home, "is no directory");
+  }
+  if (state.st_uid != uid) {
+    request.AddNote("home directory " + owner.home + " belongs to uid " +
+                    std::to_string(state.st_uid) + ": no mailbox can be made in it");
+  }
+}
+
+}  // namespace
+
+AddedOwner AddOwner(const OwnerInfo& given) {
+  const OwnerInfo owner = Checked(given);
+  const auto notes = RunRequest("owner add", [&](Request& request) {
+    InsertRow(owner);
+    ProvideHome(owner, request);
+  });
+  return {owner, notes};
+}
+
+std::vector<OwnerInfo> ListOwners() {
+  std::vector<OwnerInfo> owners;
+  const auto user = Table<brisq_db::User>();
+  for (user->DbSelect({}, "name"); !user->Eof(); user->Next()) {
+    owners.push_back(Info(*user));
+  }
+  return owners;
+}
+
+OwnerInfo ShowOwner(const std::string& name) { return Info(*FindOwner(CheckOwnerName(name))); }
+
+}  // namespace brisq_panel

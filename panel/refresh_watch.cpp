@@ -1,0 +1,45 @@
+#include "panel/refresh_watch.h"
+
+#include "mgr_err.h"
+
+namespace brisq_panel {
+
+namespace {
+
+thread_local RefreshWatch* g_watch = nullptr;
+
+}  // namespace
+
+RefreshWatch::RefreshWatch() {
+  if (g_watch != nullptr) {
+    throw mgr_err::Error("internal", "refresh", "one goes on on this thread already");
+  }
+  g_watch = this;
+}
+
+RefreshWatch::~RefreshWatch() { g_watch = nullptr; }
+
+void RefreshWatch::SawFile(const std::string& path, const std::string& stamp, bool changed) {
+  if (g_watch != nullptr) {
+    g_watch->files_.push_back({path, stamp});
+    g_watch->walked_ = g_watch->walked_ || changed;
+  }
+}
+
+void RefreshWatch::SawName(const std::string& name, bool known) {
+  if (g_watch == nullptr || !g_watch->walked_ || g_watch->swept_) {
+    return;
+  }
+  ++g_watch->lines_;
+  if (!known) {
+    g_watch->unknown_.push_back(name);
+  }
+}
+
+void RefreshWatch::SawSweep() noexcept {
+  if (g_watch != nullptr) {
+    g_watch->swept_ = true;
+  }
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "framework/request.h"
+
+namespace brisq_panel {
+
+/// Does `work` as one request, with the database's write lock from its beginning, and commits it.
+/// Returns the request's notes.
+/// @throws what work or commit throws, after everything has been taken back; when something could
+/// not be, the error says so behind its value
+BRISQ_API std::vector<std::string> RunRequest(const std::string& name,
+                                              const std::function<void(Request&)>& work);
+
+}  // namespace brisq_panel

@@ -1,0 +1,46 @@
+#include "panel/system_dirs.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace brisq_panel {
+
+namespace {
+
+// Missing directories on the way to `path`, itself included, innermost first.
+std::vector<std::string> Missing(const std::string& path) {
+  std::vector<std::string> missing;
+  std::string at = path;
+  while (!at.empty() && !mgr_file::Exists(at)) {
+    missing.push_back(at);
+    at = mgr_file::SplitPath(at).first;
+  }
+  return missing;
+}
+
+}  // namespace
+
+std::vector<std::string> MakeDirectories(const std::string& path, const mgr_file::Attrs& parents,
+                                         const mgr_file::Attrs& last) {
+  std::vector<std::string> missing = Missing(path);
+  std::reverse(missing.begin(), missing.end());
+  std::vector<std::string> made;
+  try {
+    for (const std::string& directory : missing) {
+      mgr_file::MkDir(directory, directory == path ? last : parents);
+      made.push_back(directory);
+    }
+  } catch (...) {
+    RemoveDirectories(made);
+    throw;
+  }
+  return made;
+}
+
+void RemoveDirectories(const std::vector<std::string>& directories) noexcept {
+  std::for_each(directories.rbegin(), directories.rend(),
+                [](const std::string& directory) { ::rmdir(directory.c_str()); });
+}
+
+}  // namespace brisq_panel

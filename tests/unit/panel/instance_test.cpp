@@ -1,0 +1,140 @@
+#include "panel/instance.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "framework/config_file.h"
+#include "framework/database.h"
+#include "framework/log_setup.h"
+#include "framework/modules.h"
+#include "mgr_cf.h"
+#include "panel/email_module.h"
+#include "panel/mailboxes.h"
+#include "panel/owners.h"
+#include "tests/unit/panel/panel_fixture.h"
+
+namespace {
+
+using brisq_panel::Instance;
+using panel_test::ErrorOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class InstanceTest : public testing::Test {
+ protected:
+  InstanceTest() {
+    mgr_cf::Reset();
+    brisq_panel::ForgetBackends();
+    settings_.file = dir_ / "brisq.toml";
+    settings_.state = dir_ / "state";
+    settings_.database = dir_ / "state/panel.db";
+    settings_.log_directory = dir_ / "log";
+    settings_.plugins = {dir_.MakeFolder("plugins")};
+  }
+  ~InstanceTest() override {
+    mgr_log::Reset();
+    mgr_cf::Reset();
+  }
+  static unsigned ModeOf(const std::string& path) {
+    struct stat state {};
+    EXPECT_EQ(0, ::stat(path.c_str(), &state)) << path;
+    return state.st_mode & 07777u;
+  }
+
+  support::TempDir dir_;
+  mgr_cf::Settings settings_;
+};
+
+TEST_F(InstanceTest, EverythingIsMadeOnTheFirstStart) {
+  const Instance instance(settings_);
+  EXPECT_EQ(0700u, ModeOf(dir_ / "state"));
+  EXPECT_EQ(0600u, ModeOf(dir_ / "state/panel.db"));
+  EXPECT_TRUE(std::filesystem::is_directory(dir_ / "log"));
+  EXPECT_TRUE(brisq_panel::ListOwners().empty());
+}
+
+TEST_F(InstanceTest, ASecondStartFindsWhatTheFirstHasMade) {
+  {
+    const Instance instance(settings_);
+    brisq_panel::AddOwner({"bob", 1001, 1001, dir_ / "home"});
+  }
+  const Instance instance(settings_);
+  EXPECT_EQ(1u, brisq_panel::ListOwners().size());
+}
+
+TEST_F(InstanceTest, ADatabaseElsewhereHasAFolderOfItsOwn) {
+  settings_.database = dir_ / "db/deep/panel.db";
+  const Instance instance(settings_);
+  EXPECT_EQ(0700u, ModeOf(dir_ / "db/deep"));
+}
+
+TEST_F(InstanceTest, ParametersArePutInForce) {
+  settings_.params["POP3"] = "other";
+  settings_.paths["dovecot-passwd"] = "/x";
+  const Instance instance(settings_);
+  EXPECT_EQ("other", mgr_cf::GetParam("POP3"));
+  EXPECT_EQ("/x", mgr_cf::GetPath("dovecot-passwd"));
+  EXPECT_EQ("30", mgr_cf::GetParam("EmailSweepLimit"));
+}
+
+TEST_F(InstanceTest, ThereIsOneAtATime) {
+  {
+    const Instance instance(settings_);
+    EXPECT_EQ("internal", ErrorOf([&] { Instance second(settings_); }).type());
+    EXPECT_TRUE(brisq_panel::ListOwners().empty()) << "the first one goes on";
+  }
+  const Instance again(settings_);
+}
+
+TEST_F(InstanceTest, AFailedStartLeavesNothingOpen) {
+  struct Case {
+    const char* name;
+    std::function<void()> spoil;
+    const char* type;
+  };
+  dir_.Write("garbage", std::string(8192, 'g'));
+  dir_.Write("file", "");
+  const mgr_cf::Settings good = settings_;
+  const Case cases[] = {
+      {"no state folder given", [&] { settings_.state = ""; }, "config"},
+      {"no database given", [&] { settings_.database = ""; }, "config"},
+      {"no database", [&] { settings_.database = dir_ / "garbage"; }, "db"},
+      {"state below a file", [&] { settings_.state = dir_ / "file/state"; }, "file"},
+      {"log below a file", [&] { settings_.log_directory = dir_ / "file/log"; }, "file"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    settings_ = good;
+    c.spoil();
+    EXPECT_EQ(c.type, ErrorOf([&] { Instance instance(settings_); }).type());
+    EXPECT_EQ("db", ErrorOf([] { mgr_db::ThreadConnection(); }).type());
+  }
+  settings_ = good;
+  const Instance instance(settings_);
+}
+
+TEST_F(InstanceTest, PluginsThatCantBeLoadedAreReportedAndTheHostLives) {
+  settings_.plugins = {dir_.Write("broken.so", "no library"), dir_ / "missing.so"};
+  settings_.params["POP3"] = "dovecot";
+  const Instance instance(settings_);
+  ASSERT_LE(2u, instance.reports().size());
+  EXPECT_EQ(dir_ / "broken.so", instance.reports()[0].file);
+  EXPECT_NE("", instance.reports()[0].error);
+  EXPECT_NE("", instance.reports()[1].error);
+  EXPECT_THAT(panel_test::TextOf([] { brisq_panel::MailBackend(); }),
+              testing::AllOf(HasSubstr("no plug-in serves the parameter POP3 = \"dovecot\""),
+                             HasSubstr("broken.so: "), HasSubstr("missing.so: ")));
+}
+
+TEST_F(InstanceTest, WithoutTheParameterTheReasonIsThat) {
+  const Instance instance(settings_);
+  EXPECT_EQ("plugin: mail back-end: the parameter POP3 is not set",
+            panel_test::TextOf([] { brisq_panel::MailBackend(); }));
+}
+
+TEST_F(InstanceTest, PluginsAreLookedForBesideTheLibrary) {
+  EXPECT_EQ(std::string(BRISQ_TEST_BUILD_DIR) + "/lib/brisq", Instance::DefaultPluginFolder());
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+#include "panel/refresh_watch.h"
+
+#include <thread>
+
+#include "panel/file_stamps.h"
+#include "panel/records.h"
+#include "tests/unit/panel/panel_fixture.h"
+
+namespace {
+
+using brisq_panel::RefreshWatch;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(RefreshWatch, CountsTheNamesOfAWalkUpToItsSweep) {
+  RefreshWatch watch;
+  RefreshWatch::SawName("early@example.org", true);  // before any file was looked at
+  RefreshWatch::SawFile("/passwd", "stamp", true);
+  RefreshWatch::SawName("a@example.org", true);
+  RefreshWatch::SawName("foreign@example.net", false);
+  RefreshWatch::SawSweep();
+  RefreshWatch::SawName("a@example.org", true);  // the password work
+  EXPECT_TRUE(watch.walked());
+  EXPECT_EQ(2u, watch.lines());
+  EXPECT_THAT(watch.unknown(), ElementsAre("foreign@example.net"));
+  ASSERT_EQ(1u, watch.files().size());
+  EXPECT_EQ("/passwd", watch.files()[0].path);
+  EXPECT_EQ("stamp", watch.files()[0].stamp);
+}
+
+TEST(RefreshWatch, AnUnchangedFileIsNotWalked) {
+  RefreshWatch watch;
+  RefreshWatch::SawFile("/passwd", "stamp", false);
+  RefreshWatch::SawName("a@example.org", true);
+  EXPECT_FALSE(watch.walked());
+  EXPECT_EQ(0u, watch.lines());
+}
+
+TEST(RefreshWatch, OnlyItsOwnThreadIsWatched) {
+  RefreshWatch watch;
+  std::jthread([] { RefreshWatch::SawFile("/passwd", "stamp", true); }).join();
+  EXPECT_THAT(watch.files(), IsEmpty());
+}
+
+TEST(RefreshWatch, ThereIsOneAtATime) {
+  {
+    RefreshWatch watch;
+    EXPECT_EQ("internal", panel_test::ErrorOf([] { RefreshWatch second; }).type());
+    RefreshWatch::SawFile("/passwd", "stamp", true);
+    EXPECT_EQ(1u, watch.files().size()) << "the first one goes on";
+  }
+  RefreshWatch again;
+  RefreshWatch::SawFile("/passwd", "stamp", true);
+  EXPECT_EQ(1u, again.files().size());
+}
+
+TEST(RefreshWatch, WithoutOneNothingHappens) {
+  RefreshWatch::SawFile("/passwd", "stamp", true);
+  RefreshWatch::SawName("a@example.org", false);
+  RefreshWatch::SawSweep();
+}
+
+class WatchedCalls : public panel_test::PanelTest {};
+
+TEST_F(WatchedCalls, ThePanelsInterfacesReportToIt) {
+  AddBobsDomain();
+  dir_.Write("passwd", "x");
+  RefreshWatch watch;
+  std::string text;
+  brisq_db::FileIsChanged(dir_ / "passwd", text);
+  const auto mailbox = brisq_panel::Table<brisq_db::EmailTable>();
+  const auto domain = brisq_panel::Table<brisq_db::EmailDomainTable>();
+  email::FindByEmailName("nobody@example.org", mailbox, domain);
+  mailbox->DbDelete("tag != 1 AND active = 'on'");
+  email::FindByEmailName("nobody@example.org", mailbox, domain);
+  EXPECT_EQ(brisq_panel::CurrentStamp(dir_ / "passwd"), watch.files().at(0).stamp);
+  EXPECT_TRUE(watch.walked());
+  EXPECT_EQ(1u, watch.lines());
+  EXPECT_THAT(watch.unknown(), ElementsAre("nobody@example.org"));
+}
+
+}  // namespace

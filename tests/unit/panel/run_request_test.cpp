@@ -1,0 +1,75 @@
+#include "panel/run_request.h"
+
+#include <thread>
+
+#include "framework/database.h"
+#include "tests/unit/panel/panel_fixture.h"
+
+namespace {
+
+using brisq_panel::RunRequest;
+using testing::ElementsAre;
+
+class RunRequestTest : public panel_test::PanelTest {
+ protected:
+  static void AddOwner() {
+    mgr_db::ThreadConnection()->Change(
+        "INSERT INTO owners (name, uid, gid, home) VALUES ('x', 1, 1, '/x')");
+  }
+};
+
+TEST_F(RunRequestTest, WorkThatEndsIsCommittedWithItsNotes) {
+  const auto notes = RunRequest("test", [](Request& request) {
+    EXPECT_EQ(&request, Request::Current());
+    AddOwner();
+    request.AddNote("done");
+  });
+  EXPECT_THAT(notes, ElementsAre("done"));
+  EXPECT_EQ(nullptr, Request::Current());
+  EXPECT_EQ("x", Column("SELECT name FROM owners"));
+}
+
+TEST_F(RunRequestTest, WorkThatThrowsIsTakenBack) {
+  const auto error = panel_test::ErrorOf([] {
+    RunRequest("test", [](Request&) {
+      AddOwner();
+      throw mgr_err::Error("limit", "thing", "too many").set_report();
+    });
+  });
+  EXPECT_STREQ("limit: thing: too many", error.what());
+  EXPECT_TRUE(error.report());
+  EXPECT_EQ("", Column("SELECT name FROM owners"));
+}
+
+TEST_F(RunRequestTest, OtherExceptionsTakeItBackToo) {
+  EXPECT_THROW(RunRequest("test",
+                          [](Request&) {
+                            AddOwner();
+                            throw std::bad_alloc();
+                          }),
+               std::bad_alloc);
+  EXPECT_EQ(nullptr, Request::Current());
+  EXPECT_EQ("", Column("SELECT name FROM owners"));
+}
+
+TEST_F(RunRequestTest, NobodyElseWritesFromItsBeginning) {
+  mgr_db::OpenDatabase(dir_ / "panel.db", 50);
+  RunRequest("test", [](Request&) {
+    std::jthread([] { EXPECT_EQ("locked", panel_test::ErrorOf([] { AddOwner(); }).type()); });
+  });
+}
+
+TEST_F(RunRequestTest, WhatCouldNotBeTakenBackStandsInTheError) {
+  const auto error = panel_test::ErrorOf([] {
+    RunRequest("test", [](Request& request) {
+      request.OnRollback("step one", [] { throw mgr_err::Error("file", "/x", "gone"); });
+      throw mgr_err::Error("email", "doveadm", "failed");
+    });
+  });
+  EXPECT_EQ("email", error.type());
+  EXPECT_THAT(error.value(),
+              testing::AllOf(testing::StartsWith("failed; "), testing::HasSubstr("step one")));
+  log_.ExpectError("step one");
+}
+
+}  // namespace
