@@ -46,12 +46,10 @@ std::string LoaderError(const std::string& file) {
 // Empty when the plug-in is loaded and has registered something.
 std::string Load(const std::string& file) {
   const ModuleRegistry::Loading loading(file);
-  void* handle = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
+  if (::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
     return LoaderError(file);
   }
   if (!ModuleRegistry::Instance().HasRegistered(file)) {
-    ::dlclose(handle);
     return "is no plug-in: it registers no module";
   }
   return "";

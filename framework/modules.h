@@ -18,9 +18,8 @@ struct PluginReport {
 
 /// Loads plug-ins, with all their symbols resolved and none of them offered to other libraries. A
 /// folder stands for its files "*.so" in name order. Each file is first loaded by a child process,
-/// so that one that throws, crashes or hangs there does no harm here; what is no plug-in (it
-/// registers no module constructor) is unloaded. A plug-in that is fine stays until the process
-/// ends.
+/// so that one that throws, crashes or hangs there, or is no plug-in (it registers no module
+/// constructor), is never loaded here. A plug-in that is fine stays until the process ends.
 ///
 /// One report for each file, in order, and one for each path that does not exist; never throws for
 /// a bad plug-in. For the main thread, before others are started.

@@ -171,10 +171,6 @@ void Request::RollbackDatabase() noexcept {
 }
 
 void Request::End() noexcept {
-  if (state_ == State::kUndoing) {
-    after_commit_.clear();
-    commands_.clear();
-  }
   state_ = State::kEnded;
   current_request = nullptr;
   done_.clear();

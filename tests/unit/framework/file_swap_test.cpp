@@ -214,6 +214,13 @@ TEST_F(FileSwapTest, WhatSomebodyElseChangedIsLeftAlone) {
   };
   const Case cases[] = {
       {"edited in place", [this] { directory.Write("example.org.conf", "theirs"); }, "theirs"},
+      {"edited, with its old time",
+       [this] {
+         const auto time = fs::last_write_time(path);
+         directory.Write("example.org.conf", "theirs");
+         fs::last_write_time(path, time);
+       },
+       "theirs"},
       {"replaced", [this] { fs::rename(directory.Write("t", "theirs"), path); }, "theirs"},
       {"removed", [this] { fs::remove(path); }, std::nullopt},
   };
