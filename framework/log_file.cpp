@@ -137,9 +137,8 @@ void LogFile::WriteAll(std::string_view line) {
   while (!rest.empty()) {
     const ssize_t written = ::write(file_.get(), rest.data(), rest.size());
     if (written < 0 && errno != EINTR) {
-      const mgr_err::Error error = mgr_file::FileError(path_, "write");
       torn_ = torn_ || rest.size() < size;
-      throw error;
+      throw mgr_file::FileError(path_, "write");
     }
     rest.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
   }

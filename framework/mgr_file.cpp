@@ -72,9 +72,9 @@ void MkDir(const std::string& path, const Attrs& attrs) {
     throw FileError(path, "mkdir");
   }
   if (const char* call = SetAttributes(path, attrs); call != nullptr) {
-    const mgr_err::Error error = FileError(path, call);
+    const int error = errno;
     ::rmdir(path.c_str());
-    throw error;
+    throw FileError(path, call, error);
   }
 }
 

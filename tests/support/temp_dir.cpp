@@ -46,7 +46,7 @@ std::string TempDir::Write(std::string_view name, std::string_view content) cons
 std::string TempDir::Read(std::string_view name) const { return ReadFile(*this / name); }
 
 std::string TempDir::MakeFolder(std::string_view name) const {
-  const std::string path = *this / name;
+  std::string path = *this / name;
   fs::create_directories(path);
   return path;
 }
