@@ -1,0 +1,27 @@
+#include "brisq/command.h"
+
+#include "brisq/command_groups.h"
+
+namespace brisq {
+
+std::string Arguments::Text(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() ? std::string() : found->second.front();
+}
+
+std::vector<std::string> Arguments::List(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() ? std::vector<std::string>() : found->second;
+}
+
+const std::vector<Command>& Commands() {
+  static const std::vector<Command> commands = [] {
+    std::vector<Command> all;
+    for (const auto& group : {OwnerCommands(), DomainCommands(), MailboxCommands()})
+      all.insert(all.end(), group.begin(), group.end());
+    return all;
+  }();
+  return commands;
+}
+
+}  // namespace brisq

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace mgr_cf {
+struct Settings;
+}
+
+namespace brisq {
+
+class Output;
+
+/// Where a command reads and writes; the streams must outlive it.
+struct Console {
+  std::istream& in;
+  std::ostream& out;
+  std::ostream& err;
+  /// True when `in` is a terminal that can be asked.
+  bool interactive = false;
+};
+
+/// What the command line said, by the names in the command's declaration.
+class Arguments {
+ public:
+  void Add(const std::string& name, std::string value) {
+    values_[name].push_back(std::move(value));
+  }
+  bool Has(const std::string& name) const { return values_.count(name) != 0; }
+  /// The value, the first one of several; empty when it was not given.
+  std::string Text(const std::string& name) const;
+  std::vector<std::string> List(const std::string& name) const;
+
+ private:
+  std::map<std::string, std::vector<std::string>> values_;
+};
+
+/// One run of a command.
+struct Call {
+  const Arguments& arguments;
+  Output& output;
+  const Console& console;
+  const mgr_cf::Settings& settings;
+};
+
+struct Operand {
+  std::string name;  ///< in capitals, as the help shows it
+  std::string help;
+  bool many = false;
+  bool required = true;
+};
+
+struct Option {
+  std::string name;   ///< with its dashes
+  std::string value;  ///< placeholder of the value; empty for a flag
+  std::string help;
+  bool required = false;
+};
+
+/// A command as data: parser, help and manual are made from it.
+struct Command {
+  std::string noun;
+  std::string verb;  ///< empty for a command of one word
+  std::string summary;
+  std::vector<Operand> operands;
+  std::vector<Option> options;
+  /// Names of options of which exactly one must be given; empty for no such rule.
+  std::vector<std::string> one_of;
+  /// Does the work with an open instance; failures leave it as mgr_err::Error.
+  std::function<void(Call&)> run;
+};
+
+/// All commands, in the order of the help.
+const std::vector<Command>& Commands();
+
+}  // namespace brisq

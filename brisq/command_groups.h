@@ -1,0 +1,14 @@
+#pragma once
+
+#include <vector>
+
+#include "brisq/command.h"
+
+/// One function per file of commands: the declarations of the group, with their code behind them.
+namespace brisq {
+
+std::vector<Command> OwnerCommands();
+std::vector<Command> DomainCommands();
+std::vector<Command> MailboxCommands();
+
+}  // namespace brisq

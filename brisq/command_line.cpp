@@ -1,0 +1,147 @@
+#include "brisq/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <map>
+#include <ostream>
+
+#include "brisq/version.h"
+#include "mgr_err.h"
+
+namespace brisq {
+namespace {
+
+constexpr const char* kDefaultConfig = "/etc/brisq/brisq.toml";
+
+// The parser's own copy of one command: where it stores what it reads.
+struct Bound {
+  const Command* command;
+  CLI::App* app;
+  std::map<std::string, std::vector<std::string>> values;
+  std::map<std::string, bool> flags;
+};
+
+void BindOperand(Bound& bound, const Operand& operand) {
+  CLI::Option* option =
+      bound.app->add_option(operand.name, bound.values[operand.name], operand.help);
+  option->required(operand.required)->type_name("");
+  option->expected(operand.required ? 1 : 0,
+                   operand.many ? CLI::detail::expected_max_vector_size : 1);
+}
+
+void BindOption(Bound& bound, const Option& option) {
+  if (option.value.empty()) {
+    bound.app->add_flag(option.name, bound.flags[option.name], option.help);
+    return;
+  }
+  bound.app->add_option(option.name, bound.values[option.name], option.help)
+      ->required(option.required)
+      ->expected(1)
+      ->type_name(option.value);
+}
+
+CLI::App* NounOf(CLI::App& root, const Command& command) {
+  for (CLI::App* known : root.get_subcommands({}))
+    if (known->get_name() == command.noun) return known;
+  CLI::App* noun = root.add_subcommand(command.noun, command.verb.empty() ? command.summary : "");
+  noun->fallthrough();
+  if (!command.verb.empty()) noun->require_subcommand(1);
+  return noun;
+}
+
+void Bind(CLI::App& root, Bound& bound) {
+  const Command& command = *bound.command;
+  bound.app = NounOf(root, command);
+  if (!command.verb.empty()) {
+    bound.app = bound.app->add_subcommand(command.verb, command.summary);
+    bound.app->fallthrough();
+  }
+  for (const Operand& operand : command.operands) BindOperand(bound, operand);
+  for (const Option& option : command.options) BindOption(bound, option);
+}
+
+void DescribeNouns(CLI::App& root) {
+  for (CLI::App* noun : root.get_subcommands({})) {
+    std::string verbs;
+    for (const CLI::App* verb : noun->get_subcommands({}))
+      verbs += (verbs.empty() ? "" : ", ") + verb->get_name();
+    if (!verbs.empty()) noun->description(verbs);
+  }
+}
+
+Arguments ArgumentsOf(const Bound& bound) {
+  Arguments arguments;
+  for (const auto& [name, values] : bound.values)
+    for (const std::string& value : values) arguments.Add(name, value);
+  for (const auto& [name, given] : bound.flags)
+    if (given) arguments.Add(name, "");
+  return arguments;
+}
+
+void CheckOneOf(const Command& command, const Arguments& arguments) {
+  if (command.one_of.empty()) return;
+  std::string names;
+  int given = 0;
+  for (const std::string& name : command.one_of) {
+    names += (names.empty() ? "" : ", ") + name;
+    given += arguments.Has(name) ? 1 : 0;
+  }
+  if (given != 1)
+    throw mgr_err::Error("usage", command.noun + " " + command.verb,
+                         "exactly one of " + names + " is required");
+}
+
+std::string ConfigFile(const std::string& option) {
+  if (!option.empty()) return option;
+  const char* environment = std::getenv("BRISQ_CONFIG");
+  return environment && *environment ? environment : kDefaultConfig;
+}
+
+// True when the words were a question that has been answered.
+bool Parse(CLI::App& root, const std::vector<std::string>& words, const Console& console) {
+  try {
+    // The parser takes its words from the back.
+    root.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    return false;
+  } catch (const CLI::CallForHelp&) {
+    console.out << root.help();
+  } catch (const CLI::CallForAllHelp&) {
+    console.out << root.help("", CLI::AppFormatMode::All);
+  } catch (const CLI::CallForVersion&) {
+    console.out << "brisq " << kVersion << "\n";
+  } catch (const CLI::ParseError& error) {
+    throw mgr_err::Error("usage", "", std::string(error.what()) + "; see brisq --help");
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& words,
+                                            const Console& console) {
+  CLI::App root("Mailboxes for Dovecot: owners, domains, mailboxes, certificates.", "brisq");
+  CommandLine line;
+  std::string config;
+  root.add_option("--config", config, "configuration file, else $BRISQ_CONFIG")->type_name("FILE");
+  root.add_flag("--json", line.json, "data as JSON");
+  root.set_version_flag("--version", kVersion);
+  root.set_help_all_flag("--help-all", "help of all commands");
+  root.require_subcommand(1);
+
+  std::vector<Bound> bounds;
+  for (const Command& command : Commands()) bounds.push_back({&command, nullptr, {}, {}});
+  for (Bound& bound : bounds) Bind(root, bound);
+  DescribeNouns(root);
+  if (Parse(root, words, console)) return std::nullopt;
+
+  for (const Bound& bound : bounds)
+    if (bound.app->parsed()) {
+      line.command = bound.command;
+      line.arguments = ArgumentsOf(bound);
+    }
+  CheckOneOf(*line.command, line.arguments);
+  line.config = ConfigFile(config);
+  return line;
+}
+
+}  // namespace brisq

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mgr_err.h"
+
+namespace brisq {
+
+/// What a type of error means at the edge of the program.
+struct ErrorKind {
+  const char* type;   ///< mgr_err::Error::type(); empty for every type that has no row of its own
+  const char* label;  ///< word in the line on standard error
+  int exit_code;
+  const char* meaning;  ///< for the manual
+};
+
+/// The one table of kinds; the last row stands for all other types.
+const std::vector<ErrorKind>& ErrorKinds();
+
+const ErrorKind& KindOf(const mgr_err::Error& error);
+
+/// "brisq: LABEL: OBJECT: VALUE" as one line without its end; control characters are escaped.
+std::string ErrorLine(const mgr_err::Error& error);
+
+/// Text with control characters as \xNN, so that a name or a foreign message can't steer a
+/// terminal.
+std::string Printable(const std::string& text);
+
+}  // namespace brisq

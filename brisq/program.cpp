@@ -1,0 +1,49 @@
+#include "brisq/program.h"
+
+#include <exception>
+#include <ostream>
+
+#include "brisq/command_line.h"
+#include "brisq/exit_codes.h"
+#include "brisq/output.h"
+#include "framework/config_file.h"
+#include "framework/modules.h"
+#include "panel/instance.h"
+
+namespace brisq {
+namespace {
+
+void WarnOfPlugins(const brisq_panel::Instance& instance, Output& output) {
+  for (const auto& report : instance.reports())
+    if (!report.error.empty()) output.Warn("plug-in " + report.file + ": " + report.error);
+}
+
+void Run(const CommandLine& line, const Console& console) {
+  const mgr_cf::Settings settings = mgr_cf::ReadSettings(line.config);
+  Output output(console, line.json);
+  brisq_panel::Instance instance(settings);
+  WarnOfPlugins(instance, output);
+  Call call{line.arguments, output, console, settings};
+  line.command->run(call);
+  instance.RunDue();
+  output.Finish();
+}
+
+}  // namespace
+
+int RunProgram(const std::vector<std::string>& words, const Console& console) {
+  try {
+    if (const auto line = ParseCommandLine(words, console)) Run(*line, console);
+    console.out.flush();
+    if (!console.out) throw mgr_err::Error("file", "standard output", "can't be written");
+    return 0;
+  } catch (const mgr_err::Error& error) {
+    console.err << ErrorLine(error) << "\n";
+    return KindOf(error).exit_code;
+  } catch (const std::exception& error) {
+    console.err << ErrorLine(mgr_err::Error("internal", "", error.what())) << "\n";
+    return 1;
+  }
+}
+
+}  // namespace brisq

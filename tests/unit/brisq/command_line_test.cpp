@@ -1,0 +1,115 @@
+#include "brisq/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "mgr_err.h"
+
+namespace brisq {
+namespace {
+
+class CommandLineTest : public testing::Test {
+ protected:
+  void SetUp() override { unsetenv("BRISQ_CONFIG"); }
+  void TearDown() override { unsetenv("BRISQ_CONFIG"); }
+
+  std::optional<CommandLine> Parse(const std::vector<std::string>& words) {
+    return ParseCommandLine(words, console_);
+  }
+  std::string Refusal(const std::vector<std::string>& words) {
+    try {
+      Parse(words);
+    } catch (const mgr_err::Error& error) {
+      return error.type();
+    }
+    return "accepted";
+  }
+
+  std::istringstream in_;
+  std::ostringstream out_;
+  std::ostringstream err_;
+  Console console_{in_, out_, err_, false};
+};
+
+TEST_F(CommandLineTest, OperandsAndOptionsReachTheCommand) {
+  const auto line = Parse({"mailbox", "add", "bob@example.org", "--generate", "--quota", "2G"});
+  ASSERT_TRUE(line);
+  EXPECT_EQ("mailbox", line->command->noun);
+  EXPECT_EQ("add", line->command->verb);
+  EXPECT_EQ("bob@example.org", line->arguments.Text("ADDRESS"));
+  EXPECT_EQ("2G", line->arguments.Text("--quota"));
+  EXPECT_TRUE(line->arguments.Has("--generate"));
+  EXPECT_FALSE(line->arguments.Has("--home"));
+}
+
+TEST_F(CommandLineTest, GlobalOptionsMayStandAnywhere) {
+  for (const auto& words :
+       std::vector<std::vector<std::string>>{{"--config", "c.toml", "--json", "owner", "list"},
+                                             {"owner", "--json", "list", "--config", "c.toml"},
+                                             {"owner", "list", "--json", "--config=c.toml"}}) {
+    const auto line = Parse(words);
+    ASSERT_TRUE(line);
+    EXPECT_EQ("c.toml", line->config);
+    EXPECT_TRUE(line->json);
+  }
+}
+
+TEST_F(CommandLineTest, TheEnvironmentStandsInForTheConfigOption) {
+  EXPECT_EQ("/etc/brisq/brisq.toml", Parse({"owner", "list"})->config);
+  setenv("BRISQ_CONFIG", "other.toml", 1);
+  EXPECT_EQ("other.toml", Parse({"owner", "list"})->config);
+  EXPECT_EQ("c.toml", Parse({"owner", "list", "--config", "c.toml"})->config);
+}
+
+TEST_F(CommandLineTest, WhatCanNotBeReadIsAUsageError) {
+  const std::vector<std::vector<std::string>> cases = {
+      {},
+      {"nonsense"},
+      {"owner"},
+      {"owner", "nonsense"},
+      {"owner", "add"},
+      {"owner", "add", "demo"},
+      {"owner", "list", "surplus"},
+      {"owner", "list", "--nonsense"},
+      {"mailbox", "add", "bob@example.org"},
+      {"mailbox", "add", "bob@example.org", "--generate", "--password-stdin"},
+      {"mailbox", "add", "bob@example.org", "--generate", "--quota"},
+      {"mailbox", "add", "bob@example.org", "--password", "secret"},
+  };
+  for (const auto& words : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    EXPECT_EQ("usage", Refusal(words));
+  }
+}
+
+TEST_F(CommandLineTest, HelpNamesEveryCommandAndOption) {
+  EXPECT_FALSE(Parse({"--help-all"}));
+  const std::string help = out_.str();
+  for (const Command& command : Commands()) {
+    SCOPED_TRACE(command.noun + " " + command.verb);
+    EXPECT_NE(std::string::npos, help.find(command.summary));
+    for (const Option& option : command.options)
+      EXPECT_NE(std::string::npos, help.find(option.name)) << option.name;
+  }
+}
+
+TEST_F(CommandLineTest, HelpOfOneCommandIsNoRun) {
+  EXPECT_FALSE(Parse({"mailbox", "add", "--help"}));
+  EXPECT_NE(std::string::npos, out_.str().find("--password-stdin"));
+}
+
+TEST_F(CommandLineTest, TheVersionIsData) {
+  EXPECT_FALSE(Parse({"--version"}));
+  EXPECT_EQ(0u, out_.str().rfind("brisq ", 0));
+}
+
+TEST_F(CommandLineTest, AnOperandMayBeginWithADashBehindTwoDashes) {
+  const auto line = Parse({"owner", "show", "--", "-x"});
+  ASSERT_TRUE(line);
+  EXPECT_EQ("-x", line->arguments.Text("NAME"));
+}
+
+}  // namespace
+}  // namespace brisq
