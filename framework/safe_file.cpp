@@ -1,6 +1,5 @@
 #include "safe_file.h"
 
-#include <ranges>
 #include <vector>
 
 #include "framework/user_dir.h"
@@ -18,8 +17,8 @@ class CreatePath : public mgr_job::Job {
   void Do() override { made_ = user_dir::MakePath(folder_, attrs_); }
 
   void Undo() override {
-    for (const user_dir::Made& directory : made_ | std::views::reverse) {
-      user_dir::Remove(folder_, directory);
+    for (auto directory = made_.rbegin(); directory != made_.rend(); ++directory) {
+      user_dir::Remove(folder_, *directory);
     }
   }
 
