@@ -5,12 +5,13 @@
 #include <mutex>
 #include <string>
 
+#include "brisq_export.h"
 #include "conf_cache.h"
 #include "mgr_token.h"
 
 /// What is registered for one configuration: the syntax of its files, its datasets and its hook.
 /// Registrations may be replaced while files are in use. Any thread.
-class ConfConfiguration {
+class BRISQ_API ConfConfiguration {
  public:
   using Hook = std::function<void(ConfRef&, ConfCache::SaveReason&)>;
 

@@ -149,13 +149,13 @@ void ConfFile::SaveAll() {
   if (!waiting_.empty()) Lead(lock);
 }
 
-void ConfFile::TakeBack(const Waiting& waiting) {
+std::shared_ptr<ConfFile::Waiting> ConfFile::ApplyReverse(const Waiting& waiting) {
   std::optional<ConfChange> reverse;
   {
     const std::shared_lock lock(mutex_);
     if (waiting.made) reverse = waiting.change.Reverse();
   }
-  if (reverse) Save(Apply(std::move(*reverse)));
+  return reverse ? Apply(std::move(*reverse)) : nullptr;
 }
 
 bool ConfFile::HasWaiting() const {

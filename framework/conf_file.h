@@ -63,8 +63,9 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   std::exception_ptr ErrorOf(const Waiting& waiting) const;
   /// Saves all that waits, if anything does. Errors of single changes are told by ErrorOf alone.
   void SaveAll();
-  /// Takes back a change that was made, as ConfChange::Reverse says, and saves that.
-  void TakeBack(const Waiting& waiting);
+  /// Applies what takes back a change, as ConfChange::Reverse says; null when the change was not
+  /// made.
+  std::shared_ptr<Waiting> ApplyReverse(const Waiting& waiting);
 
   /// True while changes wait for a save.
   bool HasWaiting() const;

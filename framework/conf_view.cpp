@@ -1,10 +1,10 @@
 #include "framework/conf_view.h"
 
-#include <functional>
 #include <utility>
 
 #include "framework/conf_defer.h"
 #include "framework/conf_line.h"
+#include "framework/request.h"
 #include "mgr_err.h"
 
 ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
@@ -107,7 +107,15 @@ ConfChange::Target ConfView::TargetAt(dd::RecordPtr place) {
 }
 
 dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
+  const std::string words = change.Words();
   const auto waiting = file_->Apply(std::move(change));
+  // Noted before the save, so that a request takes the change back even when its save ends in
+  // doubt.
+  if (Request* request = Request::Current(); request != nullptr) {
+    request->OnRollback(words, [file = file_, waiting] {
+      if (const auto reverse = file->ApplyReverse(*waiting)) DeferSaves::SaveOrNote(file, reverse);
+    });
+  }
   if (durable) DeferSaves::SaveOrNote(file_, waiting);
   const ConfFile::Reading reading = file_->Read();
   Follow(reading.document);

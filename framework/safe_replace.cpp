@@ -182,6 +182,8 @@ void Replacement::Seal(const ConfStamp& old) {
   // After a failure the kernel may count the pages as written: the file is given up, not synced
   // again.
   if (sys::FSync(file_.get()) != 0) sys::Fail("fsync", target_.path, kUnchanged);
+  // Open for writing it would look like somebody's edit.
+  file_ = sys::FileDescriptor();
 }
 
 bool Replacement::TargetIs(const ConfStamp& old) const {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "mgr_err.h"
 
@@ -155,7 +156,8 @@ FileDescriptor::~FileDescriptor() {
 }
 
 FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-  std::swap(fd_, other.fd_);
+  // The old descriptor is closed here and not with `other`, which may live on.
+  const FileDescriptor old(std::exchange(fd_, other.Release()));
   return *this;
 }
 

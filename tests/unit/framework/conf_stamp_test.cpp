@@ -1,0 +1,148 @@
+#include "framework/conf_stamp.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+
+#include "tests/support/sys_fault.h"
+#include "tests/support/temp_dir.h"
+#include "tests/unit/framework/conf_fixture.h"
+
+namespace {
+
+using conf_fixture::ErrorOf;
+
+class ConfStampTest : public ::testing::Test {
+ protected:
+  ConfContent Read() const { return ReadAt(AT_FDCWD, path_, path_); }
+
+  support::TempDir folder_;
+  const std::string path_ = folder_ / "file";
+};
+
+TEST_F(ConfStampTest, ChangesWithEveryKindOfChange) {
+  folder_.Write("file", "abc");
+  const ConfStamp before = StampAt(path_);
+  EXPECT_EQ(before, StampAt(path_));
+  EXPECT_TRUE(before.exists);
+  EXPECT_EQ(before.size, 3);
+  folder_.Write("other", "abc");
+  ASSERT_EQ(::rename((folder_ / "other").c_str(), path_.c_str()), 0);
+  const ConfStamp replaced = StampAt(path_);
+  EXPECT_NE(replaced, before);
+  ASSERT_EQ(::chmod(path_.c_str(), 0600), 0);
+  const struct timespec times[2] = {{1, 0}, {1, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path_.c_str(), times, 0), 0);
+  EXPECT_NE(StampAt(path_), replaced);
+  ASSERT_EQ(::unlink(path_.c_str()), 0);
+  EXPECT_EQ(StampAt(path_), ConfStamp{});
+}
+
+TEST_F(ConfStampTest, ARenamingIsNoChangeOfContent) {
+  folder_.Write("file", "abc");
+  const ConfStamp before = StampAt(path_);
+  ASSERT_EQ(::rename(path_.c_str(), (folder_ / "other").c_str()), 0);
+  ConfStamp after = StampAt(folder_ / "other");
+  after.changed += 1;
+  EXPECT_NE(after, before);
+  EXPECT_TRUE(after.SameContentAs(before));
+  after.modified += 1;
+  EXPECT_FALSE(after.SameContentAs(before));
+}
+
+TEST_F(ConfStampTest, ReadsTheWholeFileWithItsStamp) {
+  for (const std::size_t size : {0UL, 1UL, 4096UL, 100000UL}) {
+    SCOPED_TRACE(size);
+    folder_.Write("file", std::string(size, 'x'));
+    const ConfContent content = Read();
+    ASSERT_TRUE(content.bytes);
+    EXPECT_EQ(content.bytes->View(), std::string(size, 'x'));
+    EXPECT_EQ(content.stamp, StampAt(path_));
+    EXPECT_FALSE(content.settled) << "it was changed a moment ago";
+  }
+}
+
+TEST_F(ConfStampTest, AFileThatHasRestedIsSettled) {
+  folder_.Write("file", "abc");
+  // What is waited for is the file's age itself.
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_TRUE(Read().settled);
+}
+
+TEST_F(ConfStampTest, AMissingFileIsEmpty) {
+  const ConfContent content = Read();
+  ASSERT_TRUE(content.bytes);
+  EXPECT_EQ(content.bytes->size(), 0U);
+  EXPECT_FALSE(content.stamp.exists);
+}
+
+TEST_F(ConfStampTest, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
+  ASSERT_EQ(::mkfifo((folder_ / "fifo").c_str(), 0600), 0);
+  folder_.MakeFolder("folder");
+  for (const std::string& path : {folder_ / "fifo", folder_ / "folder", std::string("/dev/null")}) {
+    EXPECT_EQ(ErrorOf([&] { ReadAt(AT_FDCWD, path, path); }),
+              "file: " + path + ": not a regular file");
+  }
+}
+
+TEST_F(ConfStampTest, AFileThatIsOpenForWritingIsNotRead) {
+  folder_.Write("file", "abc");
+  {
+    const sys::FileDescriptor writer(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_FALSE(Read().bytes);
+  }
+  EXPECT_TRUE(Read().bytes);
+}
+
+TEST_F(ConfStampTest, WhoOpensForWritingWaitsForTheWatchToEnd) {
+  folder_.Write("file", "abc");
+  const sys::FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  std::thread writer;
+  {
+    const WriterWatch watch(file.get());
+    ASSERT_EQ(watch.state(), WriterWatch::State::kFree);
+    EXPECT_FALSE(watch.Disturbed());
+    writer = std::thread([this] { folder_.Write("file", "abcdef"); });
+    while (!watch.Disturbed()) std::this_thread::yield();
+    EXPECT_EQ(support::ReadFile(path_), "abc");
+  }
+  writer.join();
+  EXPECT_EQ(support::ReadFile(path_), "abcdef");
+}
+
+TEST_F(ConfStampTest, WithoutLeasesAFreshlyChangedFileMayBeBeingWritten) {
+  folder_.Write("file", "abc");
+  support::SysFault fault;
+  fault.FailCall("fcntl", EINVAL);
+  EXPECT_FALSE(Read().bytes);
+  while (!Read().bytes) std::this_thread::yield();
+  EXPECT_EQ(Read().bytes->View(), "abc");
+}
+
+TEST_F(ConfStampTest, AFileThatChangesWhileItIsReadIsNotTaken) {
+  folder_.Write("file", "abc");
+  support::SysFault fault;
+  fault.FailCall("fcntl", EINVAL);
+  fault.OnCall([&](std::string_view call, std::size_t) {
+    if (call == "read") folder_.Write("file", "abcdef");
+  });
+  const sys::FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_FALSE(ReadContent(file.get(), path_).bytes);
+}
+
+TEST_F(ConfStampTest, ErrorsNameTheCallAndThePath) {
+  folder_.Write("file", "abc");
+  for (const char* call : {"stat", "open", "fstat", "read"}) {
+    SCOPED_TRACE(call);
+    support::SysFault fault;
+    fault.FailCall(call, EIO);
+    EXPECT_EQ(ErrorOf([&] { Read(); }), "file: " + path_ + ": " + call + ": Input/output error");
+  }
+}
+
+}  // namespace
