@@ -21,7 +21,7 @@ using support::TempDir;
 
 class LogSetup : public ::testing::Test {
  protected:
-  ~LogSetup() override { mgr_log::Reset(); }
+  void TearDown() override { mgr_log::Reset(); }
 
   mgr_log::Setup SetupIn(const std::string& directory, int level = 9) const {
     mgr_log::Setup setup;

@@ -11,8 +11,8 @@ namespace {
 
 class MgrCf : public ::testing::Test {
  protected:
-  MgrCf() { mgr_cf::Reset(); }
-  ~MgrCf() override { mgr_cf::Reset(); }
+  void SetUp() override { mgr_cf::Reset(); }
+  void TearDown() override { mgr_cf::Reset(); }
 };
 
 TEST_F(MgrCf, UnknownKeyIsEmpty) {

@@ -24,8 +24,8 @@ Module file_scope_module("early", "dormel");
 
 class MgrLog : public ::testing::Test {
  protected:
-  MgrLog() { mgr_log::Reset(); }
-  ~MgrLog() override { mgr_log::Reset(); }
+  void SetUp() override { mgr_log::Reset(); }
+  void TearDown() override { mgr_log::Reset(); }
 };
 
 TEST_F(MgrLog, BeforeTheSetupErrorsAndWarningsGoToStandardError) {
