@@ -14,7 +14,7 @@ using Words = std::list<std::string>;
 
 // Bytes of which many are separators and white space, NUL and bytes above 127 among them.
 std::string RandomText(std::mt19937& engine) {
-  static const std::string kAlphabet("  \t\n\v\f\r::ab\0\x80\xff", 15);
+  static const std::string kAlphabet("  \t\n\v\f\r::ab\0\x80\xff", 14);
   std::uniform_int_distribution<std::size_t> length(0, 24);
   std::uniform_int_distribution<std::size_t> pick(0, kAlphabet.size() - 1);
   std::string text;
