@@ -1,0 +1,57 @@
+#include "framework/reload_worker.h"
+
+#include <chrono>
+#include <csignal>
+#include <exception>
+
+#include "mgr_log.h"
+
+namespace reloader {
+
+namespace {
+
+mgr_log::Module logger("reload", "brisq");
+
+constexpr std::chrono::milliseconds kAfterFailure{5000};
+
+// Runs what is due; what fails here is the store or a lock, which needs time to recover.
+std::chrono::milliseconds RunOrLog(Queue& queue) {
+  try {
+    return queue.RunByClock();
+  } catch (const std::exception& error) {
+    if (logger.Check(mgr_log::kError)) {
+      logger.Write(mgr_log::kError, "reloads are stuck: %s", error.what());
+    }
+    return kAfterFailure;
+  }
+}
+
+}  // namespace
+
+Worker::Worker(Queue& queue) : queue_(queue) {
+  sigset_t all;
+  sigset_t old;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &old);
+  try {
+    thread_ = std::thread([this] { Work(); });
+  } catch (...) {
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    throw;
+  }
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+}
+
+Worker::~Worker() {
+  stop_ = true;
+  queue_.Wake();
+  thread_.join();
+}
+
+void Worker::Work() {
+  while (!stop_) {
+    queue_.Wait(RunOrLog(queue_));
+  }
+}
+
+}  // namespace reloader

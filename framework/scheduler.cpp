@@ -1,0 +1,103 @@
+#include "framework/scheduler.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <optional>
+
+#include "brisq_api.h"
+#include "framework/number.h"
+#include "mgr_cf.h"
+#include "mgr_log.h"
+
+namespace periodic {
+
+namespace {
+
+mgr_log::Module logger("periodic", "brisq");
+
+constexpr std::chrono::minutes kLook{1};
+constexpr double kLongestPeriod = 366.0 * 24 * 60;
+
+// The current period; nothing while the action is not to run.
+std::optional<std::chrono::milliseconds> PeriodOf(const Entry& entry) {
+  const std::optional<double> minutes = ReadNumber(mgr_cf::GetParam(entry.period_param));
+  if (!minutes || *minutes <= 0) {
+    return std::nullopt;
+  }
+  return std::chrono::ceil<std::chrono::milliseconds>(
+      std::chrono::duration<double, std::ratio<60>>(std::min(*minutes, kLongestPeriod)));
+}
+
+void LogFailure(const Entry& entry, const char* reason) {
+  if (logger.Check(mgr_log::kError)) {
+    logger.Write(mgr_log::kError, "action %s failed: %s", entry.action.c_str(), reason);
+  }
+}
+
+void RunAction(const Entry& entry) {
+  if (logger.Check(mgr_log::kDebug)) {
+    logger.Write(mgr_log::kDebug, "run action %s", entry.action.c_str());
+  }
+  try {
+    brisq_api::InternalCall(entry.action, entry.params);
+  } catch (const std::exception& error) {
+    LogFailure(entry, error.what());
+  } catch (...) {
+    LogFailure(entry, "unknown exception");
+  }
+}
+
+// Waits for `stop`; rounded up, so that nothing is looked at just before its time.
+bool WaitUnless(int stop, Scheduler::Time until) {
+  using std::chrono::milliseconds;
+  while (true) {
+    const auto left = std::chrono::ceil<milliseconds>(until - std::chrono::steady_clock::now());
+    const milliseconds wait = std::clamp<milliseconds>(left, milliseconds(0), kLook);
+    pollfd watched = {stop, POLLIN, 0};
+    const int ready = ::poll(&watched, 1, static_cast<int>(wait.count()));
+    if (ready >= 0 || errno != EINTR) {
+      return ready == 0;
+    }
+  }
+}
+
+}  // namespace
+
+Scheduler::Scheduler(int stop)
+    : Scheduler([] { return std::chrono::steady_clock::now(); },
+                [stop](Time until) { return WaitUnless(stop, until); }) {}
+
+Scheduler::Scheduler(Clock clock, Waiter waiter)
+    : clock_(std::move(clock)), waiter_(std::move(waiter)) {}
+
+void Scheduler::Run() {
+  while (waiter_(RunDue())) {
+  }
+}
+
+// Runs what is due and returns when to look again.
+Scheduler::Time Scheduler::RunDue() {
+  Time next = clock_() + kLook;
+  std::map<Key, Time> since;
+  for (const Entry& entry : Registered()) {
+    const Key key(entry.action, entry.params);
+    const auto met = since_.find(key);
+    Time& start = since[key] = met == since_.end() ? clock_() : met->second;
+    const std::optional<std::chrono::milliseconds> period = PeriodOf(entry);
+    if (!period) {
+      continue;
+    }
+    if (start + *period <= clock_()) {
+      start = clock_();
+      RunAction(entry);
+    }
+    next = std::min(next, start + *period);
+  }
+  since_ = std::move(since);
+  return next;
+}
+
+}  // namespace periodic
