@@ -78,26 +78,37 @@ void Scheduler::Run() {
   }
 }
 
-// Runs what is due and returns when to look again.
+// Runs the first action that is due, if any, and returns when to look again.
 Scheduler::Time Scheduler::RunDue() {
+  const std::vector<Entry> entries = Registered();
+  Meet(entries);
   Time next = clock_() + kLook;
-  std::map<Key, Time> since;
-  for (const Entry& entry : Registered()) {
-    const Key key(entry.action, entry.params);
-    const auto met = since_.find(key);
-    Time& start = since[key] = met == since_.end() ? clock_() : met->second;
+  for (const Entry& entry : entries) {
     const std::optional<std::chrono::milliseconds> period = PeriodOf(entry);
     if (!period) {
       continue;
     }
-    if (start + *period <= clock_()) {
-      start = clock_();
+    Time& since = since_[{entry.action, entry.params}];
+    if (since + *period <= clock_()) {
+      since = clock_();
       RunAction(entry);
+      // The others are looked at after the one who waits has seen whether to stop.
+      return clock_();
     }
-    next = std::min(next, start + *period);
+    next = std::min(next, since + *period);
+  }
+  return next;
+}
+
+// Begins the first periods of new entries and forgets those that are gone.
+void Scheduler::Meet(const std::vector<Entry>& entries) {
+  std::map<Key, Time> since;
+  for (const Entry& entry : entries) {
+    const Key key(entry.action, entry.params);
+    const auto known = since_.find(key);
+    since[key] = known == since_.end() ? clock_() : known->second;
   }
   since_ = std::move(since);
-  return next;
 }
 
 }  // namespace periodic

@@ -49,6 +49,7 @@ class BRISQ_API Scheduler {
   using Key = std::pair<std::string, std::string>;  // action and parameters
 
   Time RunDue();
+  void Meet(const std::vector<Entry>& entries);
 
   Clock clock_;
   Waiter waiter_;
