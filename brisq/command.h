@@ -6,10 +6,6 @@
 #include <string>
 #include <vector>
 
-namespace mgr_cf {
-struct Settings;
-}
-
 namespace brisq {
 
 class Output;
@@ -43,7 +39,8 @@ struct Call {
   const Arguments& arguments;
   Output& output;
   const Console& console;
-  const mgr_cf::Settings& settings;
+  /// What the program ends with after the data has been written.
+  int exit_code = 0;
 };
 
 struct Operand {

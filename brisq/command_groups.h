@@ -10,5 +10,8 @@ namespace brisq {
 std::vector<Command> OwnerCommands();
 std::vector<Command> DomainCommands();
 std::vector<Command> MailboxCommands();
+std::vector<Command> ReloadCommands();
+std::vector<Command> ActionCommands();
+std::vector<Command> ServeCommands();
 
 }  // namespace brisq

@@ -8,10 +8,11 @@ const std::vector<ErrorKind>& ErrorKinds() {
   static const std::vector<ErrorKind> kinds = {
       {"usage", "usage", 2, "the command line can't be read; nothing was done"},
       {"missed", "not-found", 4, "nothing has this name"},
+      {"findings", "findings", kExitFindings, "a check has found something; the data says what"},
       {"exists", "exists", 6, "the name is taken"},
       {"locked", "locked", 7, "another program holds what is needed"},
       {"limit", "limit", 8, "a limit that protects the data stopped the command"},
-      {"email", "dovecot", 9, "the Dovecot side is unavailable or failed"},
+      {"email", "dovecot", kExitDovecot, "the Dovecot side is unavailable or failed"},
       {"value", "invalid-input", 10, "a value breaks a rule; nothing was changed"},
       {"config", "config", 10, "the configuration file breaks a rule"},
       {"later", "try-later", 75, "not now; the same command may work later"},

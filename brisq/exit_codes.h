@@ -7,6 +7,11 @@
 
 namespace brisq {
 
+/// Ends a check that has found something, after its data.
+inline constexpr int kExitFindings = 5;
+/// Ends a command that went on without the Dovecot side.
+inline constexpr int kExitDovecot = 9;
+
 /// What a type of error means at the edge of the program.
 struct ErrorKind {
   const char* type;   ///< mgr_err::Error::type(); empty for every type that has no row of its own

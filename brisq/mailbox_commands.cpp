@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "brisq/command_groups.h"
+#include "brisq/mailbox_records.h"
 #include "brisq/output.h"
 #include "brisq/password_input.h"
 #include "panel/mailboxes.h"
@@ -8,11 +9,6 @@
 
 namespace brisq {
 namespace {
-
-Record RecordOf(const brisq_panel::MailboxInfo& mailbox) {
-  return {{"address", mailbox.address},   {"owner", mailbox.owner},     {"home", mailbox.home},
-          {"quota_mb", mailbox.quota_mb}, {"used_mb", mailbox.used_mb}, {"active", mailbox.active}};
-}
 
 bool Generates(const Call& call) { return call.arguments.Has("--generate"); }
 

@@ -18,25 +18,27 @@ void WarnOfPlugins(const brisq_panel::Instance& instance, Output& output) {
     if (!report.error.empty()) output.Warn("plug-in " + report.file + ": " + report.error);
 }
 
-void Run(const CommandLine& line, const Console& console) {
+int Run(const CommandLine& line, const Console& console) {
   const mgr_cf::Settings settings = mgr_cf::ReadSettings(line.config);
   Output output(console, line.json);
   brisq_panel::Instance instance(settings);
   WarnOfPlugins(instance, output);
-  Call call{line.arguments, output, console, settings};
+  Call call{line.arguments, output, console};
   line.command->run(call);
-  instance.RunDue();
+  for (const std::string& problem : instance.RunDue()) output.Warn(problem);
   output.Finish();
+  return call.exit_code;
 }
 
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& words, const Console& console) {
   try {
-    if (const auto line = ParseCommandLine(words, console)) Run(*line, console);
+    const auto line = ParseCommandLine(words, console);
+    const int exit_code = line ? Run(*line, console) : 0;
     console.out.flush();
     if (!console.out) throw mgr_err::Error("file", "standard output", "can't be written");
-    return 0;
+    return exit_code;
   } catch (const mgr_err::Error& error) {
     console.err << ErrorLine(error) << "\n";
     return KindOf(error).exit_code;

@@ -11,11 +11,13 @@
 #include "framework/due.h"
 #include "framework/log_setup.h"
 #include "framework/modules.h"
+#include "framework/reload_queue.h"
 #include "framework/seal.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
 #include "panel/email_module.h"
+#include "panel/email_reload.h"
 #include "panel/records.h"
 #include "panel/system_dirs.h"
 
@@ -114,6 +116,7 @@ struct Instance::State {
     ConfigureLog(settings);
     mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"));
     database = std::make_unique<OpenedDatabase>(settings.database);
+    reload_requests = std::make_unique<ReloadRequests>(settings.state);
     DeclareParams();
     reports = StartPlugins(settings);
     SetBackendProblem(BackendProblem(reports));
@@ -121,6 +124,7 @@ struct Instance::State {
 
   Turn turn;
   std::unique_ptr<OpenedDatabase> database;
+  std::unique_ptr<ReloadRequests> reload_requests;
   std::vector<brisq_api::PluginReport> reports;
 };
 
@@ -131,7 +135,16 @@ const std::vector<brisq_api::PluginReport>& Instance::reports() const noexcept {
   return state_->reports;
 }
 
-void Instance::RunDue() { due::RunQueuedCommands(); }
+std::vector<std::string> Instance::RunDue() {
+  due::RunQueuedCommands();
+  std::vector<std::string> problems;
+  for (const reloader::ReloadRun& run : reloader::RunDue()) {
+    if (!run.error.empty()) {
+      problems.push_back(std::string(run.hard ? "restart" : "reload") + " failed: " + run.error);
+    }
+  }
+  return problems;
+}
 
 std::string Instance::DefaultPluginFolder() {
   Dl_info library{};

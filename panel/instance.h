@@ -34,8 +34,10 @@ class BRISQ_API Instance {
   /// One report for each plug-in file, then one for each module that was built or failed to be.
   const std::vector<brisq_api::PluginReport>& reports() const noexcept;
 
-  /// Runs what is due in a process that is about to end: commands queued for later, reloads.
-  void RunDue();
+  /// Runs what is due in a process that is about to end: commands queued for later, then reloads
+  /// and restarts, unless a server takes care of those.
+  /// @return what failed, in plain words; it is tried again by a later process
+  std::vector<std::string> RunDue();
 
   /// Folder in which plug-ins are looked for when the configuration names none: "brisq" beside
   /// this library, which is right in the build tree and in an installation.
