@@ -62,12 +62,12 @@ void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
     throw mgr_err::Error("exists", "name", target_.name);
   }
   const Line last = document.Last();
-  const std::string end(document.LineEnd());
+  const std::string_view end = document.LineEnd();
   const Line line = document.Extend();
   if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
-    Put(document, last, conf_line::WithEnd(std::string(document.Raw(last)), end));
+    Put(document, last, std::string(document.Text(last)).append(end));
   }
-  Put(document, line, conf_line::WithEnd(text, end));
+  Put(document, line, text + std::string(end));
   target_.line = line;
 }
 
@@ -111,7 +111,7 @@ void ConfChange::Revive(ConfDocument& document) {
   if (document.FindNamed(target_.name) != ConfDocument::kNone) throw TooLate();
   const bool own_place = target_.document.lock().get() == &document;
   if (!own_place || !document.Raw(target_.line).empty()) return ApplyAdd(document, after_);
-  Put(document, target_.line, conf_line::WithEnd(after_ + end_, document.LineEnd()));
+  Put(document, target_.line, after_ + (end_.empty() ? std::string(document.LineEnd()) : end_));
 }
 
 ConfChange::Line ConfChange::FindTarget(const ConfDocument& document) const {

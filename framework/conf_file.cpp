@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "framework/conf_lock.h"
+#include "framework/save_watch.h"
 #include "framework/conf_merge.h"
 #include "mgr_err.h"
 
@@ -25,18 +26,6 @@ std::shared_ptr<const ConfBytes> Joined(const ConfSnapshot& content) {
     bytes->Add(piece.size());
   }
   return bytes;
-}
-
-// An error that does not mean that nothing was changed.
-std::exception_ptr Doubtful(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const mgr_err::Error& caught) {
-    return std::make_exception_ptr(mgr_err::Error(
-        caught.type(), caught.object(), caught.value() + "; the file was changed all the same"));
-  } catch (...) {
-    return error;
-  }
 }
 
 }  // namespace
@@ -178,24 +167,20 @@ bool ConfFile::HasWaiting() const {
 void ConfFile::Lead(Lock& lock) {
   StartWork(lock, Work::kSaving);
   saving_ = waiting_.size();
-  lock.unlock();
-  std::unique_ptr<ConfSave> save;
-  ConfCache::SaveReason reason = ConfCache::srWritten;
-  bool in_place = true;
+  std::optional<ConfCache::SaveReason> reason;
   try {
-    save = std::make_unique<ConfSave>(path_);
-    reason = WriteOut(lock, *save);
+    lock.unlock();
+    ConfSave save(path_);
+    reason = WriteOut(lock, save);
   } catch (...) {
-    in_place = save && !save->Abandon();
     if (!lock.owns_lock()) lock.lock();
-    FailTaken(std::current_exception(), in_place);
+    FailTaken(std::current_exception());
   }
-  save.reset();
   EndWork();
-  if (!in_place) return;
+  if (!reason) return;
   lock.unlock();
   ConfRef ref(shared_from_this());
-  configuration_->CallHook(ref, reason);
+  configuration_->CallHook(ref, *reason);
   lock.lock();
 }
 
@@ -204,6 +189,7 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
   std::optional<ConfSnapshot> at_path;
   std::optional<ConfSnapshot> origin;
   bool taken_over = false;
+  const ConfStamp based_on = stamp_;
   std::optional<ConfContent> found = save.Look(settled_ ? stamp_ : ConfStamp{});
   for (;;) {
     lock.lock();
@@ -219,6 +205,7 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
     found = save.Replace(content, stamp_);
     if (!found) {
       FinishWritten(lock, save);
+      SaveWatch::Saved(path_, taken_over ? ConfStamp{} : based_on, stamp_);
       return ConfCache::srWritten;
     }
     origin = std::exchange(at_path, std::nullopt);
@@ -269,14 +256,13 @@ void ConfFile::Settle(const std::exception_ptr& error, bool made) {
   }
 }
 
-void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
-  // The file may hold an edit by somebody else that the save had come upon.
-  settled_ = false;
-  if (in_place) return Settle(Doubtful(error), true);
+void ConfFile::FailTaken(const std::exception_ptr& error) {
   for (auto waiting = waiting_.rbegin(); waiting != waiting_.rend(); ++waiting) {
     (*waiting)->change.Undo(*document_);
   }
   Settle(error, false);
+  // The file may hold an edit by somebody else that the save had come upon.
+  settled_ = false;
   ApplyWaiting();
 }
 

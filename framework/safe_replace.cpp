@@ -218,13 +218,9 @@ Replacement::Outcome Replacement::PublishByName(const ConfStamp& old) {
   return Outcome::kDone;
 }
 
-bool Replacement::TakeBack() noexcept {
-  if (!exists_) return false;
-  const int directory = target_.directory.get();
-  if (sys::Rename(directory, name_.c_str(), target_.name.c_str(), RENAME_EXCHANGE) == 0)
-    return true;
-  exists_ = false;
-  return false;
+void Replacement::TakeBack() noexcept {
+  if (!exists_) return;
+  sys::Rename(target_.directory.get(), name_.c_str(), target_.name.c_str(), RENAME_EXCHANGE);
 }
 
 std::string TemporaryName(const std::string& name, Replacement::Slot slot) {

@@ -3,6 +3,7 @@
 #include "framework/database.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
+#include "panel/records.h"
 #include "panel/utc_time.h"
 #include "str.h"
 #include "test.h"
@@ -57,6 +58,34 @@ void ArchiveMailboxes(const std::string& condition, const std::string& reason) {
       {reason, UtcNow()});
 }
 
+void ArchiveMailbox(const std::shared_ptr<brisq_db::EmailTable>& mailbox, const std::string& reason,
+                    const std::string& hash) {
+  ArchiveMailboxes("id = " + mailbox->id.AsString(), reason);
+  const auto archive = Table<MailboxArchive>();
+  archive->Assert(str::Int(mgr_db::ThreadConnection()
+                               ->Query("SELECT MAX(id) FROM mailbox_archive", {}, 1)
+                               .front()
+                               .front()));
+  archive->hash = hash;
+  archive->Post();
+}
+
+std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
+                                             const std::vector<std::string>& reasons) {
+  auto archive = Table<MailboxArchive>();
+  std::shared_ptr<MailboxArchive> latest;
+  for (const std::string& reason : reasons) {
+    archive->DbSelect({{"name", address.local}, {"domain", address.domain}, {"reason", reason}});
+    for (; !archive->Eof(); archive->Next()) {
+      if (!latest || archive->id > latest->id) {
+        latest = Table<MailboxArchive>();
+        latest->Assert(archive->id);
+      }
+    }
+  }
+  return latest;
+}
+
 SweepPermit::SweepPermit() { ++g_permits; }
 SweepPermit::~SweepPermit() { --g_permits; }
 bool SweepPermit::Given() noexcept { return g_permits > 0; }
@@ -71,7 +100,8 @@ void RefuseLargeSweep(const std::string& condition) {
     throw mgr_err::Error("limit", "refresh",
                          str::Str(static_cast<long>(taken)) + " of " +
                              str::Str(static_cast<long>(all)) +
-                             " active mailboxes would be swept, more than EmailSweepLimit allows");
+                             " active mailboxes would be swept, more than EmailSweepLimit allows;"
+                             " \"refresh --sweep\" does it all the same");
   }
 }
 

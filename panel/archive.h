@@ -1,9 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "brisq_db.h"
 #include "brisq_export.h"
 #include "mgr_db.h"
+#include "panel/names.h"
 
 /// What is kept of mailboxes that have left the panel's table.
 namespace brisq_panel {
@@ -23,13 +27,28 @@ class BRISQ_API MailboxArchive : public mgr_db::CustomTable {
   mgr_db::StringField quota;
   mgr_db::IntField used;
   mgr_db::BoolField active;
-  mgr_db::StringField reason;    ///< "swept" or "deleted"
+  mgr_db::StringField reason;    ///< kSwept, kDeleted or kSwitchedOff
   mgr_db::StringField archived;  ///< time in UTC, "2024-01-31T23:59:59Z"
 };
 
 /// Copies the mailboxes that match an SQL condition on their table into the archive.
 /// @param reason  one of MailboxArchive::reason
 BRISQ_API void ArchiveMailboxes(const std::string& condition, const std::string& reason);
+
+/// Reasons that are kept for mailboxes that can be restored, and for the line of one that was
+/// switched off.
+constexpr const char* kSwept = "swept";
+constexpr const char* kDeleted = "deleted";
+constexpr const char* kSwitchedOff = "switched off";
+
+/// Copies one mailbox, whose row is posted, into the archive.
+/// @param hash  of its password, as the mail server knew it; empty when that is not known
+BRISQ_API void ArchiveMailbox(const std::shared_ptr<brisq_db::EmailTable>& mailbox,
+                              const std::string& reason, const std::string& hash);
+
+/// The latest archived state of an address for any of these reasons; null when there is none.
+BRISQ_API std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
+                                                       const std::vector<std::string>& reasons);
 
 /// Lets EmailTable take any number of rows while it lives, on its thread.
 class BRISQ_API SweepPermit {

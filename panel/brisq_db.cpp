@@ -2,9 +2,11 @@
 
 #include <typeinfo>
 
+#include "framework/database.h"
 #include "framework/request.h"
 #include "panel/archive.h"
 #include "panel/file_stamps.h"
+#include "panel/panel_state.h"
 #include "panel/refresh_watch.h"
 
 namespace brisq_db {
@@ -28,6 +30,7 @@ mgr_db::Cache* MakeCache() {
   AddClass<EmailTable>(*cache);
   AddClass<brisq_panel::MailboxArchive>(*cache);
   AddClass<brisq_panel::FileStamps>(*cache);
+  AddClass<brisq_panel::PanelState>(*cache);
   return cache;
 }
 
@@ -96,18 +99,26 @@ std::string EmailTable::Schema() const {
          "CREATE INDEX IF NOT EXISTS mailboxes_of_owner ON mailboxes (owner)";
 }
 
+namespace {
+
+void SweepRows(const std::string& condition) {
+  brisq_panel::ArchiveMailboxes(condition, brisq_panel::kSwept);
+  mgr_db::ThreadConnection()->Change("DELETE FROM mailboxes WHERE " + condition);
+}
+
+}  // namespace
+
 void EmailTable::DbDelete(const std::string& condition) {
   brisq_panel::RefreshWatch::SawSweep();
-  brisq_panel::RefuseLargeSweep(condition);
+  const std::string limited = "(" + condition + ")" + brisq_panel::RefreshWatch::SweepLimit();
+  brisq_panel::RefuseLargeSweep(limited);
   if (Request::Current() != nullptr) {
-    brisq_panel::ArchiveMailboxes(condition, "swept");
-    CustomTable::DbDelete(condition);
+    SweepRows(limited);
     return;
   }
   // Never a row that is gone and not kept, nor one that is kept and not gone.
   Request request("mailbox sweep");
-  brisq_panel::ArchiveMailboxes(condition, "swept");
-  CustomTable::DbDelete(condition);
+  SweepRows(limited);
   request.Commit();
 }
 

@@ -1,13 +1,10 @@
 #include "panel/file_stamps.h"
 
-#include <sys/stat.h>
-
 #include <array>
-#include <cerrno>
-#include <list>
+#include <chrono>
+#include <thread>
 
 #include "brisq_db.h"
-#include "framework/file_error.h"
 #include "panel/records.h"
 #include "panel/refresh_watch.h"
 #include "str.h"
@@ -15,10 +12,6 @@
 namespace brisq_panel {
 
 namespace {
-
-std::string Nanoseconds(const timespec& time) {
-  return str::Str(time.tv_sec) + "." + str::Str(time.tv_nsec);
-}
 
 // The parts of a stamp, in order.
 constexpr std::array<const char*, 5> kParts = {"device", "inode", "size", "modification time",
@@ -36,7 +29,31 @@ std::string Difference(const std::string& before, const std::string& now) {
   return text;
 }
 
+// Clocks of file systems step by some milliseconds: a file that was changed a moment ago may be
+// changed once more and have the same stamp.
+constexpr std::chrono::milliseconds kClockStep{20};
+
+std::chrono::nanoseconds Age(const ConfStamp& stamp) {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return now - std::chrono::nanoseconds(stamp.changed);
+}
+
+bool IsYoung(const ConfStamp& stamp) {
+  const std::chrono::nanoseconds age = Age(stamp);
+  return stamp.exists && age >= age.zero() && age < kClockStep;
+}
+
 }  // namespace
+
+ConfStamp SettledStamp(const std::string& path) {
+  constexpr int kMostLooks = 50;  // about a second of changes without a pause
+  ConfStamp stamp = StampAt(path);
+  for (int looks = 1; IsYoung(stamp) && looks < kMostLooks; ++looks) {
+    std::this_thread::sleep_for(kClockStep - Age(stamp));
+    stamp = StampAt(path);
+  }
+  return stamp;
+}
 
 FileStamps::FileStamps()
     : CustomTable("file_stamps"), id(this, "id"), path(this, "path"), stamp(this, "stamp") {}
@@ -46,17 +63,13 @@ std::string FileStamps::Schema() const {
          "id INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, stamp TEXT NOT NULL)";
 }
 
-std::string CurrentStamp(const std::string& path) {
-  struct stat state {};
-  if (::stat(path.c_str(), &state) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) {
-      return {};
-    }
-    throw mgr_file::FileError(path, "stat");
+std::string StampText(const ConfStamp& stamp) {
+  if (!stamp.exists) {
+    return {};
   }
-  return std::to_string(state.st_dev) + " " + std::to_string(state.st_ino) + " " +
-         std::to_string(state.st_size) + " " + Nanoseconds(state.st_mtim) + " " +
-         Nanoseconds(state.st_ctim);
+  return std::to_string(stamp.device) + " " + std::to_string(stamp.inode) + " " +
+         std::to_string(stamp.size) + " " + std::to_string(stamp.modified) + " " +
+         std::to_string(stamp.changed);
 }
 
 std::string RecordedStamp(const std::string& path) {
@@ -79,12 +92,13 @@ namespace brisq_db {
 
 bool FileIsChanged(const std::string& path, std::string& text) {
   text.clear();
-  const std::string now = brisq_panel::CurrentStamp(path);
+  const ConfStamp stamp = brisq_panel::SettledStamp(path);
+  const std::string now = brisq_panel::StampText(stamp);
   const std::string before = brisq_panel::RecordedStamp(path);
   if (!now.empty() && now != before) {
     text = before.empty() ? "not read before" : brisq_panel::Difference(before, now);
   }
-  brisq_panel::RefreshWatch::SawFile(path, now, !text.empty());
+  brisq_panel::RefreshWatch::SawFile(path, stamp, !text.empty());
   return !text.empty();
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "brisq_export.h"
+#include "framework/conf_stamp.h"
 #include "mgr_db.h"
 
 /// States of files, as refreshes saw them last.
@@ -20,10 +21,15 @@ class BRISQ_API FileStamps : public mgr_db::CustomTable {
   std::string Schema() const override;
 };
 
-/// The state of a file: device, inode, size, and times of change in nanoseconds; empty when it is
-/// missing.
-/// @throws mgr_err::Error "file" when that can't be told
-BRISQ_API std::string CurrentStamp(const std::string& path);
+/// A state as text: device, inode, size, and times of change in nanoseconds; empty for a missing
+/// file.
+BRISQ_API std::string StampText(const ConfStamp& stamp);
+
+/// The state of a file at a path, from which every later change can be told: waits some
+/// milliseconds after a change, as one that followed at once might look like it. No longer than a
+/// second.
+/// @throws mgr_err::Error "file" when it can't be told
+BRISQ_API ConfStamp SettledStamp(const std::string& path);
 
 /// The recorded state; empty when there is none.
 BRISQ_API std::string RecordedStamp(const std::string& path);

@@ -19,6 +19,7 @@
 #include "panel/email_module.h"
 #include "panel/email_reload.h"
 #include "panel/records.h"
+#include "panel/refresh_lock.h"
 #include "panel/system_dirs.h"
 
 namespace brisq_panel {
@@ -114,6 +115,7 @@ struct Instance::State {
     MakeStateFolders(settings);
     mgr_cf::Apply(settings);
     ConfigureLog(settings);
+    RefreshLock::SetFolder(settings.state);
     mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"));
     database = std::make_unique<OpenedDatabase>(settings.database);
     reload_requests = std::make_unique<ReloadRequests>(settings.state);

@@ -1,13 +1,12 @@
 #include "panel/mailboxes.h"
 
 #include "framework/database.h"
-#include "framework/seal.h"
 #include "mgr_cf.h"
 #include "panel/email_module.h"
+#include "panel/mail_line.h"
 #include "panel/names.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
-#include "panel/text_rules.h"
 #include "str.h"
 
 namespace brisq_panel {
@@ -49,8 +48,7 @@ struct Plan {
 };
 
 std::string Home(const std::string& wish, const Address& address, const std::string& owner_home) {
-  const std::string home =
-      CheckHome(wish.empty() ? owner_home + "/mail/" + address.domain + "/" + address.local : wish);
+  const std::string home = CheckHome(wish.empty() ? DefaultHome(owner_home, address) : wish);
   CheckHomeBelow(home, owner_home);
   return home;
 }
@@ -64,13 +62,16 @@ Plan MakePlan(const NewMailbox& mailbox) {
     CheckHome(mailbox.home);
   }
   plan.domain = FindDomain(plan.address.domain);
+  if (!plan.domain->active) {
+    throw mgr_err::Error("limit", "domain", plan.address.domain + " is switched off");
+  }
   plan.owner = Table<brisq_db::User>();
   plan.owner->Assert(plan.domain->owner);
   plan.home = Home(mailbox.home, plan.address, plan.owner->home);
   return plan;
 }
 
-std::shared_ptr<brisq_db::EmailTable> InsertRow(const Plan& plan, const std::string& password) {
+Mailbox InsertRow(const Plan& plan, const std::string& password) {
   auto email = Table<brisq_db::EmailTable>();
   if (email->DbFind({{"domain", plan.domain->id.AsString()}, {"name", plan.address.local}})) {
     throw mgr_err::Error("exists", "mailbox", plan.address.Full());
@@ -89,38 +90,18 @@ std::shared_ptr<brisq_db::EmailTable> InsertRow(const Plan& plan, const std::str
   return email;
 }
 
-// The back-end's words where they name its own columns.
-[[noreturn]] void ThrowPlain(const mgr_err::Error& error, const std::string& address) {
-  if (error.type() == "exists") {
-    throw mgr_err::Error("exists", "mailbox",
-                         address + " stands in the mail server's list of users already");
-  }
-  if (error.type() == "value" && error.object() == "passwd") {
-    throw Refused("password", "':' not allowed with a scheme that keeps the clear text");
-  }
-  throw;
-}
-
-void CallBackends(std::shared_ptr<brisq_db::EmailTable> email, const std::string& address,
-                  const std::string& password) {
-  try {
-    MailBackend().Create(email);
-    if (email::PasswdInterface* passwords = PasswordBackend()) {
-      passwords->Create(address, password);
-    }
-  } catch (const mgr_err::Error& error) {
-    ThrowPlain(error, address);
-  }
-}
-
 }  // namespace
+
+std::string DefaultHome(const std::string& owner_home, const Address& address) {
+  return owner_home + "/mail/" + address.domain + "/" + address.local;
+}
 
 MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   const Plan plan = MakePlan(mailbox);
   MailBackend();
   RunRequest("mailbox add", [&](Request&) {
-    const auto email = InsertRow(plan, mailbox.password);
-    CallBackends(email, plan.address.Full(), mailbox.password);
+    Mailbox email = InsertRow(plan, mailbox.password);
+    MakeLine(email, mailbox.password);
   });
   return ShowMailbox(plan.address.Full());
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "brisq_export.h"
+#include "panel/names.h"
 
 /// Mailboxes. Addresses are taken in any form that names.h admits and given in their stored form.
 /// Each function that changes something is one request of the calling thread: when it throws, row,
@@ -23,15 +24,19 @@ struct BRISQ_API NewMailbox {
   std::string address;
   std::string password;
   std::string quota;  ///< as for ParseQuota
-  std::string home;   ///< empty: OWNERHOME/mail/DOMAIN/LOCAL
+  std::string home;   ///< empty: OWNERHOME/mail/DOMAIN/LOCALPART
 };
 
 /// Adds an active mailbox, owned by its domain's owner: the row, the mail back-end's part, and the
 /// password, which a registered password back-end keeps, else the table, sealed.
 /// @throws mgr_err::Error "value" from the rules of names.h; "missed" with object "domain";
-/// "exists" with object "mailbox", also when the mail server has one of this name already;
-/// "plugin" when no mail back-end is at work; whatever the back-ends throw
+/// "limit" for a domain that is switched off; "exists" with object "mailbox", also when the mail
+/// server has one of this name already; "plugin" when no mail back-end is at work; whatever the
+/// back-ends throw
 BRISQ_API MailboxInfo AddMailbox(const NewMailbox& mailbox);
+
+/// Home of a mailbox for which none was given.
+BRISQ_API std::string DefaultHome(const std::string& owner_home, const Address& address);
 
 /// All mailboxes, by domain and local part.
 BRISQ_API std::vector<MailboxInfo> ListMailboxes();

@@ -5,6 +5,7 @@
 #include "framework/database.h"
 #include "panel/archive.h"
 #include "panel/file_stamps.h"
+#include "panel/panel_state.h"
 
 namespace brisq_panel {
 
@@ -41,7 +42,7 @@ void CreatePanelTables() {
   mgr_db::CreateTables(brisq_db::GetCache(),
                        {typeid(brisq_db::User).name(), typeid(brisq_db::EmailDomainTable).name(),
                         typeid(brisq_db::EmailTable).name(), typeid(MailboxArchive).name(),
-                        typeid(FileStamps).name()});
+                        typeid(FileStamps).name(), typeid(PanelState).name()});
 }
 
 }  // namespace brisq_panel

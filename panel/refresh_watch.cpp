@@ -10,7 +10,7 @@ thread_local RefreshWatch* g_watch = nullptr;
 
 }  // namespace
 
-RefreshWatch::RefreshWatch() {
+RefreshWatch::RefreshWatch(int last_mailbox) : last_mailbox_(last_mailbox) {
   if (g_watch != nullptr) {
     throw mgr_err::Error("internal", "refresh", "one goes on on this thread already");
   }
@@ -19,7 +19,7 @@ RefreshWatch::RefreshWatch() {
 
 RefreshWatch::~RefreshWatch() { g_watch = nullptr; }
 
-void RefreshWatch::SawFile(const std::string& path, const std::string& stamp, bool changed) {
+void RefreshWatch::SawFile(const std::string& path, const ConfStamp& stamp, bool changed) {
   if (g_watch != nullptr) {
     g_watch->files_.push_back({path, stamp});
     g_watch->walked_ = g_watch->walked_ || changed;
@@ -27,7 +27,11 @@ void RefreshWatch::SawFile(const std::string& path, const std::string& stamp, bo
 }
 
 void RefreshWatch::SawName(const std::string& name, bool known) {
-  if (g_watch == nullptr || !g_watch->walked_ || g_watch->swept_) {
+  if (g_watch == nullptr || g_watch->swept_) {
+    return;
+  }
+  if (!g_watch->walked_) {
+    ++g_watch->figures_;
     return;
   }
   ++g_watch->lines_;
@@ -40,6 +44,11 @@ void RefreshWatch::SawSweep() noexcept {
   if (g_watch != nullptr) {
     g_watch->swept_ = true;
   }
+}
+
+std::string RefreshWatch::SweepLimit() {
+  return g_watch == nullptr ? std::string()
+                            : " AND id <= " + std::to_string(g_watch->last_mailbox_);
 }
 
 }  // namespace brisq_panel

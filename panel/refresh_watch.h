@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "brisq_export.h"
+#include "framework/conf_stamp.h"
 
 namespace brisq_panel {
 
@@ -15,10 +16,12 @@ class BRISQ_API RefreshWatch {
  public:
   struct File {
     std::string path;
-    std::string stamp;  ///< at the time when it was looked at; empty when it was missing
+    ConfStamp stamp;  ///< at the time when it was looked at
   };
 
-  RefreshWatch();
+  /// @param last_mailbox  number of the newest mailbox; younger ones are not swept, as they may
+  /// have been made behind the walk
+  explicit RefreshWatch(int last_mailbox);
   ~RefreshWatch();
   RefreshWatch(const RefreshWatch&) = delete;
   RefreshWatch& operator=(const RefreshWatch&) = delete;
@@ -29,18 +32,24 @@ class BRISQ_API RefreshWatch {
   bool walked() const noexcept { return walked_; }
   /// Names that were looked up during the walk, up to the sweep that ends it: the file's lines.
   std::size_t lines() const noexcept { return lines_; }
+  /// Names that were looked up outside of a walk: those for which there are figures.
+  std::size_t figures() const noexcept { return figures_; }
   /// Those among them that are no mailbox of the panel.
   const std::vector<std::string>& unknown() const noexcept { return unknown_; }
 
   /// Called by the panel's interfaces; do nothing on a thread that nobody watches.
-  static void SawFile(const std::string& path, const std::string& stamp, bool changed);
+  static void SawFile(const std::string& path, const ConfStamp& stamp, bool changed);
   static void SawName(const std::string& name, bool known);
   static void SawSweep() noexcept;
+  /// What is to be added to the condition of a sweep; empty on a thread that nobody watches.
+  static std::string SweepLimit();
 
  private:
   std::vector<File> files_;
   std::vector<std::string> unknown_;
   std::size_t lines_ = 0;
+  std::size_t figures_ = 0;
+  int last_mailbox_;
   bool walked_ = false;
   bool swept_ = false;
 };

@@ -11,4 +11,8 @@ namespace brisq_panel {
 BRISQ_API std::string UtcText(std::time_t time);
 BRISQ_API std::string UtcNow();
 
+/// The time that such a text names.
+/// @throws mgr_err::Error "internal" for any other text
+BRISQ_API std::time_t UtcTime(const std::string& text);
+
 }  // namespace brisq_panel

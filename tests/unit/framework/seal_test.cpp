@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <thread>
 #include <vector>
@@ -202,6 +205,31 @@ TEST_F(SealTest, ThreadsThatSealFirstAtOnceUseOneKey) {
   }
   for (const std::string& text : sealed) {
     EXPECT_EQ("secret", mgr_seal::Open(text));
+  }
+}
+
+TEST_F(SealTest, ProcessesThatSealFirstAtOnceUseOneKey) {
+  // The first sealing in each child: none has the key yet.
+  std::vector<pid_t> children;
+  for (int i = 0; i < 8; ++i) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      int exit_code = 1;
+      try {
+        std::ofstream(dir_ / std::to_string(i)) << mgr_seal::Seal("secret");
+        exit_code = 0;
+      } catch (const mgr_err::Error&) {
+      }
+      ::_exit(exit_code);
+    }
+    children.push_back(child);
+  }
+  for (std::size_t i = 0; i < children.size(); ++i) {
+    int status = -1;
+    ASSERT_EQ(children[i], ::waitpid(children[i], &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("secret", mgr_seal::Open(dir_.Read(std::to_string(i))));
   }
 }
 

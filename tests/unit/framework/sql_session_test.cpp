@@ -7,6 +7,7 @@
 
 #include "framework/request.h"
 #include "mgr_err.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -39,6 +40,7 @@ class SqlSessionTest : public testing::Test {
     return mgr_err::Error("none");
   }
 
+  support::LogCapture log_;  // a rollback that fails is logged
   support::TempDir dir_;
   std::shared_ptr<mgr_db::Connection> db_;
 };

@@ -43,6 +43,23 @@ TEST_F(Archive, ConditionsOnAnyColumnAreUnderstood) {
   EXPECT_EQ("alice", Column("SELECT name FROM mailbox_archive"));
 }
 
+TEST_F(Archive, TheLatestStateForItsReasonsIsFound) {
+  const auto alice = brisq_panel::FindMailbox({"alice", "example.org"});
+  const std::vector<std::string> gone = {brisq_panel::kSwept, brisq_panel::kDeleted};
+  EXPECT_EQ(nullptr, brisq_panel::FindArchived({"alice", "example.org"}, gone));
+  brisq_panel::ArchiveMailbox(alice, brisq_panel::kDeleted, "{X}first");
+  brisq_panel::ArchiveMailbox(alice, brisq_panel::kSwept, "");
+  brisq_panel::ArchiveMailbox(alice, brisq_panel::kSwitchedOff, "{X}third");
+  const auto latest = brisq_panel::FindArchived({"alice", "example.org"}, gone);
+  ASSERT_NE(nullptr, latest);
+  EXPECT_EQ(brisq_panel::kSwept, std::string(latest->reason));
+  const auto first = brisq_panel::FindArchived({"alice", "example.org"}, {brisq_panel::kDeleted});
+  EXPECT_EQ("{X}first", std::string(first->hash));
+  EXPECT_THAT(DatabaseBytes(), testing::Not(testing::HasSubstr("{X}first")));
+  EXPECT_EQ(nullptr, brisq_panel::FindArchived({"alice", "other.org"}, gone));
+  EXPECT_EQ(nullptr, brisq_panel::FindArchived({"bob", "example.org"}, gone));
+}
+
 TEST(SweepPermit, CountsForItsThreadWhileItLives) {
   EXPECT_FALSE(brisq_panel::SweepPermit::Given());
   {

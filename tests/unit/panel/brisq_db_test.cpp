@@ -6,6 +6,7 @@
 #include "panel/archive.h"
 #include "panel/mailboxes.h"
 #include "panel/records.h"
+#include "panel/refresh_watch.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -120,7 +121,7 @@ TEST_F(Records, InactiveRowsDoNotCountForTheLimit) {
   AddRows(20);
   EXPECT_EQ(
       "limit: refresh: 20 of 20 active mailboxes would be swept, more than "
-      "EmailSweepLimit allows",
+      "EmailSweepLimit allows; \"refresh --sweep\" does it all the same",
       TextOf([] { Sweep("tag != 7 AND active = 'on'"); }));
 }
 
@@ -132,6 +133,13 @@ TEST_F(Records, APermitLiftsTheLimit) {
   }
   EXPECT_EQ("0", Rows());
   EXPECT_EQ("20", Archived());
+}
+
+TEST_F(Records, AnOrInTheConditionStaysInItsBrackets) {
+  AddRows(3);
+  const brisq_panel::RefreshWatch watch(2);
+  Sweep("tag = 99 OR active = 'on'");
+  EXPECT_EQ("a2", Column("SELECT name FROM mailboxes"));
 }
 
 TEST_F(Records, ASweepInsideARequestIsItsOwn) {

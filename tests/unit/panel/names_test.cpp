@@ -454,7 +454,8 @@ TEST(Names, QuotasAreWholeMegabytes) {
       {"one too many", "1073741825", large},
       {"too many gigabytes", "1048577G", large},
       {"would wrap around 32 bits", "4294967296", large},
-      {"would wrap around 64 bits", "18446744073709551616G", large},
+      {"would wrap around 64 bits", "18446744073709551616", large},
+      {"would wrap around 64 bits as bytes of its unit", "18014398509481984G", large},
   };
   for (const Refusal& c : bad) {
     SCOPED_TRACE(c.name);

@@ -12,10 +12,12 @@ using brisq_panel::RefreshWatch;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+const ConfStamp kStamp = {true, 1, 2, 3, 4, 5};
+
 TEST(RefreshWatch, CountsTheNamesOfAWalkUpToItsSweep) {
-  RefreshWatch watch;
+  RefreshWatch watch(9);
   RefreshWatch::SawName("early@example.org", true);  // before any file was looked at
-  RefreshWatch::SawFile("/passwd", "stamp", true);
+  RefreshWatch::SawFile("/passwd", kStamp, true);
   RefreshWatch::SawName("a@example.org", true);
   RefreshWatch::SawName("foreign@example.net", false);
   RefreshWatch::SawSweep();
@@ -25,37 +27,44 @@ TEST(RefreshWatch, CountsTheNamesOfAWalkUpToItsSweep) {
   EXPECT_THAT(watch.unknown(), ElementsAre("foreign@example.net"));
   ASSERT_EQ(1u, watch.files().size());
   EXPECT_EQ("/passwd", watch.files()[0].path);
-  EXPECT_EQ("stamp", watch.files()[0].stamp);
+  EXPECT_TRUE(watch.files()[0].stamp == kStamp);
 }
 
 TEST(RefreshWatch, AnUnchangedFileIsNotWalked) {
-  RefreshWatch watch;
-  RefreshWatch::SawFile("/passwd", "stamp", false);
+  RefreshWatch watch(9);
+  RefreshWatch::SawFile("/passwd", kStamp, false);
   RefreshWatch::SawName("a@example.org", true);
   EXPECT_FALSE(watch.walked());
   EXPECT_EQ(0u, watch.lines());
+  EXPECT_EQ(1u, watch.figures()) << "names that have a figure";
 }
 
 TEST(RefreshWatch, OnlyItsOwnThreadIsWatched) {
-  RefreshWatch watch;
-  std::jthread([] { RefreshWatch::SawFile("/passwd", "stamp", true); }).join();
+  RefreshWatch watch(9);
+  std::jthread([] { RefreshWatch::SawFile("/passwd", kStamp, true); }).join();
   EXPECT_THAT(watch.files(), IsEmpty());
 }
 
 TEST(RefreshWatch, ThereIsOneAtATime) {
   {
-    RefreshWatch watch;
-    EXPECT_EQ("internal", panel_test::ErrorOf([] { RefreshWatch second; }).type());
-    RefreshWatch::SawFile("/passwd", "stamp", true);
+    RefreshWatch watch(9);
+    EXPECT_EQ("internal", panel_test::ErrorOf([] { RefreshWatch second(9); }).type());
+    RefreshWatch::SawFile("/passwd", kStamp, true);
     EXPECT_EQ(1u, watch.files().size()) << "the first one goes on";
   }
-  RefreshWatch again;
-  RefreshWatch::SawFile("/passwd", "stamp", true);
+  RefreshWatch again(9);
+  RefreshWatch::SawFile("/passwd", kStamp, true);
   EXPECT_EQ(1u, again.files().size());
 }
 
+TEST(RefreshWatch, YoungMailboxesAreLeftOutOfTheSweep) {
+  EXPECT_EQ("", RefreshWatch::SweepLimit());
+  RefreshWatch watch(42);
+  EXPECT_EQ(" AND id <= 42", RefreshWatch::SweepLimit());
+}
+
 TEST(RefreshWatch, WithoutOneNothingHappens) {
-  RefreshWatch::SawFile("/passwd", "stamp", true);
+  RefreshWatch::SawFile("/passwd", kStamp, true);
   RefreshWatch::SawName("a@example.org", false);
   RefreshWatch::SawSweep();
 }
@@ -65,7 +74,7 @@ class WatchedCalls : public panel_test::PanelTest {};
 TEST_F(WatchedCalls, ThePanelsInterfacesReportToIt) {
   AddBobsDomain();
   dir_.Write("passwd", "x");
-  RefreshWatch watch;
+  RefreshWatch watch(9);
   std::string text;
   brisq_db::FileIsChanged(dir_ / "passwd", text);
   const auto mailbox = brisq_panel::Table<brisq_db::EmailTable>();
@@ -73,7 +82,7 @@ TEST_F(WatchedCalls, ThePanelsInterfacesReportToIt) {
   email::FindByEmailName("nobody@example.org", mailbox, domain);
   mailbox->DbDelete("tag != 1 AND active = 'on'");
   email::FindByEmailName("nobody@example.org", mailbox, domain);
-  EXPECT_EQ(brisq_panel::CurrentStamp(dir_ / "passwd"), watch.files().at(0).stamp);
+  EXPECT_TRUE(StampAt(dir_ / "passwd") == watch.files().at(0).stamp);
   EXPECT_TRUE(watch.walked());
   EXPECT_EQ(1u, watch.lines());
   EXPECT_THAT(watch.unknown(), ElementsAre("nobody@example.org"));

@@ -1,0 +1,81 @@
+#include "panel/domain_changes.h"
+
+#include "email.h"
+#include "panel/email_module.h"
+#include "panel/mailbox_steps.h"
+#include "panel/names.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
+
+namespace brisq_panel {
+
+namespace {
+
+using Domain = std::shared_ptr<brisq_db::EmailDomainTable>;
+
+// The walk is over a copy of the rows, so each may be changed on the way.
+template <class Work>
+void ForEachMailbox(const Domain& domain, const Work& work) {
+  const auto walk = Table<brisq_db::EmailTable>();
+  for (walk->DbSelect({{"domain", domain->id.AsString()}}, "name"); !walk->Eof(); walk->Next()) {
+    Mailbox mailbox = Table<brisq_db::EmailTable>();
+    mailbox->Assert(walk->id);
+    work(mailbox);
+  }
+}
+
+void SwitchDomain(const Domain& domain, bool active, Request& request) {
+  domain->active = active;
+  ForEachMailbox(domain, [&](Mailbox& mailbox) {
+    if (mailbox->active != active) {
+      SwitchMailbox(mailbox, active, request);
+    }
+  });
+}
+
+void GiveTo(const Domain& domain, const std::string& owner) {
+  const int id = FindOwner(owner)->id;
+  if (id == domain->owner) {
+    return;
+  }
+  ForEachMailbox(domain, [](Mailbox&) {
+    throw mgr_err::Error("limit", "owner", "can't be changed while the domain has mailboxes");
+  });
+  domain->owner = id;
+}
+
+}  // namespace
+
+DomainInfo SetDomain(const std::string& text, const DomainChange& change) {
+  const std::string name = CheckDomain(text);
+  const std::string owner = change.owner ? CheckOwnerName(*change.owner) : std::string();
+  email::Pop3Interface& backend = MailBackend();
+  RunRequest("domain set", [&](Request& request) {
+    Domain domain = FindDomain(name);
+    if (change.owner) {
+      GiveTo(domain, owner);
+    }
+    if (change.active) {
+      SwitchDomain(domain, *change.active, request);
+    }
+    domain->Post();
+    backend.OnUpdateDomain(domain);
+  });
+  return ShowDomain(name);
+}
+
+std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
+  const std::string name = CheckDomain(text);
+  email::Pop3Interface& backend = MailBackend();
+  std::vector<RemovedMailbox> removed;
+  RunRequest("domain delete", [&](Request&) {
+    Domain domain = FindDomain(name);
+    ForEachMailbox(domain,
+                   [&](const Mailbox& mailbox) { removed.push_back(RemoveMailbox(mailbox)); });
+    backend.OnDeleteDomain(domain);
+    domain->DbDelete();
+  });
+  return removed;
+}
+
+}  // namespace brisq_panel

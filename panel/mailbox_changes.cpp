@@ -1,0 +1,109 @@
+#include "panel/mailbox_changes.h"
+
+#include "email.h"
+#include "mgr_cf.h"
+#include "panel/archive.h"
+#include "panel/email_module.h"
+#include "panel/mail_line.h"
+#include "panel/mailbox_steps.h"
+#include "panel/names.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
+#include "panel/text_rules.h"
+
+namespace brisq_panel {
+
+namespace {
+
+// A change in its stored form.
+struct Checked {
+  std::optional<std::string> quota;
+  std::optional<std::string> home;
+  std::optional<bool> active;
+};
+
+Checked Check(const MailboxChange& change, std::size_t mailboxes) {
+  Checked checked;
+  checked.active = change.active;
+  if (change.quota) {
+    checked.quota = QuotaText(ParseQuota(*change.quota));
+  }
+  if (change.home) {
+    checked.home = CheckHome(*change.home);
+    if (mailboxes > 1) {
+      throw Refused("home", "can be set for one mailbox at a time");
+    }
+  }
+  return checked;
+}
+
+void Move(const Mailbox& mailbox, const std::string& home, Request& request) {
+  CheckHomeBelow(home, email::GetEmailOwner(mailbox)->home);
+  const std::string old = mailbox->home;
+  if (home != old) {
+    request.AddNote("the mail of " + email::GetEmailName(mailbox) + " stays in " + old);
+    mailbox->home = home;
+  }
+}
+
+void Change(const Address& address, const Checked& change, Request& request) {
+  Mailbox mailbox = FindMailbox(address);
+  if (change.quota) {
+    mailbox->quota = *change.quota;
+  }
+  if (change.home) {
+    Move(mailbox, *change.home, request);
+  }
+  mailbox->Post();
+  if (change.active && *change.active != mailbox->active) {
+    SwitchMailbox(mailbox, *change.active, request);
+  } else if (mailbox->active) {
+    ChangeLine(mailbox);
+  }
+}
+
+std::vector<Address> ParseAddresses(const std::vector<std::string>& texts) {
+  std::vector<Address> addresses;
+  for (const std::string& text : texts) {
+    addresses.push_back(ParseAddress(text));
+  }
+  return addresses;
+}
+
+}  // namespace
+
+ChangedMailboxes SetMailboxes(const std::vector<std::string>& texts, const MailboxChange& change) {
+  const std::vector<Address> addresses = ParseAddresses(texts);
+  const Checked checked = Check(change, addresses.size());
+  MailBackend();
+  ChangedMailboxes changed;
+  changed.notes = RunRequest("mailbox set", [&](Request& request) {
+    for (const Address& address : addresses) {
+      Change(address, checked, request);
+    }
+  });
+  for (const Address& address : addresses) {
+    changed.mailboxes.push_back(ShowMailbox(address.Full()));
+  }
+  return changed;
+}
+
+void SetPassword(const std::string& text, const std::string& password) {
+  const Address address = ParseAddress(text);
+  CheckPassword(password, mgr_cf::GetParam("DovecotPwScheme"));
+  MailBackend();
+  RunRequest("mailbox passwd", [&](Request&) {
+    Mailbox mailbox = FindMailbox(address);
+    if (mailbox->active) {
+      SetLinePassword(mailbox, password);
+      return;
+    }
+    if (PasswordBackend() != nullptr) {
+      throw Refused("mailbox", "is switched off: switch it on to set its password");
+    }
+    mailbox->password = password;
+    mailbox->Post();
+  });
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,120 @@
+#include "panel/mailbox_removal.h"
+
+#include "email.h"
+#include "panel/archive.h"
+#include "panel/email_module.h"
+#include "panel/mail_line.h"
+#include "panel/mailbox_steps.h"
+#include "panel/names.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
+#include "str.h"
+
+namespace brisq_panel {
+
+namespace {
+
+ArchivedMailbox Info(const MailboxArchive& archive) {
+  ArchivedMailbox info;
+  info.address = std::string(archive.name) + "@" + std::string(archive.domain);
+  info.owner = archive.owner;
+  info.home = archive.home;
+  info.quota_mb = str::Int(archive.quota);
+  info.used_mb = archive.used;
+  info.reason = archive.reason;
+  info.archived = archive.archived;
+  info.password_known = !archive.hash.Stored().empty() ||
+                        (PasswordBackend() == nullptr && !archive.password.Stored().empty());
+  return info;
+}
+
+void RequireFree(const Address& address, const brisq_db::EmailDomainTable& domain) {
+  const auto mailbox = Table<brisq_db::EmailTable>();
+  if (mailbox->DbFind({{"domain", domain.id.AsString()}, {"name", address.local}})) {
+    throw mgr_err::Error("exists", "mailbox", address.Full());
+  }
+}
+
+std::string HomeOf(const MailboxArchive& archive, const Address& address,
+                   const std::string& owner_home) {
+  const std::string home = archive.home;
+  return home.empty() ? DefaultHome(owner_home, address) : home;
+}
+
+Mailbox InsertRow(const MailboxArchive& archive, const Address& address) {
+  const auto domain = FindDomain(address.domain);
+  RequireFree(address, *domain);
+  const auto owner = FindOwner(archive.owner);
+  auto mailbox = Table<brisq_db::EmailTable>();
+  mailbox->New();
+  mailbox->name = address.local;
+  mailbox->domain = static_cast<int>(domain->id);
+  mailbox->owner = static_cast<int>(owner->id);
+  mailbox->home = HomeOf(archive, address, owner->home);
+  mailbox->quota = std::string(archive.quota);
+  mailbox->used = static_cast<int>(archive.used);
+  mailbox->active = static_cast<bool>(archive.active);
+  if (PasswordBackend() == nullptr) {
+    mailbox->password.SetStored(archive.password.Stored());
+  }
+  mailbox->Post();
+  return mailbox;
+}
+
+void Restore(const Address& address, Request& request) {
+  const auto archive = FindArchived(address, {kSwept, kDeleted});
+  if (!archive) {
+    throw mgr_err::Error("missed", "archived mailbox", address.Full());
+  }
+  Mailbox mailbox = InsertRow(*archive, address);
+  if (!mailbox->active) {
+    request.AddNote(address.Full() + " is switched off, as it was");
+    archive->reason = kSwitchedOff;  // the hash waits for its being switched on
+    archive->Post();
+    return;
+  }
+  if (!BringLineBack(mailbox, archive->hash)) {
+    request.AddNote(address.Full() + " has no password: set one");
+  }
+  archive->DbDelete();
+}
+
+}  // namespace
+
+std::vector<RemovedMailbox> DeleteMailboxes(const std::vector<std::string>& texts) {
+  std::vector<Address> addresses;
+  for (const std::string& text : texts) {
+    addresses.push_back(ParseAddress(text));
+  }
+  MailBackend();
+  std::vector<RemovedMailbox> removed;
+  RunRequest("mailbox delete", [&](Request&) {
+    for (const Address& address : addresses) {
+      removed.push_back(RemoveMailbox(FindMailbox(address)));
+    }
+  });
+  return removed;
+}
+
+std::vector<ArchivedMailbox> ListArchived() {
+  std::vector<ArchivedMailbox> mailboxes;
+  const auto archive = Table<MailboxArchive>();
+  for (archive->DbSelect(); !archive->Eof(); archive->Next()) {
+    if (std::string(archive->reason) != kSwitchedOff) {
+      mailboxes.insert(mailboxes.begin(), Info(*archive));
+    }
+  }
+  return mailboxes;
+}
+
+RestoredMailbox RestoreMailbox(const std::string& text) {
+  const Address address = ParseAddress(text);
+  MailBackend();
+  RestoredMailbox restored;
+  restored.notes =
+      RunRequest("mailbox restore", [&](Request& request) { Restore(address, request); });
+  restored.mailbox = ShowMailbox(address.Full());
+  return restored;
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,69 @@
+#include "panel/mailbox_steps.h"
+
+#include "email.h"
+#include "panel/archive.h"
+#include "panel/names.h"
+
+namespace brisq_panel {
+
+namespace {
+
+void SwitchOff(Mailbox& mailbox) {
+  const std::string hash = TakeLineOut(mailbox);
+  ArchiveMailbox(mailbox, kSwitchedOff, hash);
+  mailbox->active = false;
+  mailbox->Post();
+}
+
+// A refresh that goes on takes active rows for which it saw no line, but none that is younger than
+// itself. So a mailbox that becomes active becomes a young row.
+void MakeYoung(const Mailbox& mailbox) {
+  std::vector<std::string> values;
+  for (const mgr_db::Field* field : mailbox->Fields()) {
+    values.push_back(field->Stored());
+  }
+  mailbox->DbDelete();
+  for (std::size_t i = 1; i < values.size(); ++i) {
+    mailbox->Fields()[i]->SetStored(values[i]);
+  }
+  mailbox->Post();
+}
+
+// Hash of a mailbox that is switched off; empty when none is kept.
+std::string ForgetHash(const Mailbox& mailbox) {
+  const auto kept = FindArchived(ParseAddress(email::GetEmailName(mailbox)), {kSwitchedOff});
+  if (!kept) {
+    return {};
+  }
+  const std::string hash = kept->hash;
+  kept->DbDelete();
+  return hash;
+}
+
+void SwitchOn(Mailbox& mailbox, Request& request) {
+  mailbox->active = true;
+  MakeYoung(mailbox);
+  if (!BringLineBack(mailbox, ForgetHash(mailbox))) {
+    request.AddNote(email::GetEmailName(mailbox) + " has no password: set one");
+  }
+}
+
+}  // namespace
+
+void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {
+  if (on) {
+    SwitchOn(mailbox, request);
+  } else {
+    SwitchOff(mailbox);
+  }
+}
+
+RemovedMailbox RemoveMailbox(Mailbox mailbox) {
+  RemovedMailbox removed{email::GetEmailName(mailbox), mailbox->home};
+  const std::string hash = mailbox->active ? TakeLineOut(mailbox) : ForgetHash(mailbox);
+  ArchiveMailbox(mailbox, kDeleted, hash);
+  mailbox->DbDelete();
+  return removed;
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "brisq_export.h"
+#include "framework/request.h"
+#include "panel/mail_line.h"
+#include "panel/mailbox_removal.h"
+
+/// Steps of a request on one mailbox, shared by the commands for mailboxes and for domains. Each
+/// throws what the back-ends throw.
+namespace brisq_panel {
+
+/// Switches a mailbox off or on: its line leaves the mail server or comes back. The password's hash
+/// is kept meanwhile. A note says when a mailbox that was switched on has no password. The record
+/// stands on the mailbox afterwards; switched on, it has a new number.
+BRISQ_API void SwitchMailbox(Mailbox& mailbox, bool on, Request& request);
+
+/// Removes a mailbox: its line leaves the mail server, its row goes to the archive. The record is
+/// in the state of a new row afterwards.
+BRISQ_API RemovedMailbox RemoveMailbox(Mailbox mailbox);
+
+}  // namespace brisq_panel

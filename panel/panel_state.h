@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "brisq_export.h"
+#include "mgr_db.h"
+
+/// Single values that the panel keeps from one run to the next.
+namespace brisq_panel {
+
+class BRISQ_API PanelState : public mgr_db::CustomTable {
+ public:
+  PanelState();
+
+  mgr_db::IntField id;
+  mgr_db::StringField name;  ///< unique
+  mgr_db::StringField value;
+
+  std::string Schema() const override;
+};
+
+/// When used space was last got, in UTC; empty when never.
+constexpr const char* kFiguresAsOf = "figures-as-of";
+/// Why the last refresh got no used space; empty when it did.
+constexpr const char* kQuotaProblem = "quota-problem";
+
+/// A kept value; empty when there is none.
+BRISQ_API std::string KeptValue(const std::string& name);
+BRISQ_API void KeepValue(const std::string& name, const std::string& value);
+
+}  // namespace brisq_panel

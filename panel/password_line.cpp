@@ -1,0 +1,68 @@
+#include "panel/password_line.h"
+
+#include "cached_config.h"
+#include "conf_dataset.h"
+#include "mgr_cf.h"
+#include "mgr_err.h"
+
+namespace brisq_panel {
+
+namespace {
+
+// The lines of the file, of which the panel itself uses the first two columns.
+class PasswordLines : public UnixDataSet {
+ public:
+  PasswordLines()
+      : ConfDataSet(nullptr),
+        name(this, "name"),
+        passwd(this, "passwd"),
+        uid(this, "uid"),
+        gid(this, "gid"),
+        info(this, "info"),
+        home(this, "home"),
+        shell(this, "shell"),
+        flags(this, "flags"),
+        maildir(this, "maildir") {}
+
+  dd::Field name;
+  dd::Field passwd;
+  dd::Field uid;
+  dd::Field gid;
+  dd::Field info;
+  dd::Field home;
+  dd::Field shell;
+  dd::Field flags;
+  dd::Field maildir;
+};
+
+class PasswordFile : public MgrCachedConfig<PasswordFile> {
+ public:
+  PasswordFile() {
+    RegisterSyntax(UnixConfParams());
+    RegisterDataSet<PasswordLines>();
+  }
+};
+
+Cursor<PasswordLines> Open(const std::string& path) {
+  return PasswordFile::Get<PasswordLines>(path, true);
+}
+
+}  // namespace
+
+std::optional<std::string> StoredHash(const std::string& address) {
+  const std::string path = mgr_cf::GetPath("dovecot-passwd");
+  if (path.empty()) {
+    return std::nullopt;
+  }
+  const Cursor<PasswordLines> lines = Open(path);
+  return lines->Find(address) ? std::optional(lines->passwd.Str()) : std::nullopt;
+}
+
+void StoreHash(const std::string& address, const std::string& hash) {
+  const Cursor<PasswordLines> lines = Open(mgr_cf::GetPath("dovecot-passwd"));
+  lines->Assert(address);
+  lines->passwd.Set(hash);
+  lines->Post("");
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "brisq_export.h"
+
+/// The password hashes that the mail server's own file holds, so that a mailbox that is taken out
+/// of it can come back with its password. The file is the one under the path key "dovecot-passwd".
+namespace brisq_panel {
+
+/// Hash in the line of this name, which may be empty; nothing when there is no such line.
+/// @throws mgr_err::Error "file", "locked" when the file can't be read
+BRISQ_API std::optional<std::string> StoredHash(const std::string& address);
+
+/// Sets the hash in the line of this name; taken back when the current request fails.
+/// @throws mgr_err::Error "missed" without such a line; as a post to the file does
+BRISQ_API void StoreHash(const std::string& address, const std::string& hash);
+
+}  // namespace brisq_panel
