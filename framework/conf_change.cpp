@@ -65,7 +65,9 @@ void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
   const std::string_view end = document.LineEnd();
   const Line line = document.Extend();
   if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
-    Put(document, last, std::string(document.Text(last)).append(end));
+    // A carriage return there is the first half of the line's own end.
+    const std::string_view raw = document.Raw(last);
+    Put(document, last, std::string(raw).append(raw.ends_with('\r') ? "\n" : end));
   }
   Put(document, line, text + std::string(end));
   target_.line = line;
