@@ -3,7 +3,6 @@
 #include "mgr_err.h"
 #include "tests/unit/email/plugin_fixture.h"
 
-using recording::BackEnd;
 using recording::Calls;
 using recording::Line;
 using recording::Outcome;

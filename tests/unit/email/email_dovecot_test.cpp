@@ -14,15 +14,17 @@ namespace {
 
 /// Start-up of the module in a host that asks for Dovecot.
 class StartUp : public recording::PluginTest {
+ public:
+  ~StartUp() override {
+    Clear();
+    recording::Storage::Watch({});
+  }
+
  protected:
   StartUp() {
     recording::Storage::Watch(
         {kModuleSize, sizeof(DovecotInterface), sizeof(DovecotInterface::DovPwdInterface)});
     Prepare();
-  }
-  ~StartUp() override {
-    Clear();
-    recording::Storage::Watch({});
   }
 
   void Prepare(const std::string& email_auth = "") {

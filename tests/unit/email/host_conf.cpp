@@ -225,7 +225,8 @@ void ConfCache::Add(const std::string& name, const std::string& dataset, const c
 }
 
 void ConfCache::SetSyntax(const std::string& name, std::shared_ptr<mgr_token::Params> params) {
-  Host::Instance().Note("Register " + name + (params == UnixConfParams() ? " unix" : " other"));
+  const auto given = std::move(params);
+  Host::Instance().Note("Register " + name + (given == UnixConfParams() ? " unix" : " other"));
 }
 
 void ConfCache::SetAfterSave(const std::string& name, Hook hook) {

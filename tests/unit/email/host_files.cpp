@@ -10,6 +10,20 @@
 using recording::Host;
 using recording::Spell;
 
+/// What a file job would do.
+class FileSwap {
+ public:
+  FileSwap(std::string path_, std::string content_)
+      : path(std::move(path_)), content(std::move(content_)) {}
+
+  std::string path;
+  std::string content;
+};
+
+namespace user_dir {
+struct Made {};
+}  // namespace user_dir
+
 namespace {
 
 bool IsThere(const std::string& path) {
@@ -99,12 +113,12 @@ void Job::Forget() noexcept {}
 
 CreateFile::CreateFile(const std::string& path, const std::string& content,
                        const mgr_file::Attrs& attrs)
-    : path_(path), prepared_(content), replaced_() {
+    : swap_(std::make_unique<FileSwap>(path, content)) {
   Host::Instance().Note("job CreateFile " + path + " " + Spell(attrs) + "\n" + content);
 }
 CreateFile::~CreateFile() = default;
-void CreateFile::Do() { Host::Instance().files[path_] = prepared_; }
-void CreateFile::Undo() { Host::Instance().files.erase(path_); }
+void CreateFile::Do() { Host::Instance().files[swap_->path] = swap_->content; }
+void CreateFile::Undo() { Host::Instance().files.erase(swap_->path); }
 void CreateFile::Forget() noexcept {}
 
 CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
@@ -121,8 +135,9 @@ CreateDir::CreateDir(const mgr_file::safe::Folder& folder, const std::string& na
     : folder_(folder), name_(name), attrs_(attrs) {
   Host::Instance().Note("job CreateDir " + folder.path() + " " + name + " " + Spell(attrs));
 }
-void CreateDir::Do() { made_ = true; }
-void CreateDir::Undo() { made_ = false; }
+CreateDir::~CreateDir() = default;
+void CreateDir::Do() { made_ = std::make_unique<user_dir::Made>(); }
+void CreateDir::Undo() { made_.reset(); }
 
 }  // namespace safe
 }  // namespace mgr_job

@@ -122,9 +122,10 @@ TEST_F(QuotaCache, RealOutputOfDoveadmIsReadAsItStands) {
       {"plugin_off", {}},
   };
   const std::string records = BRISQ_TEST_SOURCE_DIR "/tests/unit/email/recorded/";
+  const std::string replay = "sh " + records + "replay.sh ";
   for (const auto& c : cases) {
     SCOPED_TRACE(c.record);
-    host.paths["dovecot-doveadm"] = "sh " + records + "replay.sh " + records + c.record;
+    host.paths["dovecot-doveadm"] = replay + records + c.record;
     host.tool = nullptr;
     const BackEnd back_end;
     host.tool = RunByShell;

@@ -59,7 +59,8 @@ bool IsLoggedAt(const std::string& message, const std::string& source, const std
   std::string line;
   for (int number = 0; number < wanted && std::getline(file, line); ++number) {
     // The statement is at most three lines long.
-    before = (number + 3 > wanted ? before : "") + line;
+    if (number + 3 <= wanted) before.clear();
+    before += line;
   }
   return before.find(text) != std::string::npos;
 }

@@ -35,9 +35,11 @@ class BackEnd {
 /// that opening the file is two calls in every test. At its end everything that was taken must have
 /// been given back, and every log line have been guarded by its level.
 class PluginTest : public testing::Test {
+ public:
+  ~PluginTest() override;
+
  protected:
   PluginTest();
-  ~PluginTest() override;
 
   /// The calls by which the passwd-file "/p" is opened.
   static Calls Opening();

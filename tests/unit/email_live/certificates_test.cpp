@@ -117,9 +117,11 @@ TEST_F(CertsCheck, AnEmptyDirectoryIsLeftAsItIs) {
 
 /// Certificates set inside a request.
 class Certificate : public Snippets {
+ public:
+  ~Certificate() override { delete mailboxes_.PasswordBackEnd(); }
+
  protected:
   Certificate() { mgr_cf::SetParam("EmailAuth", "dovecot"); }
-  ~Certificate() override { delete mailboxes_.PasswordBackEnd(); }
 
   std::string Expected(const std::string& domain, const std::string& keyword) const {
     return keyword + " " + domain + " {\n\tssl_cert = <" + (dir_ / "links/") + domain +

@@ -41,9 +41,11 @@ class ReloadAction : public brisq_api::Action {
 };
 
 class LiveTest : public testing::Test {
+ public:
+  ~LiveTest() override;
+
  protected:
   LiveTest();
-  ~LiveTest() override;
 
   std::string File() const { return dir_.Read("dovecot.passwd"); }
   void WriteFile(std::string_view content) { dir_.Write("dovecot.passwd", content); }

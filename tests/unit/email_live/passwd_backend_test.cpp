@@ -6,7 +6,6 @@
 using live::Passwords;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 namespace {

@@ -21,7 +21,6 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
