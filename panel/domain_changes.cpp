@@ -1,6 +1,7 @@
 #include "panel/domain_changes.h"
 
 #include "email.h"
+#include "panel/certificate_cleanup.h"
 #include "panel/email_module.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -73,6 +74,9 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
     ForEachMailbox(domain,
                    [&](const Mailbox& mailbox) { removed.push_back(RemoveMailbox(mailbox)); });
     backend.OnDeleteDomain(domain);
+    if (!std::string(domain->cert).empty()) {
+      PruneAfterCommit();
+    }
     domain->DbDelete();
   });
   return removed;
