@@ -17,8 +17,9 @@ std::vector<std::string> Arguments::List(const std::string& name) const {
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
-    for (const auto& group : {OwnerCommands(), DomainCommands(), MailboxCommands(),
-                              ReloadCommands(), ActionCommands(), ServeCommands()})
+    for (const auto& group :
+         {OwnerCommands(), DomainCommands(), MailboxCommands(), RefreshCommands(), ReloadCommands(),
+          ActionCommands(), ServeCommands()})
       all.insert(all.end(), group.begin(), group.end());
     return all;
   }();

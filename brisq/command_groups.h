@@ -10,6 +10,7 @@ namespace brisq {
 std::vector<Command> OwnerCommands();
 std::vector<Command> DomainCommands();
 std::vector<Command> MailboxCommands();
+std::vector<Command> RefreshCommands();
 std::vector<Command> ReloadCommands();
 std::vector<Command> ActionCommands();
 std::vector<Command> ServeCommands();

@@ -1,7 +1,13 @@
 #include <fmt/format.h>
 
+#include <optional>
+
 #include "brisq/command_groups.h"
+#include "brisq/confirm.h"
+#include "brisq/on_off.h"
 #include "brisq/output.h"
+#include "mgr_err.h"
+#include "panel/domain_changes.h"
 #include "panel/domains.h"
 
 namespace brisq {
@@ -27,15 +33,38 @@ void Show(Call& call) {
   call.output.Show(RecordOf(brisq_panel::ShowDomain(call.arguments.Text("DOMAIN"))));
 }
 
+void Set(Call& call) {
+  brisq_panel::DomainChange change{.active = OnOff(call, "--active")};
+  if (call.arguments.Has("--owner")) change.owner = call.arguments.Text("--owner");
+  if (!change.owner && !change.active)
+    throw mgr_err::Error("usage", "domain set", "nothing to change is given");
+  const auto domain = brisq_panel::SetDomain(call.arguments.Text("DOMAIN"), change);
+  call.output.Say(fmt::format("domain {} changed", domain.name));
+  call.output.Silent(RecordOf(domain));
+}
+
+void Delete(Call& call) {
+  const auto domain = brisq_panel::ShowDomain(call.arguments.Text("DOMAIN"));
+  Confirm(call, fmt::format("Delete {} and its {} mailboxes? The mail stays on disk.", domain.name,
+                            domain.mailboxes));
+  for (const auto& removed : brisq_panel::DeleteDomain(domain.name)) {
+    call.output.Say(
+        fmt::format("mailbox {} deleted, its mail stays in {}", removed.address, removed.home));
+    call.output.Silent({{"address", removed.address}, {"home", removed.home}});
+  }
+  call.output.Say(fmt::format("domain {} deleted", domain.name));
+}
+
+const Operand kDomain = {"DOMAIN", "name of the domain"};
+
 }  // namespace
 
 std::vector<Command> DomainCommands() {
-  const Operand domain{"DOMAIN", "name of the domain"};
   return {
       {.noun = "domain",
        .verb = "add",
        .summary = "Add a mail domain.",
-       .operands = {domain},
+       .operands = {kDomain},
        .options = {{"--owner", "NAME", "owner of the domain and its mailboxes", true}},
        .one_of = {},
        .run = Add},
@@ -49,10 +78,25 @@ std::vector<Command> DomainCommands() {
       {.noun = "domain",
        .verb = "show",
        .summary = "Show one domain.",
-       .operands = {domain},
+       .operands = {kDomain},
        .options = {},
        .one_of = {},
        .run = Show},
+      {.noun = "domain",
+       .verb = "set",
+       .summary = "Change a domain.",
+       .operands = {kDomain},
+       .options = {{"--owner", "NAME", "another owner, while it has no mailboxes"},
+                   {"--active", "on|off", "switches the domain and all of its mailboxes"}},
+       .one_of = {},
+       .run = Set},
+      {.noun = "domain",
+       .verb = "delete",
+       .summary = "Delete a domain with its mailboxes; their mail stays on disk.",
+       .operands = {kDomain},
+       .options = {kYes},
+       .one_of = {},
+       .run = Delete},
   };
 }
 

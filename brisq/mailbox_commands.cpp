@@ -1,9 +1,16 @@
 #include <fmt/format.h>
 
+#include <optional>
+
 #include "brisq/command_groups.h"
+#include "brisq/confirm.h"
 #include "brisq/mailbox_records.h"
+#include "brisq/on_off.h"
 #include "brisq/output.h"
 #include "brisq/password_input.h"
+#include "mgr_err.h"
+#include "panel/mailbox_changes.h"
+#include "panel/mailbox_removal.h"
 #include "panel/mailboxes.h"
 #include "panel/names.h"
 
@@ -16,6 +23,16 @@ std::string Password(const Call& call) {
   return Generates(call) ? brisq_panel::GeneratePassword() : ReadPassword(call.console);
 }
 
+void ShowPassword(Call& call, const std::string& password, Record record) {
+  if (!Generates(call)) return call.output.Silent(std::move(record));
+  record.emplace_back("password", password);
+  call.output.Bare(password, std::move(record));
+}
+
+void SayAll(Call& call, const std::vector<std::string>& notes) {
+  for (const std::string& note : notes) call.output.Say(note);
+}
+
 void Add(Call& call) {
   const std::string password = Password(call);
   const auto mailbox = brisq_panel::AddMailbox({.address = call.arguments.Text("ADDRESS"),
@@ -24,13 +41,23 @@ void Add(Call& call) {
                                                 .home = call.arguments.Text("--home")});
   call.output.Say(
       fmt::format("mailbox {} added, mail in {}/.maildir", mailbox.address, mailbox.home));
-  Record record = RecordOf(mailbox);
-  if (!Generates(call)) return call.output.Silent(record);
-  record.emplace_back("password", password);
-  call.output.Bare(password, record);
+  ShowPassword(call, password, RecordOf(mailbox));
+}
+
+void ListArchive(Call& call) {
+  for (const auto& mailbox : brisq_panel::ListArchived())
+    call.output.Row({{"address", mailbox.address},
+                     {"owner", mailbox.owner},
+                     {"home", mailbox.home},
+                     {"quota_mb", mailbox.quota_mb},
+                     {"used_mb", mailbox.used_mb},
+                     {"reason", mailbox.reason},
+                     {"archived", mailbox.archived},
+                     {"password_known", mailbox.password_known}});
 }
 
 void List(Call& call) {
+  if (call.arguments.Has("--archived")) return ListArchive(call);
   for (const auto& mailbox : brisq_panel::ListMailboxes()) call.output.Row(RecordOf(mailbox));
 }
 
@@ -38,36 +65,126 @@ void Show(Call& call) {
   call.output.Show(RecordOf(brisq_panel::ShowMailbox(call.arguments.Text("ADDRESS"))));
 }
 
-}  // namespace
+std::optional<std::string> Given(const Call& call, const std::string& option) {
+  if (!call.arguments.Has(option)) return std::nullopt;
+  return call.arguments.Text(option);
+}
 
-std::vector<Command> MailboxCommands() {
-  const Operand address{"ADDRESS", "full address, LOCAL@DOMAIN"};
+void Set(Call& call) {
+  const brisq_panel::MailboxChange change{.quota = Given(call, "--quota"),
+                                          .home = Given(call, "--home"),
+                                          .active = OnOff(call, "--active")};
+  if (!change.quota && !change.home && !change.active)
+    throw mgr_err::Error("usage", "mailbox set", "nothing to change is given");
+  const auto changed = brisq_panel::SetMailboxes(call.arguments.List("ADDRESS"), change);
+  SayAll(call, changed.notes);
+  for (const auto& mailbox : changed.mailboxes) {
+    call.output.Say(fmt::format("mailbox {} changed", mailbox.address));
+    call.output.Silent(RecordOf(mailbox));
+  }
+}
+
+void Passwd(Call& call) {
+  const std::string address = call.arguments.Text("ADDRESS");
+  const std::string password = Password(call);
+  brisq_panel::SetPassword(address, password);
+  call.output.Say(fmt::format("mailbox {} has a new password", address));
+  ShowPassword(call, password, {{"address", address}});
+}
+
+void Delete(Call& call) {
+  const std::vector<std::string> addresses = call.arguments.List("ADDRESS");
+  Confirm(call, "Delete " + Joined(addresses) + "? The mail stays on disk.");
+  for (const auto& removed : brisq_panel::DeleteMailboxes(addresses)) {
+    call.output.Say(
+        fmt::format("mailbox {} deleted, its mail stays in {}", removed.address, removed.home));
+    call.output.Silent({{"address", removed.address}, {"home", removed.home}});
+  }
+}
+
+void Restore(Call& call) {
+  const auto restored = brisq_panel::RestoreMailbox(call.arguments.Text("ADDRESS"));
+  call.output.Say(fmt::format("mailbox {} restored", restored.mailbox.address));
+  SayAll(call, restored.notes);
+  call.output.Silent(RecordOf(restored.mailbox));
+}
+
+const Operand kAddress = {"ADDRESS", "full address, LOCAL@DOMAIN"};
+const Operand kAddresses = {"ADDRESS", "full addresses, LOCAL@DOMAIN", true};
+const Option kPasswordStdin = {"--password-stdin", "", "read the password from standard input"};
+const Option kGenerate = {"--generate", "", "make a password and print it"};
+const Option kQuota = {"--quota", "SIZE", "500 or 500M, 2G; none or 0 for no limit"};
+
+std::vector<Command> Basics() {
   return {
       {.noun = "mailbox",
        .verb = "add",
        .summary = "Add a mailbox to a domain.",
-       .operands = {address},
-       .options = {{"--password-stdin", "", "read the password from standard input"},
-                   {"--generate", "", "make a password and print it"},
-                   {"--quota", "SIZE", "500 or 500M, 2G; none or 0 for no limit"},
+       .operands = {kAddress},
+       .options = {kPasswordStdin,
+                   kGenerate,
+                   kQuota,
                    {"--home", "DIR", "home directory, else OWNERHOME/mail/DOMAIN/LOCAL"}},
-       .one_of = {"--password-stdin", "--generate"},
+       .one_of = {kPasswordStdin.name, kGenerate.name},
        .run = Add},
       {.noun = "mailbox",
        .verb = "list",
        .summary = "List the mailboxes.",
        .operands = {},
-       .options = {},
+       .options = {{"--archived", "", "those that were deleted or swept by a refresh"}},
        .one_of = {},
        .run = List},
       {.noun = "mailbox",
        .verb = "show",
        .summary = "Show one mailbox.",
-       .operands = {address},
+       .operands = {kAddress},
        .options = {},
        .one_of = {},
        .run = Show},
   };
+}
+
+std::vector<Command> Changes() {
+  return {
+      {.noun = "mailbox",
+       .verb = "set",
+       .summary = "Change mailboxes: all of them or, on any error, none.",
+       .operands = {kAddresses},
+       .options = {kQuota,
+                   {"--home", "DIR", "another home directory; no mail is moved"},
+                   {"--active", "on|off", "off: no login and no delivery"}},
+       .one_of = {},
+       .run = Set},
+      {.noun = "mailbox",
+       .verb = "passwd",
+       .summary = "Set a mailbox's password.",
+       .operands = {kAddress},
+       .options = {kPasswordStdin, kGenerate},
+       .one_of = {kPasswordStdin.name, kGenerate.name},
+       .run = Passwd},
+      {.noun = "mailbox",
+       .verb = "delete",
+       .summary = "Delete mailboxes; their mail stays on disk.",
+       .operands = {kAddresses},
+       .options = {kYes},
+       .one_of = {},
+       .run = Delete},
+      {.noun = "mailbox",
+       .verb = "restore",
+       .summary = "Bring a deleted or swept mailbox back.",
+       .operands = {kAddress},
+       .options = {},
+       .one_of = {},
+       .run = Restore},
+  };
+}
+
+}  // namespace
+
+std::vector<Command> MailboxCommands() {
+  std::vector<Command> commands = Basics();
+  for (Command& command : Changes()) commands.push_back(std::move(command));
+  return commands;
 }
 
 }  // namespace brisq

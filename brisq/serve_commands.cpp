@@ -8,6 +8,7 @@
 
 #include "brisq/command_groups.h"
 #include "brisq/output.h"
+#include "brisq/serve_actions.h"
 #include "framework/descriptor.h"
 #include "framework/reload_queue.h"
 #include "framework/reload_worker.h"
@@ -59,6 +60,8 @@ void SayWhatRuns(Call& call) {
 void Serve(Call& call) {
   const auto lock = reloader::Queue::OfProcess().TakeServeLock();
   if (!lock) throw mgr_err::Error("locked", "serve", "another server runs on this state");
+  const RefreshAction refresh;
+  ScheduleServeActions();
   const StopSignal stop;
   SayWhatRuns(call);
   const reloader::Worker worker;

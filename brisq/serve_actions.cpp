@@ -1,0 +1,35 @@
+#include "brisq/serve_actions.h"
+
+#include "mgr_cf.h"
+#include "mgr_log.h"
+#include "panel/refresh.h"
+#include "periodic.h"
+
+namespace brisq {
+namespace {
+
+constexpr std::uint32_t kAdministratorOnly = 0xE0000000;
+
+mgr_log::Module serve_log("serve", "dormel");
+
+void Warn(const std::string& text) {
+  if (serve_log.Check(mgr_log::kWarning)) serve_log.Write(mgr_log::kWarning, "%s", text.c_str());
+}
+
+}  // namespace
+
+RefreshAction::RefreshAction() : Action("email.refresh", kAdministratorOnly, nullptr) {}
+
+void RefreshAction::Execute(brisq_api::Session&) const {
+  const auto report = brisq_panel::Refresh(false);
+  for (const std::string& address : report.swept)
+    Warn("mailbox " + address + " had no line any more and was archived");
+  if (!report.quota_problem.empty()) Warn("Dovecot tells no used space: " + report.quota_problem);
+}
+
+void ScheduleServeActions() {
+  mgr_cf::AddParam("EmailRefreshPeriod", "15");
+  periodic::RegisterAction("email.refresh", "", "EmailRefreshPeriod");
+}
+
+}  // namespace brisq
