@@ -3,6 +3,7 @@
 #include "mgr_cf.h"
 #include "mgr_log.h"
 #include "panel/refresh.h"
+#include "panel/tls.h"
 #include "periodic.h"
 
 namespace brisq {
@@ -27,9 +28,17 @@ void RefreshAction::Execute(brisq_api::Session&) const {
   if (!report.quota_problem.empty()) Warn("Dovecot tells no used space: " + report.quota_problem);
 }
 
+ExpiryAction::ExpiryAction() : Action("email.certs.expiry", kAdministratorOnly, nullptr) {}
+
+void ExpiryAction::Execute(brisq_api::Session&) const {
+  for (const std::string& warning : brisq_panel::ExpiryWarnings()) Warn(warning);
+}
+
 void ScheduleServeActions() {
   mgr_cf::AddParam("EmailRefreshPeriod", "15");
+  mgr_cf::AddParam("EmailExpiryPeriod", "60");
   periodic::RegisterAction("email.refresh", "", "EmailRefreshPeriod");
+  periodic::RegisterAction("email.certs.expiry", "", "EmailExpiryPeriod");
 }
 
 }  // namespace brisq

@@ -12,8 +12,15 @@ class RefreshAction : public brisq_api::Action {
   void Execute(brisq_api::Session& session) const override;
 };
 
-/// Declares the period "EmailRefreshPeriod" (15 minutes) and schedules the action, which must exist
-/// while the scheduler runs.
+/// "email.certs.expiry": logs which certificates expire soon.
+class ExpiryAction : public brisq_api::Action {
+ public:
+  ExpiryAction();
+  void Execute(brisq_api::Session& session) const override;
+};
+
+/// Declares the periods "EmailRefreshPeriod" (15 minutes) and "EmailExpiryPeriod" (60) and
+/// schedules both actions, which must exist while the scheduler runs.
 void ScheduleServeActions();
 
 }  // namespace brisq

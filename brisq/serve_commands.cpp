@@ -61,6 +61,7 @@ void Serve(Call& call) {
   const auto lock = reloader::Queue::OfProcess().TakeServeLock();
   if (!lock) throw mgr_err::Error("locked", "serve", "another server runs on this state");
   const RefreshAction refresh;
+  const ExpiryAction expiry;
   ScheduleServeActions();
   const StopSignal stop;
   SayWhatRuns(call);
