@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
-#include <unistd.h>
+#include <sys/uio.h>
 
 #include <array>
 #include <cerrno>
@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "framework/descriptor.h"
-#include "framework/file_error.h"
-
-using mgr_file::FileError;
+#include "framework/file_steps.h"
+#include "framework/sys.h"
+#include "mgr_err.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ std::string DirectoryOf(const std::string& path) {
 std::string RandomName(const std::string& directory) {
   std::uint64_t number = 0;
   if (getrandom(&number, sizeof number, 0) != ssize_t{sizeof number}) {
-    throw FileError(directory, "getrandom");
+    sys::Fail("getrandom", directory);
   }
   std::array<char, 17> digits{};
   std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
@@ -36,36 +36,30 @@ std::string RandomName(const std::string& directory) {
 }
 
 void WriteAll(int fd, std::string_view content, const std::string& path) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(fd, content.data(), content.size());
-    if (written < 0 && errno != EINTR) {
-      throw FileError(path, "write");
+  std::string buffer(content);
+  for (std::size_t at = 0; at < buffer.size();) {
+    const iovec piece = {buffer.data() + at, buffer.size() - at};
+    const ssize_t written = sys::WriteV(fd, &piece, 1);
+    if (written < 0) {
+      sys::Fail("write", path);
     }
-    content.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-  }
-}
-
-void SetAttrs(int fd, const mgr_file::Attrs& attrs, const std::string& path) {
-  // Owner before mode: chown(2) may clear bits that chmod(2) has set.
-  if (::fchown(fd, attrs.uid, attrs.gid) != 0) {
-    throw FileError(path, "chown");
-  }
-  if (::fchmod(fd, attrs.mode) != 0) {
-    throw FileError(path, "chmod");
+    at += static_cast<std::size_t>(written);
   }
 }
 
 void SyncDirectory(const std::string& directory) {
-  const Descriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // A file system that can't sync directories says EINVAL and has nothing to sync.
-  if (!fd || (::fsync(fd.get()) != 0 && errno != EINVAL)) {
-    throw FileError(directory, "fsync");
+  const Descriptor fd(sys::Open(AT_FDCWD, directory.c_str(), O_RDONLY | O_DIRECTORY));
+  if (!fd) {
+    sys::Fail("open", directory);
   }
+  file_steps::SyncDirectory(fd.get(), directory);
 }
 
-int Rename2(const std::string& from, const std::string& to, unsigned flags) noexcept {
-  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags);
+int Rename(const std::string& from, const std::string& to, unsigned flags) {
+  return sys::Rename(AT_FDCWD, from.c_str(), to.c_str(), flags);
 }
+
+int Unlink(const std::string& path) { return sys::Unlink(AT_FDCWD, path.c_str()); }
 
 // The flags of renameat2 are unknown to this kernel or file system.
 bool Unsupported(int error) noexcept { return error == EINVAL || error == ENOSYS; }
@@ -84,21 +78,21 @@ FileSwap::FileSwap(const std::string& path)
 FileSwap::FileSwap(const std::string& path, std::string_view content, const mgr_file::Attrs& attrs)
     : FileSwap(path) {
   const Descriptor fd(
-      ::open(aside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+      sys::Open(AT_FDCWD, aside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
   if (!fd) {
-    throw FileError(path_, "open");
+    sys::Fail("open", path_);
   }
   WriteAll(fd.get(), content, path_);
-  SetAttrs(fd.get(), attrs, path_);
-  if (::fsync(fd.get()) != 0) {
-    throw FileError(path_, "fsync");
+  file_steps::SetAttrs(fd.get(), attrs, path_);
+  if (sys::FSync(fd.get()) != 0) {
+    sys::Fail("fsync", path_);
   }
   stamp_ = StampOf(aside_);
 }
 
 FileSwap::FileSwap(const std::string& path, const LinkTo& link) : FileSwap(path) {
-  if (::symlink(link.target.c_str(), aside_.c_str()) != 0) {
-    throw FileError(path_, "symlink");
+  if (sys::SymLink(link.target.c_str(), AT_FDCWD, aside_.c_str()) != 0) {
+    sys::Fail("symlink", path_);
   }
   stamp_ = StampOf(aside_);
 }
@@ -111,10 +105,7 @@ FileSwap::~FileSwap() {
 }
 
 void FileSwap::Publish() {
-  struct stat there = {};
-  if (::lstat(path_.c_str(), &there) == 0 && S_ISDIR(there.st_mode)) {
-    throw FileError(path_, "rename", EISDIR);
-  }
+  RefuseDirectory();
   PutInPlace();
   published_ = true;
   try {
@@ -130,10 +121,8 @@ void FileSwap::Restore() {
     Discard();
     throw mgr_err::Error("file", path_, "not undone: changed since");
   }
-  const int result =
-      aside_.empty() ? ::unlink(path_.c_str()) : ::rename(aside_.c_str(), path_.c_str());
-  if (result != 0) {
-    throw FileError(path_, aside_.empty() ? "unlink" : "rename of " + aside_);
+  if (aside_.empty() ? Unlink(path_) != 0 : Rename(aside_, path_, 0) != 0) {
+    sys::Fail("undo", path_, WhereOldIs());
   }
   aside_.clear();
   SyncDirectory(directory_);
@@ -143,19 +132,36 @@ void FileSwap::Discard() noexcept { RemoveAside(); }
 
 FileSwap::Stamp FileSwap::StampOf(const std::string& path) const {
   struct stat state = {};
-  if (::lstat(path.c_str(), &state) == 0) {
+  if (sys::Stat(AT_FDCWD, path.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0) {
     return {state.st_dev, state.st_ino, state.st_size, state.st_mtim};
   }
   if (errno != ENOENT) {
-    throw FileError(path_, "stat");
+    sys::Fail("stat", path_, WhereOldIs());
   }
   return {};
 }
 
+std::string FileSwap::WhereOldIs() const {
+  return published_ && !aside_.empty() ? "the old one is " + aside_ : "";
+}
+
 void FileSwap::RemoveAside() noexcept {
   if (!aside_.empty()) {
-    ::unlink(aside_.c_str());
+    Unlink(aside_);
     aside_.clear();
+  }
+}
+
+// An exchange would take a directory's place as well.
+void FileSwap::RefuseDirectory() const {
+  struct stat there = {};
+  if (sys::Stat(AT_FDCWD, path_.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno != ENOENT) {
+      sys::Fail("stat", path_);
+    }
+  } else if (S_ISDIR(there.st_mode)) {
+    errno = EISDIR;
+    sys::Fail("rename", path_);
   }
 }
 
@@ -170,7 +176,7 @@ void FileSwap::PutInPlace() {
 }
 
 bool FileSwap::ExchangeWithOld() {
-  if (Rename2(aside_, path_, RENAME_EXCHANGE) == 0) {
+  if (Rename(aside_, path_, RENAME_EXCHANGE) == 0) {
     return true;
   }
   if (Unsupported(errno)) {
@@ -178,13 +184,13 @@ bool FileSwap::ExchangeWithOld() {
     return true;
   }
   if (errno != ENOENT) {
-    throw FileError(path_, "rename");
+    sys::Fail("rename", path_);
   }
   return false;
 }
 
 bool FileSwap::PlaceIfNone() {
-  if (Rename2(aside_, path_, RENAME_NOREPLACE) == 0) {
+  if (Rename(aside_, path_, RENAME_NOREPLACE) == 0) {
     aside_.clear();
     return true;
   }
@@ -193,25 +199,26 @@ bool FileSwap::PlaceIfNone() {
     return true;
   }
   if (errno != EEXIST) {
-    throw FileError(path_, "rename");
+    sys::Fail("rename", path_);
   }
   return false;
 }
 
 void FileSwap::ReplaceByRename() {
   std::string old = RandomName(directory_);
-  if (::link(path_.c_str(), old.c_str()) != 0) {
+  if (sys::Link(AT_FDCWD, path_.c_str(), old.c_str()) != 0) {
     if (errno != ENOENT) {
-      throw FileError(path_, "link");
+      sys::Fail("link", path_);
     }
     old.clear();
   }
-  if (::rename(aside_.c_str(), path_.c_str()) != 0) {
+  if (Rename(aside_, path_, 0) != 0) {
     const int error = errno;
     if (!old.empty()) {
-      ::unlink(old.c_str());
+      Unlink(old);
     }
-    throw FileError(path_, "rename", error);
+    errno = error;
+    sys::Fail("rename", path_);
   }
   aside_ = std::move(old);
 }

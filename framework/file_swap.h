@@ -61,7 +61,9 @@ class BRISQ_API FileSwap {
 
   explicit FileSwap(const std::string& path);
   Stamp StampOf(const std::string& path) const;
+  std::string WhereOldIs() const;
   void RemoveAside() noexcept;
+  void RefuseDirectory() const;
   void PutInPlace();
   bool ExchangeWithOld();
   bool PlaceIfNone();

@@ -139,6 +139,22 @@ int Unlink(int directory, const char* path) {
   return Retry("unlink", [&] { return ::unlinkat(directory, path, 0); });
 }
 
+int MkDir(int directory, const char* path, mode_t mode) {
+  return Retry("mkdir", [&] { return ::mkdirat(directory, path, mode); });
+}
+
+int RmDir(int directory, const char* path) {
+  return Retry("rmdir", [&] { return ::unlinkat(directory, path, AT_REMOVEDIR); });
+}
+
+int Link(int directory, const char* from, const char* to) {
+  return Retry("link", [&] { return ::linkat(directory, from, directory, to, 0); });
+}
+
+int SymLink(const char* target, int directory, const char* path) {
+  return Retry("symlink", [&] { return ::symlinkat(target, directory, path); });
+}
+
 int FLock(int fd, int operation) {
   return Retry("flock", [&] { return ::flock(fd, operation); });
 }

@@ -10,8 +10,8 @@
 
 #include "brisq_export.h"
 
-/// The system calls by which configuration files are read and replaced, behind one seam, so that
-/// each of them can be made to fail.
+/// The system calls by which files and users' directories are made and replaced, behind one seam,
+/// so that each of them can be made to fail.
 ///
 /// Every call behaves as the system call of the same name, except that one which a signal has
 /// interrupted is made again. Without a hook the seam costs one load of an atomic.
@@ -49,6 +49,11 @@ BRISQ_API int FSync(int fd);
 /// renameat2(2) within one directory.
 BRISQ_API int Rename(int directory, const char* from, const char* to, unsigned int flags);
 BRISQ_API int Unlink(int directory, const char* path);
+BRISQ_API int MkDir(int directory, const char* path, mode_t mode);
+BRISQ_API int RmDir(int directory, const char* path);
+/// linkat(2) within one directory; a symbolic link gets a second name itself.
+BRISQ_API int Link(int directory, const char* from, const char* to);
+BRISQ_API int SymLink(const char* target, int directory, const char* path);
 BRISQ_API int FLock(int fd, int operation);
 /// fcntl(2) with an integer argument.
 BRISQ_API int FCntl(int fd, int command, int argument);

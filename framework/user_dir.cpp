@@ -12,9 +12,9 @@
 #include <string_view>
 #include <utility>
 
-#include "framework/file_error.h"
-
-using mgr_file::FileError;
+#include "framework/file_steps.h"
+#include "framework/sys.h"
+#include "mgr_err.h"
 
 namespace mgr_file::safe {
 
@@ -29,7 +29,7 @@ namespace user_dir {
 
 namespace {
 
-constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 mgr_err::Error NotSafe(const std::string& path, const std::string& reason) {
   return mgr_err::Error("file", path, "not safe: " + reason);
@@ -83,26 +83,28 @@ const char* KindOf(mode_t mode) {
 
 struct stat StateOf(int fd, const std::string& path) {
   struct stat state = {};
-  if (::fstat(fd, &state) != 0) {
-    throw FileError(path, "stat");
+  if (sys::FStat(fd, &state) != 0) {
+    sys::Fail("stat", path);
   }
   return state;
 }
 
-// Why `name` could not be opened as a directory.
-mgr_err::Error Refusal(int parent, const std::string& name, const std::string& path, int error) {
+// Tells why `name` could not be opened as a directory.
+[[noreturn]] void Refuse(int parent, const std::string& name, const std::string& path) {
+  const int error = errno;
   struct stat state = {};
-  if (::fstatat(parent, name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0 &&
+  if (sys::Stat(parent, name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0 &&
       !S_ISDIR(state.st_mode)) {
-    return NotSafe(path, std::string("is ") + KindOf(state.st_mode));
+    throw NotSafe(path, std::string("is ") + KindOf(state.st_mode));
   }
-  return FileError(path, "open", error);
+  errno = error;
+  sys::Fail("open", path);
 }
 
 Descriptor OpenEntry(int parent, const std::string& name, const std::string& path) {
-  Descriptor fd(::openat(parent, name.c_str(), kDirectory));
+  Descriptor fd(sys::Open(parent, name.c_str(), kDirectory));
   if (!fd) {
-    throw Refusal(parent, name, path, errno);
+    Refuse(parent, name, path);
   }
   return fd;
 }
@@ -130,11 +132,11 @@ Descriptor OpenOwned(int parent, const std::string& name, const std::string& pat
 }
 
 bool IsEmpty(int fd, const std::string& path) {
-  const int own = ::openat(fd, ".", kDirectory);
+  const int own = sys::Open(fd, ".", kDirectory);
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(own < 0 ? nullptr : ::fdopendir(own),
                                                    &::closedir);
   if (!stream) {
-    throw FileError(path, "open");
+    sys::Fail("open", path);
   }
   while (const dirent* entry = ::readdir(stream.get())) {
     const std::string_view name = entry->d_name;
@@ -145,28 +147,11 @@ bool IsEmpty(int fd, const std::string& path) {
   return true;
 }
 
-void Sync(int fd, const std::string& path) {
-  // A file system that can't sync directories says EINVAL and has nothing to sync.
-  if (::fsync(fd) != 0 && errno != EINVAL) {
-    throw FileError(path, "fsync");
-  }
-}
-
 // The user may have put another directory in the place of the new one. An empty one of our own does
 // nobody harm when it becomes the user's, who could remove it and make another.
 void CheckIsNew(int fd, const std::string& path) {
   if (StateOf(fd, path).st_uid != ::geteuid() || !IsEmpty(fd, path)) {
     throw NotSafe(path, "was swapped while it was made");
-  }
-}
-
-void SetAttrs(int fd, const std::string& path, const mgr_file::Attrs& attrs) {
-  // Owner before mode: chown(2) may clear bits that chmod(2) has set.
-  if (::fchown(fd, attrs.uid, attrs.gid) != 0) {
-    throw FileError(path, "chown");
-  }
-  if (::fchmod(fd, attrs.mode) != 0) {
-    throw FileError(path, "chmod");
   }
 }
 
@@ -179,9 +164,9 @@ Fresh Finish(int parent, const std::string& name, const std::string& path,
              const mgr_file::Attrs& attrs) {
   Descriptor fd = OpenEntry(parent, name, path);
   CheckIsNew(fd.get(), path);
-  SetAttrs(fd.get(), path, attrs);
-  Sync(fd.get(), path);
-  Sync(parent, path);
+  file_steps::SetAttrs(fd.get(), attrs, path);
+  file_steps::SyncDirectory(fd.get(), path);
+  file_steps::SyncDirectory(parent, path);
   const struct stat state = StateOf(fd.get(), path);
   return {std::move(fd), {path, state.st_dev, state.st_ino}};
 }
@@ -190,17 +175,17 @@ Fresh Finish(int parent, const std::string& name, const std::string& path,
 std::optional<Fresh> TryMake(int parent, const std::string& name, const std::string& path,
                              const mgr_file::Attrs& attrs) {
   // Closed to everybody until owner and mode are set.
-  if (::mkdirat(parent, name.c_str(), 0700) != 0) {
+  if (sys::MkDir(parent, name.c_str(), 0700) != 0) {
     if (errno == EEXIST) {
       return std::nullopt;
     }
-    throw FileError(path, "mkdir");
+    sys::Fail("mkdir", path);
   }
   try {
     return Finish(parent, name, path, attrs);
   } catch (...) {
     // At worst an empty directory that the user has put there.
-    ::unlinkat(parent, name.c_str(), AT_REMOVEDIR);
+    sys::RmDir(parent, name.c_str());
     throw;
   }
 }
@@ -289,7 +274,7 @@ Made MakeOne(const mgr_file::safe::Folder& parent, const std::string& name,
   std::optional<Fresh> fresh = TryMake(at.get(), name, path, attrs);
   if (!fresh) {
     struct stat state = {};
-    const bool seen = ::fstatat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool seen = sys::Stat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
     throw mgr_err::Error(
         "file", path,
         std::string("exists already") + (seen ? std::string(" as ") + KindOf(state.st_mode) : ""));
@@ -302,14 +287,14 @@ void Remove(const mgr_file::safe::Folder& folder, const Made& made) {
   const Descriptor parent =
       Open({folder.root(), directory.empty() ? "/" : directory, folder.uid(), folder.gid()});
   struct stat state = {};
-  if (::fstatat(parent.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 ||
+  if (sys::Stat(parent.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 ||
       state.st_dev != made.device || state.st_ino != made.inode) {
     return;
   }
-  if (::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) == 0) {
-    Sync(parent.get(), directory);
+  if (sys::RmDir(parent.get(), name.c_str()) == 0) {
+    file_steps::SyncDirectory(parent.get(), directory);
   } else if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT) {
-    throw FileError(made.path, "rmdir");
+    sys::Fail("rmdir", made.path);
   }
 }
 

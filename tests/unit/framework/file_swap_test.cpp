@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "mgr_err.h"
+#include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -43,6 +44,11 @@ class FileSwapTest : public testing::Test {
     }
     std::sort(names.begin(), names.end());
     return names;
+  }
+  void RemoveAll() const {
+    for (const std::string& name : Names()) {
+      fs::remove(directory / name);
+    }
   }
   struct stat State() const {
     struct stat state = {};
@@ -284,6 +290,128 @@ TEST_F(FileSwapTest, APathWithoutDirectoryLiesInTheWorkingDirectory) {
   }
   fs::current_path(before);
   EXPECT_EQ("new", directory.Read("plain"));
+}
+
+// One change from its preparation to its end, as a job makes it.
+void Replace(const std::string& path, const Attrs& attrs) {
+  FileSwap swap(path, "new", attrs);
+  swap.Publish();
+  swap.Discard();
+}
+
+TEST_F(FileSwapTest, AnErrorAtAnyCallLeavesTheOldFileAndNothingElse) {
+  for (const Occupant& occupant : kOccupants) {
+    occupant.set(path);
+    Snapshot before = SnapshotOf(path);
+    const auto names_before = Names();
+    std::size_t number = 1;
+    for (bool finished = false; !finished; ++number) {
+      SCOPED_TRACE(std::string(occupant.name) + ", call " + std::to_string(number));
+      support::SysFault fault;
+      fault.FailNumber(number, EIO, false);
+      const std::string error = ErrorOf([&] { Replace(path, attrs); });
+      finished = !fault.Failed();
+      if (error != "nothing was thrown") {
+        EXPECT_THAT(error, StartsWith("file: " + directory.path()));
+        EXPECT_THAT(error, testing::HasSubstr("Input/output error"));
+        EXPECT_EQ(before, SnapshotOf(path));
+        EXPECT_EQ(names_before, Names());
+      } else {
+        EXPECT_EQ("new", directory.Read("example.org.conf"));
+        RemoveAll();
+        occupant.set(path);
+        before = SnapshotOf(path);
+      }
+    }
+    EXPECT_GT(number, 9U) << "too few calls have failed";
+    RemoveAll();
+  }
+}
+
+// An error at each call of the way back: the error tells where the old file is, if not in its
+// place.
+TEST_F(FileSwapTest, AnErrorOnTheWayBackLosesNothing) {
+  std::size_t number = 1;
+  for (bool finished = false; !finished; ++number) {
+    SCOPED_TRACE(number);
+    directory.Write("example.org.conf", "old");
+    FileSwap swap(path, "new", attrs);
+    swap.Publish();
+    support::SysFault fault;
+    fault.FailNumber(number, EIO, true);
+    const std::string error = ErrorOf([&] { swap.Restore(); });
+    finished = error == "nothing was thrown";
+    if (directory.Read("example.org.conf") != "old") {
+      const auto names = Names();
+      ASSERT_EQ(2U, names.size());
+      EXPECT_EQ("old", directory.Read(names[0]));
+      EXPECT_THAT(error, testing::HasSubstr("the old one is " + directory / names[0]));
+      fs::remove(directory / names[0]);
+    }
+  }
+  EXPECT_EQ(6U, number) << "stat, rename, open and fsync have failed, then nothing";
+}
+
+// File systems without the flags of renameat2.
+TEST_F(FileSwapTest, AFileSystemThatCantExchangeIsServedByLinkAndRename) {
+  for (const Occupant& occupant : kOccupants) {
+    SCOPED_TRACE(occupant.name);
+    occupant.set(path);
+    const Snapshot before = SnapshotOf(path);
+    const auto names_before = Names();
+    FileSwap swap(path, "new", attrs);
+    {
+      support::SysFault fault;
+      // The call after the one that looks what is there.
+      fault.FailNumber(2, EINVAL, false);
+      swap.Publish();
+      EXPECT_TRUE(fault.Failed());
+    }
+    EXPECT_EQ("new", directory.Read("example.org.conf"));
+    swap.Restore();
+    EXPECT_EQ(before, SnapshotOf(path));
+    EXPECT_EQ(names_before, Names());
+    ::unlink(path.c_str());
+  }
+}
+
+TEST_F(FileSwapTest, ARenameThatFailsThereLeavesNothing) {
+  directory.Write("example.org.conf", "old");
+  {
+    FileSwap swap(path, "new", attrs);
+    support::SysFault fault;
+    fault.FailCall("rename", EINVAL);
+    EXPECT_EQ("file: " + path + ": rename: Invalid argument", ErrorOf([&] { swap.Publish(); }));
+  }
+  EXPECT_EQ("old", directory.Read("example.org.conf"));
+  EXPECT_THAT(Names(), ElementsAre("example.org.conf"));
+}
+
+TEST_F(FileSwapTest, WhatIsPutInPlaceIsDurableBeforeAndAfter) {
+  std::vector<std::string> calls;
+  support::SysFault fault;
+  fault.OnCall([&calls](std::string_view call, std::size_t) {
+    if (call == "write" || call == "fsync" || call == "rename") {
+      calls.emplace_back(call);
+    }
+  });
+  FileSwap swap(path, "new", attrs);
+  swap.Publish();
+  EXPECT_THAT(calls, ElementsAre("write", "fsync", "rename", "rename", "fsync"));
+  calls.clear();
+  directory.Write("example.org.conf", "old");
+  FileSwap second(path, "newer", attrs);
+  second.Publish();
+  second.Restore();
+  EXPECT_THAT(calls, ElementsAre("write", "fsync", "rename", "fsync", "rename", "fsync"));
+}
+
+TEST_F(FileSwapTest, ShortWritesAreContinued) {
+  support::SysFault fault;
+  fault.CutWrites(3);
+  FileSwap swap(path, "0123456789", attrs);
+  swap.Publish();
+  EXPECT_EQ("0123456789", directory.Read("example.org.conf"));
 }
 
 }  // namespace
