@@ -9,14 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 
-#include "mgr_err.h"
-#include "tests/support/racer.h"
 #include "tests/support/sys_fault.h"
-#include "tests/support/temp_dir.h"
+#include "tests/unit/framework/user_dir_fixture.h"
 
 namespace {
 
@@ -25,10 +22,7 @@ using mgr_file::Attrs;
 using mgr_file::safe::Folder;
 using testing::HasSubstr;
 using testing::SizeIs;
-
-constexpr uid_t kUser = 54321;
-constexpr uid_t kOther = 54322;
-const Attrs kAttrs(0700, kUser, kUser);
+using namespace user_dir_test;
 
 class TestOwner : public mgr_file::safe::Owner {
  public:
@@ -40,23 +34,6 @@ class TestOwner : public mgr_file::safe::Owner {
  private:
   std::string home_;
 };
-
-std::string ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const mgr_err::Error& error) {
-    return error.what();
-  }
-  return "nothing was thrown";
-}
-
-struct stat StateOf(const std::string& path) {
-  struct stat state = {};
-  EXPECT_EQ(0, ::lstat(path.c_str(), &state)) << path;
-  return state;
-}
-
-mode_t ModeOf(const std::string& path) { return StateOf(path).st_mode & 07777U; }
 
 bool IsThere(const std::string& path) {
   return fs::symlink_status(path).type() != fs::file_type::not_found;
@@ -76,45 +53,7 @@ class Umask {
   mode_t old_;
 };
 
-// Each directory is synced: on a file system in memory thousands of them are quick.
-class TemporaryFilesInMemory {
- public:
-  TemporaryFilesInMemory() {
-    if (fs::is_directory("/dev/shm")) {
-      ::setenv("TMPDIR", "/dev/shm", 1);
-    }
-  }
-  ~TemporaryFilesInMemory() { ::unsetenv("TMPDIR"); }
-};
-
-// A home of kUser beside a folder of the system that nobody may get at through the home.
-class UserDirTest : public testing::Test {
- protected:
-  void SetUp() override {
-    if (::geteuid() != 0) {
-      GTEST_SKIP() << "gives files to other users: needs root";
-    }
-    ::chmod(tree.path().c_str(), 0755);
-    home = MakeOwned("home");
-    outside = tree.MakeFolder("outside");
-    ::chmod(outside.c_str(), 0777);
-  }
-
-  std::string MakeOwned(const std::string& name, uid_t uid = kUser) const {
-    const std::string path = tree.MakeFolder(name);
-    EXPECT_EQ(0, ::chown(path.c_str(), uid, uid));
-    return path;
-  }
-  Folder At(const std::string& path) const { return {home, home + path, kUser, kUser}; }
-  std::string MakeError(const std::string& path) const {
-    return ErrorOf([&] { user_dir::MakePath(At(path), kAttrs); });
-  }
-
-  const TemporaryFilesInMemory in_memory;
-  support::TempDir tree;
-  std::string home;
-  std::string outside;
-};
+mode_t ModeOf(const std::string& path) { return StateOf(path).st_mode & 07777U; }
 
 TEST(UserDirPath, IsBroughtIntoItsNormalForm) {
   struct Case {
@@ -262,22 +201,12 @@ struct Trap {
   const char* reason;
 };
 
-void MakeLink(const std::string& target, const std::string& path) {
-  ASSERT_EQ(0, ::symlink(target.c_str(), path.c_str()));
-  ASSERT_EQ(0, ::lchown(path.c_str(), kUser, kUser));
-}
-
 void MakeSocket(const std::string& path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   const Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   ASSERT_EQ(0, ::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
-}
-
-void MakeForeign(const std::string& path, uid_t uid) {
-  ASSERT_EQ(0, ::mkdir(path.c_str(), 0777));
-  ASSERT_EQ(0, ::chown(path.c_str(), uid, uid));
 }
 
 const Trap kTraps[] = {
@@ -508,125 +437,6 @@ TEST_F(UserDirTest, ADirectoryAndItsNameAreDurable) {
   const user_dir::Made made = user_dir::MakeOne(At(""), "cur", kAttrs);
   user_dir::Remove(At(""), made);
   EXPECT_THAT(calls, testing::ElementsAre("mkdir", "fchmod", "fsync", "fsync", "rmdir", "fsync"));
-}
-
-constexpr int kTries = 20000;
-// Of the controls, which end when they have been hit this often.
-constexpr int kEnoughHits = 100;
-constexpr int kControlTries = 10 * kTries;
-
-struct RaceResult {
-  int tries = 0;
-  int made = 0;
-  int hits = 0;
-};
-
-void Exchange(int directory, const char* one, const char* other) {
-  ::renameat2(directory, one, directory, other, RENAME_EXCHANGE);
-}
-
-// What somebody would write who does not think of users who swap entries.
-void MakeNaively(const std::string& path) {
-  if (::mkdir(path.c_str(), 0700) != 0 || !fs::is_directory(fs::symlink_status(path)) ||
-      ::chmod(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
-    throw mgr_err::Error("file", path);
-  }
-}
-
-class UserDirRaceTest : public UserDirTest {
- protected:
-  void SetUp() override {
-    UserDirTest::SetUp();
-    if (!IsSkipped()) {
-      box = MakeOwned("home/mail/box");
-      ASSERT_EQ(0, ::chown((home + "/mail").c_str(), kUser, kUser));
-    }
-  }
-
-  // The user swaps the parent for a link that leads outside. A hit is an entry outside.
-  RaceResult RaceForTheParent(int tries, const std::function<void(const std::string& path)>& make) {
-    MakeLink(outside, home + "/mail/trap");
-    const Descriptor mail(::open((home + "/mail").c_str(), O_PATH | O_CLOEXEC));
-    const support::Racer racer(kUser, [&] { Exchange(mail.get(), "box", "trap"); });
-    return Race(tries, box + "/new", make,
-                [&] { return ::rmdir((outside + "/new").c_str()) == 0; });
-  }
-
-  // The user swaps the new directory itself, for a link that leads outside and for one of the
-  // administrator's that stands in the user's reach. A hit is another owner of either.
-  RaceResult RaceForTheDirectory(int tries,
-                                 const std::function<void(const std::string& path)>& make) {
-    MakeLink(outside, box + "/trap");
-    const std::string backup = box + "/backup";
-    MakeForeign(backup, 0);
-    ::close(::creat((backup + "/secret").c_str(), 0600));
-    const Descriptor watched(::open(backup.c_str(), O_PATH | O_CLOEXEC));
-    const Descriptor in(::open(box.c_str(), O_PATH | O_CLOEXEC));
-    const support::Racer racer(kUser, [&] {
-      for (const char* other : {"trap", "backup"}) {
-        Exchange(in.get(), "new", other);
-        ::renameat2(in.get(), "new", in.get(), other, RENAME_NOREPLACE);
-      }
-    });
-    return Race(tries, box + "/new", make, [&] {
-      struct stat state = {};
-      ::fstat(watched.get(), &state);
-      const bool hit = state.st_uid != 0 || StateOf(outside).st_uid != 0;
-      ::fchownat(watched.get(), "", 0, 0, AT_EMPTY_PATH);
-      ::chown(outside.c_str(), 0, 0);
-      return hit;
-    });
-  }
-
-  static RaceResult Race(int tries, const std::string& path,
-                         const std::function<void(const std::string& path)>& make,
-                         const std::function<bool()>& look_for_hit) {
-    RaceResult result;
-    while (result.tries < tries && result.hits < kEnoughHits) {
-      ++result.tries;
-      try {
-        make(path);
-        ++result.made;
-      } catch (const mgr_err::Error&) {
-      }
-      result.hits += look_for_hit() ? 1 : 0;
-      // Wherever it is by now: what is no empty directory stays.
-      for (const char* name : {"new", "trap", "backup", "../trap/new"}) {
-        ::rmdir((path.substr(0, path.rfind('/') + 1) + name).c_str());
-      }
-    }
-    return result;
-  }
-
-  std::string box;
-};
-
-TEST_F(UserDirRaceTest, ASwappedParentNeverLeadsOutside) {
-  const RaceResult result = RaceForTheParent(
-      kTries, [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
-  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
-  EXPECT_EQ(0, result.hits);
-  EXPECT_GT(result.made, 0);
-}
-
-TEST_F(UserDirRaceTest, ASwappedParentLeadsNaiveCodeOutside) {
-  const RaceResult result = RaceForTheParent(kControlTries, &MakeNaively);
-  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
-  EXPECT_EQ(kEnoughHits, result.hits);
-}
-
-TEST_F(UserDirRaceTest, ASwappedDirectoryNeverGivesAwayAnother) {
-  const RaceResult result = RaceForTheDirectory(
-      kTries, [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
-  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
-  EXPECT_EQ(0, result.hits);
-  EXPECT_GT(result.made, 0);
-}
-
-TEST_F(UserDirRaceTest, ASwappedDirectoryMakesNaiveCodeGiveAwayAnother) {
-  const RaceResult result = RaceForTheDirectory(kControlTries, &MakeNaively);
-  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
-  EXPECT_EQ(kEnoughHits, result.hits);
 }
 
 }  // namespace

@@ -1,0 +1,138 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+
+#include "framework/user_dir.h"
+#include "tests/support/racer.h"
+#include "tests/unit/framework/user_dir_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace user_dir_test;
+
+constexpr int kTries = 20000;
+// Of the controls, which end when they have been hit this often.
+constexpr int kEnoughHits = 100;
+constexpr int kControlTries = 10 * kTries;
+
+struct RaceResult {
+  int tries = 0;
+  int made = 0;
+  int hits = 0;
+};
+
+void Exchange(int directory, const char* one, const char* other) {
+  ::renameat2(directory, one, directory, other, RENAME_EXCHANGE);
+}
+
+// What somebody would write who does not think of users who swap entries.
+void MakeNaively(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0 || !fs::is_directory(fs::symlink_status(path)) ||
+      ::chmod(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
+    throw mgr_err::Error("file", path);
+  }
+}
+
+class UserDirRaceTest : public UserDirTest {
+ protected:
+  void SetUp() override {
+    UserDirTest::SetUp();
+    if (!IsSkipped()) {
+      box = MakeOwned("home/mail/box");
+      ASSERT_EQ(0, ::chown((home + "/mail").c_str(), kUser, kUser));
+    }
+  }
+
+  // The user swaps the parent for a link that leads outside. A hit is an entry outside.
+  RaceResult RaceForTheParent(int tries, const std::function<void(const std::string& path)>& make) {
+    MakeLink(outside, home + "/mail/trap");
+    const Descriptor mail(::open((home + "/mail").c_str(), O_PATH | O_CLOEXEC));
+    const support::Racer racer(kUser, [&] { Exchange(mail.get(), "box", "trap"); });
+    return Race(tries, box + "/new", make,
+                [&] { return ::rmdir((outside + "/new").c_str()) == 0; });
+  }
+
+  // The user swaps the new directory itself, for a link that leads outside and for one of the
+  // administrator's that stands in the user's reach. A hit is another owner of either.
+  RaceResult RaceForTheDirectory(int tries,
+                                 const std::function<void(const std::string& path)>& make) {
+    MakeLink(outside, box + "/trap");
+    const std::string backup = box + "/backup";
+    MakeForeign(backup, 0);
+    ::close(::creat((backup + "/secret").c_str(), 0600));
+    const Descriptor watched(::open(backup.c_str(), O_PATH | O_CLOEXEC));
+    const Descriptor in(::open(box.c_str(), O_PATH | O_CLOEXEC));
+    const support::Racer racer(kUser, [&] {
+      for (const char* other : {"trap", "backup"}) {
+        Exchange(in.get(), "new", other);
+        ::renameat2(in.get(), "new", in.get(), other, RENAME_NOREPLACE);
+      }
+    });
+    return Race(tries, box + "/new", make, [&] {
+      struct stat state = {};
+      ::fstat(watched.get(), &state);
+      const bool hit = state.st_uid != 0 || StateOf(outside).st_uid != 0;
+      ::fchownat(watched.get(), "", 0, 0, AT_EMPTY_PATH);
+      ::chown(outside.c_str(), 0, 0);
+      return hit;
+    });
+  }
+
+  static RaceResult Race(int tries, const std::string& path,
+                         const std::function<void(const std::string& path)>& make,
+                         const std::function<bool()>& look_for_hit) {
+    RaceResult result;
+    while (result.tries < tries && result.hits < kEnoughHits) {
+      ++result.tries;
+      try {
+        make(path);
+        ++result.made;
+      } catch (const mgr_err::Error&) {
+      }
+      result.hits += look_for_hit() ? 1 : 0;
+      // Wherever it is by now: what is no empty directory stays.
+      for (const char* name : {"new", "trap", "backup", "../trap/new"}) {
+        ::rmdir((path.substr(0, path.rfind('/') + 1) + name).c_str());
+      }
+    }
+    return result;
+  }
+
+  std::string box;
+};
+
+TEST_F(UserDirRaceTest, ASwappedParentNeverLeadsOutside) {
+  const RaceResult result = RaceForTheParent(
+      kTries, [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
+  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
+  EXPECT_EQ(0, result.hits);
+  EXPECT_GT(result.made, 0);
+}
+
+TEST_F(UserDirRaceTest, ASwappedParentLeadsNaiveCodeOutside) {
+  const RaceResult result = RaceForTheParent(kControlTries, &MakeNaively);
+  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
+  EXPECT_EQ(kEnoughHits, result.hits);
+}
+
+TEST_F(UserDirRaceTest, ASwappedDirectoryNeverGivesAwayAnother) {
+  const RaceResult result = RaceForTheDirectory(
+      kTries, [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
+  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
+  EXPECT_EQ(0, result.hits);
+  EXPECT_GT(result.made, 0);
+}
+
+TEST_F(UserDirRaceTest, ASwappedDirectoryMakesNaiveCodeGiveAwayAnother) {
+  const RaceResult result = RaceForTheDirectory(kControlTries, &MakeNaively);
+  std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
+  EXPECT_EQ(kEnoughHits, result.hits);
+}
+
+}  // namespace
