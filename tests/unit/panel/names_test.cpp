@@ -165,9 +165,9 @@ TEST(Names, SpecialBytesAreRefusedInWordsOfTheirOwn) {
       {"password", [](const std::string& t) { brisq_panel::CheckPassword(t, ""); }},
   };
   for (const Refusal& refusal : refusals) {
-    for (const auto& [object, check] : checks) {
-      SCOPED_TRACE(object + ", " + refusal.name);
-      EXPECT_EQ(object + ": " + refusal.rule, RuleOf([&] { check(refusal.text); }));
+    for (const auto& check : checks) {
+      SCOPED_TRACE(check.first + ", " + refusal.name);
+      EXPECT_EQ(check.first + ": " + refusal.rule, RuleOf([&] { check.second(refusal.text); }));
     }
   }
 }
