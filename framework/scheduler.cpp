@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "brisq_api.h"
+#include "framework/due.h"
 #include "framework/number.h"
 #include "mgr_cf.h"
 #include "mgr_log.h"
@@ -43,6 +44,7 @@ void RunAction(const Entry& entry) {
   }
   try {
     brisq_api::InternalCall(entry.action, entry.params);
+    due::RunQueuedCommands();
   } catch (const std::exception& error) {
     LogFailure(entry, error.what());
   } catch (...) {

@@ -42,7 +42,8 @@ class BRISQ_API Scheduler {
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
 
-  /// Returns when it is to stop, after the action that goes on. What an action throws is logged.
+  /// Returns when it is to stop, after the action that goes on and the commands that it queued by
+  /// brisq_api::ExecuteLater. What an action throws is logged.
   void Run();
 
  private:

@@ -17,6 +17,7 @@
 #include "mgr_err.h"
 #include "periodic.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -138,6 +139,17 @@ TEST_F(SchedulerTest, ActionThatThrowsIsLoggedAndRunsAgain) {
   mgr_cf::SetParam("Period", "1");
   periodic::RegisterAction("t.check", "", "Period");
   EXPECT_EQ((Minutes{1, 2, 3, 4}), Pass(seconds(270)));
+}
+
+TEST_F(SchedulerTest, CommandsThatAnActionQueuesRunBehindIt) {
+  const support::TempDir directory;
+  const TestAction action("t.check", [&](brisq_api::Session&) {
+    brisq_api::ExecuteLater("echo ran >> " + (directory / "ran"));
+  });
+  mgr_cf::SetParam("Period", "1");
+  periodic::RegisterAction("t.check", "", "Period");
+  Pass(seconds(130));
+  EXPECT_EQ("ran\nran\n", directory.Read("ran"));
 }
 
 TEST_F(SchedulerTest, ActionThatIsMissingIsLoggedAndFoundLater) {
