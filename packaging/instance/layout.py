@@ -186,22 +186,27 @@ class Layout:
         return recorded
 
     def _render_all(self, scheme, auth, reload_delay):
+        values = self._values()
+        values.update(SCHEME=scheme, EMAILAUTH=auth, RELOADDELAY=reload_delay)
+        self._render("../brisq.toml", self.config, 0o644, values)
+        self._render("../dovecot/90-brisq.conf", self._path("dovecot/90-brisq.conf"), 0o644, values)
+        self._render("dovecot.conf", self.dovecot_conf, 0o644, values)
+        self._render("doveadm", self.doveadm, 0o755, values)
+        self._render("dovecot-control", self.control, 0o755, values)
+
+    def _values(self):
         values = {
             "INSTANCE": self.folder,
             "RUN": self._path("run"),
             "NAME": re.sub(r"[^a-z0-9]+", "-", self.folder.lower()).strip("-"),
-            "USERS": self.users, "CERTCONF": self.snippets,
-            "SCHEME": scheme, "EMAILAUTH": auth, "RELOADDELAY": reload_delay,
+            "DATABASE": "state/panel.db", "STATE": "state", "LOG": "log",
+            "USERS": self.users, "CERTCONF": self.snippets, "SSLCERTS": self._path("dovecot/certs"),
+            "WRAPPER": self.doveadm, "RESTART": self.control + " restart",
+            "CONFIGTEST": f"{_program('doveconf')} -c {self.dovecot_conf} -nx",
+            "DOVECOT": _program("dovecot"), "DOVEADM": _program("doveadm"),
         }
-        for program in ("dovecot", "doveadm", "doveconf"):
-            values[program.upper()] = _program(program)
-        for name, port in self.ports.items():
-            values[name.upper()] = str(port)
-        self._render("brisq.toml", self.config, 0o644, values)
-        self._render("dovecot.conf", self.dovecot_conf, 0o644, values)
-        self._render("../dovecot/90-brisq.conf", self._path("dovecot/90-brisq.conf"), 0o644, values)
-        self._render("doveadm", self.doveadm, 0o755, values)
-        self._render("dovecot-control", self.control, 0o755, values)
+        values.update((name.upper(), str(port)) for name, port in self.ports.items())
+        return values
 
     @staticmethod
     def _render(template, target, mode, values):
