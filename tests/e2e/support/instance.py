@@ -1,5 +1,6 @@
 """A throw-away instance: brisq and a private Dovecot in a temporary folder."""
 
+import contextlib
 import json
 import os
 import re
@@ -7,6 +8,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.dirname(
@@ -17,6 +19,9 @@ import layout  # pylint: disable=wrong-import-position
 
 # A uid and gid that no account has; mail processes take them, nobody logs in with them.
 OWNER_ID = 5000
+
+# Dovecot looks at a changed passwd-file once a second; a reload takes longer on a busy machine.
+EFFECT_LIMIT = 5  # seconds
 
 # Failed logins answer at once, where the shipped server makes an attacker wait.
 QUICK_FAILURES = """auth_failure_delay = 0
@@ -100,6 +105,28 @@ class Instance:
             raise AssertionError(f"doveadm {' '.join(words)}: exit code {done.returncode}\n"
                                  f"{done.stderr}")
         return done.stdout
+
+    @contextlib.contextmanager
+    def doveadm_stand_in(self, pw_body):
+        """While it lasts, the shell commands `pw_body` stand for `doveadm pw` and `doveadm
+        reload` does nothing; all else is the real tool."""
+        real = self.layout.doveadm + ".real"
+        os.rename(self.layout.doveadm, real)
+        with open(self.layout.doveadm, "w", encoding="utf-8") as file:
+            os.fchmod(file.fileno(), 0o755)
+            file.write(f'#!/bin/sh\ncase "$1" in\n  reload) exit 0 ;;\n'
+                       f"  pw) {pw_body} ;;\nesac\nexec {real} \"$@\"\n")
+        try:
+            yield
+        finally:
+            os.replace(real, self.layout.doveadm)
+
+    def eventually(self, holds, what):
+        """Returns when `holds` does; fails after EFFECT_LIMIT."""
+        limit = time.monotonic() + EFFECT_LIMIT
+        while not holds():
+            if time.monotonic() > limit:
+                raise AssertionError(f"not within {EFFECT_LIMIT} seconds: {what}")
 
     def owner_home(self, name="owner"):
         """A home folder that belongs to OWNER_ID, made when it is missing."""
