@@ -1,0 +1,42 @@
+"""Changed passwords reach a running Dovecot, whatever its looks at the passwd-file miss."""
+
+import unittest
+
+from support import clients
+from support.mailbox_case import MailboxTestCase
+
+ROUNDS = 20
+
+
+class PasswordChanges(MailboxTestCase):
+
+    def change(self, address, password):
+        self.instance.brisq("mailbox", "passwd", address, "--password-stdin", stdin=password + "\n")
+
+    def require_change(self, address, new, old):
+        self.require_login(address, new)
+        self.require_refusal(address, old)
+
+    def test_each_of_20_changes_is_effective(self):
+        address, old = self.add("often", password="word 00"), "word 00"
+        for number in range(1, ROUNDS + 1):
+            with self.subTest(number):
+                new = f"word {number:02}"
+                self.change(address, new)
+                self.require_change(address, new, old)
+                old = new
+
+    def test_two_changes_in_one_second_are_both_seen_without_a_reload(self):
+        # A hash of equal length written in the same second looks like the file that Dovecot knows.
+        with self.instance.doveadm_stand_in("exec /usr/bin/doveadm -O \"$@\""):
+            address = self.add("quick", password="start")
+            for number in range(ROUNDS):
+                with self.subTest(number):
+                    self.change(address, f"first {number:02}")
+                    clients.imap_accepts(self.instance.ports, address, f"first {number:02}")
+                    self.change(address, f"other {number:02}")
+                    self.require_change(address, f"other {number:02}", f"first {number:02}")
+
+
+if __name__ == "__main__":
+    unittest.main()
