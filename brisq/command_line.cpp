@@ -97,6 +97,16 @@ std::string ConfigFile(const std::string& option) {
   return environment && *environment ? environment : kDefaultConfig;
 }
 
+// Names the first word that fits nowhere: it is why a command seems to be missing, and what follows
+// it may be a secret that was meant for an option.
+std::string Complaint(const CLI::App& root, const CLI::ParseError& error) {
+  const std::vector<std::string> unknown = root.remaining(true);
+  if (unknown.empty()) return error.what();
+  const std::string& word = unknown.front();
+  const std::string named = word.starts_with('-') ? word.substr(0, word.find('=')) : word;
+  return "\"" + named + "\" is not known here";
+}
+
 // True when the words were a question that has been answered.
 bool Parse(CLI::App& root, const std::vector<std::string>& words, const Console& console) {
   try {
@@ -110,7 +120,7 @@ bool Parse(CLI::App& root, const std::vector<std::string>& words, const Console&
   } catch (const CLI::CallForVersion&) {
     console.out << "brisq " << kVersion << "\n";
   } catch (const CLI::ParseError& error) {
-    throw mgr_err::Error("usage", "", std::string(error.what()) + "; see brisq --help");
+    throw mgr_err::Error("usage", "", Complaint(root, error) + "; see brisq --help");
   }
   return true;
 }

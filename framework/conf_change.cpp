@@ -62,14 +62,12 @@ void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
     throw mgr_err::Error("exists", "name", target_.name);
   }
   const Line last = document.Last();
-  const std::string_view end = document.LineEnd();
+  const std::string end(document.LineEnd());
   const Line line = document.Extend();
   if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
-    // A carriage return there is the first half of the line's own end.
-    const std::string_view raw = document.Raw(last);
-    Put(document, last, std::string(raw).append(raw.ends_with('\r') ? "\n" : end));
+    Put(document, last, conf_line::WithEnd(std::string(document.Raw(last)), end));
   }
-  Put(document, line, text + std::string(end));
+  Put(document, line, conf_line::WithEnd(text, end));
   target_.line = line;
 }
 
@@ -113,7 +111,7 @@ void ConfChange::Revive(ConfDocument& document) {
   if (document.FindNamed(target_.name) != ConfDocument::kNone) throw TooLate();
   const bool own_place = target_.document.lock().get() == &document;
   if (!own_place || !document.Raw(target_.line).empty()) return ApplyAdd(document, after_);
-  Put(document, target_.line, after_ + (end_.empty() ? std::string(document.LineEnd()) : end_));
+  Put(document, target_.line, conf_line::WithEnd(after_ + end_, document.LineEnd()));
 }
 
 ConfChange::Line ConfChange::FindTarget(const ConfDocument& document) const {

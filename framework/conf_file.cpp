@@ -28,6 +28,18 @@ std::shared_ptr<const ConfBytes> Joined(const ConfSnapshot& content) {
   return bytes;
 }
 
+// An error that does not mean that nothing was changed.
+std::exception_ptr Doubtful(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const mgr_err::Error& caught) {
+    return std::make_exception_ptr(mgr_err::Error(
+        caught.type(), caught.object(), caught.value() + "; the file was changed all the same"));
+  } catch (...) {
+    return error;
+  }
+}
+
 }  // namespace
 
 ConfFile::ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration)
@@ -167,20 +179,24 @@ bool ConfFile::HasWaiting() const {
 void ConfFile::Lead(Lock& lock) {
   StartWork(lock, Work::kSaving);
   saving_ = waiting_.size();
-  std::optional<ConfCache::SaveReason> reason;
+  lock.unlock();
+  std::unique_ptr<ConfSave> save;
+  ConfCache::SaveReason reason = ConfCache::srWritten;
+  bool in_place = true;
   try {
-    lock.unlock();
-    ConfSave save(path_);
-    reason = WriteOut(lock, save);
+    save = std::make_unique<ConfSave>(path_);
+    reason = WriteOut(lock, *save);
   } catch (...) {
+    in_place = save && !save->Abandon();
     if (!lock.owns_lock()) lock.lock();
-    FailTaken(std::current_exception());
+    FailTaken(std::current_exception(), in_place);
   }
+  save.reset();
   EndWork();
-  if (!reason) return;
+  if (!in_place) return;
   lock.unlock();
   ConfRef ref(shared_from_this());
-  configuration_->CallHook(ref, *reason);
+  configuration_->CallHook(ref, reason);
   lock.lock();
 }
 
@@ -256,13 +272,14 @@ void ConfFile::Settle(const std::exception_ptr& error, bool made) {
   }
 }
 
-void ConfFile::FailTaken(const std::exception_ptr& error) {
+void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
+  // The file may hold an edit by somebody else that the save had come upon.
+  settled_ = false;
+  if (in_place) return Settle(Doubtful(error), true);
   for (auto waiting = waiting_.rbegin(); waiting != waiting_.rend(); ++waiting) {
     (*waiting)->change.Undo(*document_);
   }
   Settle(error, false);
-  // The file may hold an edit by somebody else that the save had come upon.
-  settled_ = false;
   ApplyWaiting();
 }
 

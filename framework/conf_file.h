@@ -85,7 +85,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   void FinishWritten(Lock& lock, ConfSave& save);
   bool AnyEffective() const;
   void Settle(const std::exception_ptr& error, bool made);
-  void FailTaken(const std::exception_ptr& error);
+  void FailTaken(const std::exception_ptr& error, bool in_place);
   void RenewWorn();
   void StartWork(Lock& lock, Work work);
   void EndWork();

@@ -18,6 +18,11 @@ std::size_t EndLength(std::string_view raw) noexcept {
   return raw.ends_with('\n') || raw.ends_with('\r') ? 1 : 0;
 }
 
+std::string WithEnd(std::string raw, std::string_view end) {
+  if (raw.ends_with('\n')) return raw;
+  return raw.append(raw.ends_with('\r') ? "\n" : end);
+}
+
 bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept {
   std::size_t at = 0;
   for (unsigned long seen = 1; seen < columns; ++seen) {

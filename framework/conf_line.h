@@ -15,6 +15,9 @@ namespace conf_line {
 /// cut off its LF.
 BRISQ_API std::size_t EndLength(std::string_view raw) noexcept;
 
+/// A line with an end: its own, or else `end`, put there so that the line's text stays what it is.
+BRISQ_API std::string WithEnd(std::string raw, std::string_view end);
+
 /// True when the text has at least `columns` columns.
 BRISQ_API bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept;
 

@@ -72,13 +72,13 @@ Line FindText(const ConfDocument& document, std::string_view text, std::string_v
   return ConfDocument::kNone;
 }
 
-void Append(ConfDocument& document, std::string_view text) {
+void Append(ConfDocument& document, std::string_view raw) {
   const Line last = document.Last();
   const std::string end(document.LineEnd());
   if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
-    document.Put(last, std::string(document.Text(last)) + end);
+    document.Put(last, conf_line::WithEnd(std::string(document.Raw(last)), end));
   }
-  document.Put(document.Extend(), std::string(text) + end);
+  document.Put(document.Extend(), conf_line::WithEnd(std::string(raw), end));
 }
 
 void Replace(ConfDocument& document, Line line, const std::string& text) {
@@ -95,7 +95,7 @@ void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocumen
     const std::string_view name = to.Name(line);
     const auto old = name.empty() ? gone.end() : gone.find(name);
     if (old == gone.end()) {
-      Append(target, to.Text(line));
+      Append(target, to.Raw(line));
       continue;
     }
     const std::string_view old_text = from.Text(old->second);

@@ -28,8 +28,12 @@ ConfSave::ConfSave(const std::string& path)
   SaveLeftover(Replacement::Slot::kSecond);
 }
 
-ConfSave::~ConfSave() {
-  if (!finished_ && current_) current_->TakeBack();
+ConfSave::~ConfSave() { Abandon(); }
+
+bool ConfSave::Abandon() noexcept {
+  if (!current_ || finished_) return true;
+  finished_ = true;
+  return current_->TakeBack();
 }
 
 void ConfSave::SaveLeftover(Replacement::Slot slot) {
@@ -145,11 +149,14 @@ std::optional<ConfContent> ConfSave::Replace(const ConfSnapshot& content, const 
 }
 
 void ConfSave::Finish() {
-  // The exchange has changed the new file's status; who writes into it from now on shows in size or
-  // time of modification.
-  const ConfStamp now = StampOf(target_.name);
-  if (now.SameContentAs(stamp_)) stamp_ = now;
   finished_ = true;
+  struct stat info {};
+  // The exchange has changed the new file's status; who writes into it from now on shows in size or
+  // time of modification. A stamp that can't be had only means that the file is read once more.
+  if (sys::Stat(target_.directory.get(), target_.name.c_str(), &info, 0) == 0) {
+    const ConfStamp now = ConfStamp::Of(info);
+    if (now.SameContentAs(stamp_)) stamp_ = now;
+  }
   watch_.reset();
   former_.reset();
   current_.reset();

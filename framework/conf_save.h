@@ -14,8 +14,7 @@
 /// The disk's side of saving a file, from taking its lock to giving it back.
 ///
 /// Use: Look, then Replace until it finds nothing, each time with content into which what was found
-/// has been merged, then Finish. Ended before Finish, by an error for example, it leaves the file
-/// with what it last held by anybody else.
+/// has been merged, then Finish. When one of them throws, Abandon.
 class BRISQ_API ConfSave {
  public:
   /// Takes the file's lock and clears away what killed saves have left.
@@ -41,6 +40,11 @@ class BRISQ_API ConfSave {
   std::size_t Placements() const noexcept { return placements_; }
   /// Stamp of the file after the last Replace that put content in its place.
   const ConfStamp& stamp() const noexcept { return stamp_; }
+
+  /// Ends without success: puts back what was pushed out.
+  /// @return false when that is not possible, so that the file has our content all the same; what
+  /// it pushed out then stays beside it for the next save
+  bool Abandon() noexcept;
 
   /// Clears away the old file.
   /// @throws mgr_err::Error "file" that says that the change was made and may be lost

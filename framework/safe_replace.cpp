@@ -218,9 +218,13 @@ Replacement::Outcome Replacement::PublishByName(const ConfStamp& old) {
   return Outcome::kDone;
 }
 
-void Replacement::TakeBack() noexcept {
-  if (!exists_) return;
-  sys::Rename(target_.directory.get(), name_.c_str(), target_.name.c_str(), RENAME_EXCHANGE);
+bool Replacement::TakeBack() noexcept {
+  if (!exists_) return false;
+  const int directory = target_.directory.get();
+  if (sys::Rename(directory, name_.c_str(), target_.name.c_str(), RENAME_EXCHANGE) == 0)
+    return true;
+  exists_ = false;
+  return false;
 }
 
 std::string TemporaryName(const std::string& name, Replacement::Slot slot) {

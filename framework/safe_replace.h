@@ -57,8 +57,9 @@ class BRISQ_API Replacement {
   /// @param old  stamp of the file that is expected there
   Outcome Publish(const ConfStamp& old);
 
-  /// Puts back what Publish has exchanged for the new file; does nothing when it has not.
-  void TakeBack() noexcept;
+  /// Puts back what Publish has exchanged for the new file. False when that is not possible: what
+  /// is at the temporary's name then stays there.
+  bool TakeBack() noexcept;
 
   /// Stamp of the new file as it was last written.
   const ConfStamp& stamp() const noexcept { return stamp_; }

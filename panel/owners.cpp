@@ -38,8 +38,8 @@ void InsertRow(const OwnerInfo& owner) {
   user->Post();
 }
 
-// Queues the making of a missing home; else says whose it is when it is not the owner's.
-void ProvideHome(const OwnerInfo& owner, Request& request) {
+// Queues the making of a missing home. What the user should know of the home when all is done.
+std::vector<std::string> ProvideHome(const OwnerInfo& owner) {
   struct stat state {};
   const auto uid = static_cast<uid_t>(owner.uid);
   if (::stat(owner.home.c_str(), &state) != 0) {
@@ -47,26 +47,28 @@ void ProvideHome(const OwnerInfo& owner, Request& request) {
       throw mgr_file::FileError(owner.home, "stat");
     }
     new MakeHome(owner.home, uid, static_cast<gid_t>(owner.gid));
-    request.AddNote("home directory " + owner.home + " made");
-    return;
+    return {"home directory " + owner.home + " made"};
   }
   if (!S_ISDIR(state.st_mode)) {
     throw mgr_err::Error("file", owner.home, "is no directory");
   }
   if (state.st_uid != uid) {
-    request.AddNote("home directory " + owner.home + " belongs to uid " +
-                    std::to_string(state.st_uid) + ": no mailbox can be made in it");
+    return {"home directory " + owner.home + " belongs to uid " + std::to_string(state.st_uid) +
+            ": no mailbox can be made in it"};
   }
+  return {};
 }
 
 }  // namespace
 
 AddedOwner AddOwner(const OwnerInfo& given) {
   const OwnerInfo owner = Checked(given);
-  const auto notes = RunRequest("owner add", [&](Request& request) {
+  std::vector<std::string> of_home;
+  auto notes = RunRequest("owner add", [&](Request&) {
     InsertRow(owner);
-    ProvideHome(owner, request);
+    of_home = ProvideHome(owner);
   });
+  notes.insert(notes.end(), of_home.begin(), of_home.end());
   return {owner, notes};
 }
 

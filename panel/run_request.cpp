@@ -2,6 +2,7 @@
 
 #include "framework/database.h"
 #include "mgr_err.h"
+#include "panel/held_signals.h"
 
 namespace brisq_panel {
 
@@ -23,6 +24,7 @@ mgr_err::Error WithNotes(const mgr_err::Error& error, const std::vector<std::str
 
 std::vector<std::string> RunRequest(const std::string& name,
                                     const std::function<void(Request&)>& work) {
+  const HeldSignals held;  // ends last: taking back must not be cut off either
   Request request(name);
   try {
     mgr_db::ThreadConnection()->LockForWriting();

@@ -18,14 +18,15 @@ class CommandLineTest : public testing::Test {
   std::optional<CommandLine> Parse(const std::vector<std::string>& words) {
     return ParseCommandLine(words, console_);
   }
-  std::string Refusal(const std::vector<std::string>& words) {
+  mgr_err::Error ErrorOf(const std::vector<std::string>& words) {
     try {
       Parse(words);
     } catch (const mgr_err::Error& error) {
-      return error.type();
+      return error;
     }
-    return "accepted";
+    return mgr_err::Error("accepted");
   }
+  std::string Refusal(const std::vector<std::string>& words) { return ErrorOf(words).type(); }
 
   std::istringstream in_;
   std::ostringstream out_;
@@ -81,6 +82,25 @@ TEST_F(CommandLineTest, WhatCanNotBeReadIsAUsageError) {
   for (const auto& words : cases) {
     SCOPED_TRACE(testing::PrintToString(words));
     EXPECT_EQ("usage", Refusal(words));
+  }
+}
+
+TEST_F(CommandLineTest, AWordThatFitsNowhereIsNamedAndNothingBehindIt) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> words;
+    const char* value;
+  };
+  const char* const password = "\"--password\" is not known here; see brisq --help";
+  const Case cases[] = {
+      {"noun", {"nonsense"}, "\"nonsense\" is not known here; see brisq --help"},
+      {"verb", {"owner", "rename"}, "\"rename\" is not known here; see brisq --help"},
+      {"option", {"mailbox", "add", "a@b.org", "--password", "secret"}, password},
+      {"option that asks for nothing", {"owner", "list", "--password=secret"}, password},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.value, ErrorOf(c.words).value());
   }
 }
 

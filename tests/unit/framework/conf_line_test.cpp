@@ -50,6 +50,13 @@ TEST(ConfLine, TheEndOfALineIsToldFromItsText) {
   }
 }
 
+TEST(ConfLine, AnEndIsAddedWithoutTakingFromTheText) {
+  EXPECT_EQ(conf_line::WithEnd("a", "\n"), "a\n");
+  EXPECT_EQ(conf_line::WithEnd("a", "\r\n"), "a\r\n");
+  EXPECT_EQ(conf_line::WithEnd("a\r\n", "\n"), "a\r\n");
+  EXPECT_EQ(conf_line::WithEnd("a\r\r", "\n"), "a\r\r\n");
+}
+
 TEST(ConfLine, CountsColumnsUpToTheNumberWanted) {
   EXPECT_TRUE(conf_line::HasColumns("a:b:c", ':', 3));
   EXPECT_TRUE(conf_line::HasColumns("a:b:c:d", ':', 3));

@@ -14,6 +14,7 @@ using brisq_panel::OwnerInfo;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 class Owners : public panel_test::PanelTest {
  protected:
@@ -122,6 +123,7 @@ TEST_F(Owners, NoRowStaysWhenTheHomeCantBeMade) {
     AddOwner({"bob", 1001, 1001, "/proc/no/such/home"});
   });
   EXPECT_EQ("file", error.type());
+  EXPECT_THAT(error.value(), Not(HasSubstr("made")));
   EXPECT_THAT(brisq_panel::ListOwners(), IsEmpty());
 }
 

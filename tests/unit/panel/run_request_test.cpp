@@ -1,5 +1,6 @@
 #include "panel/run_request.h"
 
+#include <csignal>
 #include <thread>
 
 #include "framework/database.h"
@@ -57,6 +58,21 @@ TEST_F(RunRequestTest, NobodyElseWritesFromItsBeginning) {
   RunRequest("test", [](Request&) {
     std::jthread([] { EXPECT_EQ("locked", panel_test::ErrorOf([] { AddOwner(); }).type()); });
   });
+}
+
+TEST_F(RunRequestTest, CtrlCInTheMiddleWaitsForTheCommit) {
+  static volatile std::sig_atomic_t seen;
+  seen = 0;
+  const auto before =
+      std::signal(SIGINT, [](int) { seen = Request::Current() == nullptr ? 1 : -1; });
+  RunRequest("test", [](Request&) {
+    AddOwner();
+    std::raise(SIGINT);
+    EXPECT_EQ(0, seen);
+  });
+  std::signal(SIGINT, before);
+  EXPECT_EQ(1, seen);
+  EXPECT_EQ("x", Column("SELECT name FROM owners"));
 }
 
 TEST_F(RunRequestTest, WhatCouldNotBeTakenBackStandsInTheError) {
