@@ -27,62 +27,67 @@ const char* FindByte(const char* from, const char* end, char byte) {
 
 }  // namespace
 
+// Lines whose hash is known and whose entry in the index is still to be made, so that the index's
+// memory is on its way when it is needed.
+class ConfDocument::Ahead {
+ public:
+  bool Full() const noexcept { return last_ - first_ == kEntries; }
+  bool Empty() const noexcept { return last_ == first_; }
+  void Push(const Named& named) noexcept { ring_[last_++ % kEntries] = named; }
+  const Named& Newest() const noexcept { return ring_[(last_ - 1) % kEntries]; }
+  Named Pop() noexcept { return ring_[first_++ % kEntries]; }
+
+ private:
+  static constexpr std::size_t kEntries = 16;
+  std::array<Named, kEntries> ring_{};
+  std::size_t first_ = 0;
+  std::size_t last_ = 0;
+};
+
 ConfDocument::ConfDocument(std::shared_ptr<const ConfBytes> bytes, mgr_token::Params params)
-    : params_(std::move(params)), bytes_(std::move(bytes)), index_(0) {
+    : params_(std::move(params)), bytes_(std::move(bytes)), index_(GuessLines(bytes_->View())) {
   FindLines();
-  BuildIndex();
 }
 
 void ConfDocument::FindLines() {
   const std::string_view bytes = bytes_->View();
   if (bytes.empty()) return;
   begins_.reserve(GuessLines(bytes));
+  Ahead ahead;
   const char* const end = bytes.data() + bytes.size();
-  for (const char* at = bytes.data(); at < end; at = FindByte(at, end, '\n') + 1) {
+  for (const char* at = bytes.data(); at < end;) {
+    const char* const next = std::min(FindByte(at, end, '\n') + 1, end);
+    const Line line = Lines();
     begins_.push_back(static_cast<std::uint64_t>(at - bytes.data()));
+    const std::string_view name = NameOf({at, static_cast<std::size_t>(next - at)});
+    at = next;
+    if (name.empty()) continue;
+    if (ahead.Full()) Enter(ahead.Pop());
+    ahead.Push({line, ConfIndex::Hash(name)});
+    index_.Prefetch(ahead.Newest().hash);
   }
+  while (!ahead.Empty()) Enter(ahead.Pop());
   if (begins_.size() > kMostLines) throw mgr_err::Error("limit", "lines", "too many in one file");
 }
 
-void ConfDocument::BuildIndex() {
-  // Hashes run ahead of the entries, so that the table's memory is on its way when it is needed.
-  constexpr std::size_t kAhead = 16;
-  std::array<std::pair<Line, std::uint32_t>, kAhead> ring;
-  std::size_t hashed = 0;
-  std::size_t entered = 0;
-  index_ = ConfIndex(begins_.size());
-  for (Line line = 0; line < Lines(); ++line) {
-    const std::string_view name = Name(line);
-    if (name.empty()) continue;
-    if (hashed - entered == kAhead) {
-      const auto& oldest = ring[entered++ % kAhead];
-      Enter(oldest.first, oldest.second);
-    }
-    ring[hashed++ % kAhead] = {line, ConfIndex::Hash(name)};
-    index_.Prefetch(ring[(hashed - 1) % kAhead].second);
-  }
-  for (; entered < hashed; ++entered) {
-    Enter(ring[entered % kAhead].first, ring[entered % kAhead].second);
-  }
+void ConfDocument::Enter(const Named& named) {
+  const std::string_view name = Name(named.line);
+  const Line first =
+      index_.FindOrInsert(named.hash, named.line, [&](Line other) { return Name(other) == name; });
+  if (first != kNone) EnterSameName(first, named);
 }
 
-void ConfDocument::Enter(Line line, std::uint32_t hash) {
-  const std::string_view name = Name(line);
-  const Line first = index_.Find(hash, [&](Line other) { return Name(other) == name; });
-  if (first == kNone) {
-    index_.Insert(hash, line);
-    return;
-  }
+void ConfDocument::EnterSameName(Line first, const Named& named) {
   std::vector<Line>& rest = same_name_[first];
-  if (line > first) {
-    rest.insert(std::upper_bound(rest.begin(), rest.end(), line), line);
+  if (named.line > first) {
+    rest.insert(std::upper_bound(rest.begin(), rest.end(), named.line), named.line);
     return;
   }
   rest.insert(rest.begin(), first);
   auto node = same_name_.extract(first);
-  node.key() = line;
+  node.key() = named.line;
   same_name_.insert(std::move(node));
-  index_.Replace(hash, first, line);
+  index_.Replace(named.hash, first, named.line);
 }
 
 void ConfDocument::Leave(Line line) {
@@ -186,7 +191,9 @@ void ConfDocument::Put(Line line, std::string raw) {
   Edit& edit = EditOf(line);
   edited_bytes_ += raw.size() - edit.raw.size();
   edit.raw = std::move(raw);
-  if (const std::string_view name = Name(line); !name.empty()) Enter(line, ConfIndex::Hash(name));
+  if (const std::string_view name = Name(line); !name.empty()) {
+    Enter({line, ConfIndex::Hash(name)});
+  }
 }
 
 ConfDocument::Line ConfDocument::Extend() {

@@ -80,12 +80,17 @@ class BRISQ_API ConfDocument {
     Line line;
     std::string raw;
   };
+  struct Named {
+    Line line;
+    std::uint32_t hash;
+  };
+  class Ahead;
   // Set in an entry of `begins_` whose other bits are a number in `edits_`.
   static constexpr std::uint64_t kEdited = std::uint64_t{1} << 63;
 
   void FindLines();
-  void BuildIndex();
-  void Enter(Line line, std::uint32_t hash);
+  void Enter(const Named& named);
+  void EnterSameName(Line first, const Named& named);
   void Leave(Line line);
   std::string_view NameOf(std::string_view raw) const noexcept;
   std::uint64_t Begin(Line line) const noexcept;

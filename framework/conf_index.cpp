@@ -1,8 +1,6 @@
 #include "framework/conf_index.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <random>
 #include <utility>
 
@@ -45,15 +43,10 @@ std::uint32_t ConfIndex::Hash(std::string_view name) noexcept {
 
 ConfIndex::ConfIndex(std::size_t lines) { Allocate(lines); }
 
-void ConfIndex::Release::operator()(std::uint64_t* slots) const noexcept { std::free(slots); }
-
 void ConfIndex::Allocate(std::size_t lines) {
-  const std::size_t capacity = lines + lines * 5 / 8 + 16;
-  // calloc gives large tables as untouched zero pages.
-  auto* slots = static_cast<std::uint64_t*>(std::calloc(capacity, sizeof(std::uint64_t)));
-  if (slots == nullptr) throw std::bad_alloc();
-  slots_.reset(slots);
-  capacity_ = capacity;
+  capacity_ = lines + lines * 5 / 8 + 16;
+  memory_ = ConfMemory(capacity_ * sizeof(std::uint64_t));
+  slots_ = static_cast<std::uint64_t*>(memory_.data());
 }
 
 void ConfIndex::Place(std::uint64_t slot) noexcept {
@@ -64,17 +57,12 @@ void ConfIndex::Place(std::uint64_t slot) noexcept {
 
 void ConfIndex::Grow() {
   const std::size_t old_capacity = capacity_;
-  const auto old = std::move(slots_);
+  const std::uint64_t* const old = slots_;
+  const ConfMemory old_memory = std::move(memory_);
   Allocate(used_ * 2);
   for (std::size_t at = 0; at < old_capacity; ++at) {
     if (old[at] != 0) Place(old[at]);
   }
-}
-
-void ConfIndex::Insert(std::uint32_t hash, Line line) {
-  if (used_ >= capacity_ - capacity_ / 8) Grow();
-  Place(Slot(hash, line));
-  ++used_;
 }
 
 std::size_t ConfIndex::Locate(std::uint32_t hash, Line line) const noexcept {

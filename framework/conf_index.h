@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string_view>
 
 #include "brisq_export.h"
+#include "framework/conf_memory.h"
 
 /// Lines by the hash of their name: a flat table with linear probing, 8 bytes a slot and about
 /// 13 bytes a line.
@@ -31,10 +31,21 @@ class BRISQ_API ConfIndex {
     }
     return kNone;
   }
+  /// The line with this hash of which `same(line)` is true; enters `line` when there is none, and
+  /// gives kNone.
+  template <class Same>
+  Line FindOrInsert(std::uint32_t hash, Line line, Same same) {
+    if (used_ >= capacity_ - capacity_ / 8) Grow();
+    std::size_t at = Home(hash);
+    for (; slots_[at] != 0; at = After(at)) {
+      if (HashOf(slots_[at]) == hash && same(LineOf(slots_[at]))) return LineOf(slots_[at]);
+    }
+    slots_[at] = Slot(hash, line);
+    ++used_;
+    return kNone;
+  }
   /// Has the memory of a hash's home fetched, ahead of a use of that hash.
   void Prefetch(std::uint32_t hash) const noexcept { __builtin_prefetch(&slots_[Home(hash)], 1); }
-  /// Enters a line that is not there.
-  void Insert(std::uint32_t hash, Line line);
   /// Takes out a line that is there.
   void Erase(std::uint32_t hash, Line line) noexcept;
   /// Puts another line in the place of one that is there.
@@ -56,11 +67,8 @@ class BRISQ_API ConfIndex {
   void Allocate(std::size_t lines);
   void Grow();
 
-  struct Release {
-    void operator()(std::uint64_t* slots) const noexcept;
-  };
-
   std::size_t used_ = 0;
   std::size_t capacity_ = 0;
-  std::unique_ptr<std::uint64_t[], Release> slots_;
+  ConfMemory memory_;
+  std::uint64_t* slots_ = nullptr;  // in it
 };

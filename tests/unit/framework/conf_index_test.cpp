@@ -14,9 +14,21 @@ Line FindLine(const ConfIndex& index, std::uint32_t hash, Line line) {
   return index.Find(hash, [line](Line other) { return other == line; });
 }
 
+void Insert(ConfIndex& index, std::uint32_t hash, Line line) {
+  EXPECT_EQ(index.FindOrInsert(hash, line, [line](Line other) { return other == line; }),
+            ConfIndex::kNone);
+}
+
+TEST(ConfIndex, WhatIsThereIsGivenAndNotInsertedAgain) {
+  ConfIndex index(0);
+  Insert(index, 5, 1);
+  EXPECT_EQ(index.FindOrInsert(5, 2, [](Line line) { return line == 1; }), 1U);
+  EXPECT_EQ(FindLine(index, 5, 2), ConfIndex::kNone);
+}
+
 TEST(ConfIndex, WhatWasInsertedIsFoundAndNothingElse) {
   ConfIndex index(0);
-  for (Line line = 0; line < 1000; ++line) index.Insert(line * 7919, line);
+  for (Line line = 0; line < 1000; ++line) Insert(index, line * 7919, line);
   for (Line line = 0; line < 1000; ++line) {
     ASSERT_EQ(FindLine(index, line * 7919, line), line);
     ASSERT_EQ(FindLine(index, line * 7919 + 1, line), ConfIndex::kNone);
@@ -34,7 +46,7 @@ TEST(ConfIndex, AgreesWithASimpleMapUnderRandomChanges) {
     const auto known = model.find(line);
     if (known == model.end()) {
       const std::uint32_t hash = hashes[random() % std::size(hashes)];
-      index.Insert(hash, line);
+      Insert(index, hash, line);
       model[line] = hash;
     } else if (random() % 4 == 0) {
       index.Replace(known->second, line, line + 1000);

@@ -1,0 +1,38 @@
+#include "framework/conf_memory.h"
+
+#include <sys/mman.h>
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr std::size_t kLargePage = std::size_t{2} << 20;
+
+void* Map(std::size_t bytes) {
+  constexpr int kProtection = PROT_READ | PROT_WRITE;
+  void* block = ::mmap(nullptr, bytes, kProtection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (block == MAP_FAILED) throw std::bad_alloc();
+  // A kernel that gives no large pages gives small ones.
+  ::madvise(block, bytes, MADV_HUGEPAGE);
+  return block;
+}
+
+}  // namespace
+
+void ConfMemory::Release::operator()(void* block) const noexcept {
+  if (mapped) {
+    ::munmap(block, bytes);
+  } else {
+    std::free(block);
+  }
+}
+
+ConfMemory::ConfMemory(std::size_t bytes) {
+  if (bytes == 0) return;
+  const bool large = bytes >= 2 * kLargePage;
+  if (large) bytes = (bytes + kLargePage - 1) / kLargePage * kLargePage;
+  void* block = large ? Map(bytes) : std::calloc(bytes, 1);
+  if (block == nullptr) throw std::bad_alloc();
+  block_ = std::unique_ptr<void, Release>(block, Release{bytes, large});
+}
