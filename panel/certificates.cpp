@@ -97,7 +97,7 @@ std::vector<std::string> CommonName(const X509& certificate) {
 std::string Der(const X509& certificate) {
   unsigned char* bytes = nullptr;
   const int length = i2d_X509(&certificate, &bytes);
-  const std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
+  std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
   OPENSSL_free(bytes);
   return der;
 }

@@ -25,7 +25,7 @@ std::string CreateSymbLink(const std::string& domain, const std::string& directo
   if (directory.empty() || directory.front() != '/') {
     throw brisq_panel::Refused("certificate link directory", "must be an absolute path");
   }
-  const std::string path = mgr_file::ConcatPath(directory, domain + suffix);
+  std::string path = mgr_file::ConcatPath(directory, domain + suffix);
   new brisq_panel::PlaceLink(file, path);  // the request's from now on
   return path;
 }

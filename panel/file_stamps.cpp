@@ -40,7 +40,7 @@ std::chrono::nanoseconds Age(const ConfStamp& stamp) {
 
 bool IsYoung(const ConfStamp& stamp) {
   const std::chrono::nanoseconds age = Age(stamp);
-  return stamp.exists && age >= age.zero() && age < kClockStep;
+  return stamp.exists && age >= std::chrono::nanoseconds::zero() && age < kClockStep;
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ void ChangeLine(Mailbox& mailbox) { MailBackend().Update(mailbox); }
 
 std::string TakeLineOut(Mailbox& mailbox) {
   const std::string address = email::GetEmailName(mailbox);
-  const std::string hash = StoredHash(address).value_or("");
+  std::string hash = StoredHash(address).value_or("");
   MailBackend().Delete(mailbox);
   if (email::PasswdInterface* passwords = PasswordBackend()) {
     passwords->Delete(address);

@@ -35,7 +35,7 @@ std::string ForgetHash(const Mailbox& mailbox) {
   if (!kept) {
     return {};
   }
-  const std::string hash = kept->hash;
+  std::string hash = kept->hash;
   kept->DbDelete();
   return hash;
 }

@@ -48,7 +48,7 @@ struct Plan {
 };
 
 std::string Home(const std::string& wish, const Address& address, const std::string& owner_home) {
-  const std::string home = CheckHome(wish.empty() ? DefaultHome(owner_home, address) : wish);
+  std::string home = CheckHome(wish.empty() ? DefaultHome(owner_home, address) : wish);
   CheckHomeBelow(home, owner_home);
   return home;
 }

@@ -152,7 +152,7 @@ std::string CheckDomain(const std::string& text) {
   RequireLeadingLetterOrDigit(object, text);
   // Converting costs time with the square of the length; no form is shorter than a quarter.
   RefuseLonger(object, text, 4 * kLongestDomain);
-  const std::string ascii = ToAscii(text);
+  std::string ascii = ToAscii(text);
   if (ascii.empty() || ascii.back() == '.') {
     throw Refused(object, "'.' not allowed at the end");
   }

@@ -64,7 +64,7 @@ void RecordStamps(const RefreshWatch& watch, const SaveWatch& saves) {
 
 std::string KeepFigures(const MailboxSnapshot& before, MailboxSnapshot& after,
                         const RefreshWatch& watch) {
-  const std::string problem = QuotaProblem(before, after, watch);
+  std::string problem = QuotaProblem(before, after, watch);
   if (!problem.empty()) {
     RestoreFigures(before, after);
   }

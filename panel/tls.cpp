@@ -159,7 +159,7 @@ std::vector<std::string> SetCertificate(const std::string& text, const std::stri
   email::Pop3Interface& backend = MailBackend();
   PlacesOf(name);
   FindDomain(name);
-  const std::vector<std::string> warnings = CheckFiles(name, cert, key, force);
+  std::vector<std::string> warnings = CheckFiles(name, cert, key, force);
   RunRequest("tls set", [&](Request&) {
     const auto domain = FindDomain(name);
     domain->cert = cert;
