@@ -8,9 +8,10 @@ usage: mirror.py ROOT
  - include/x.h needs "source": framework/x.cpp or panel/x.cpp;
  - tests/unit/F/x_test.cpp needs "subject": F/x.cpp, F/x.h or include/x.h.
 
-tools/house/mirror_exceptions.txt lists what may be without, one a line: PATH NEED REASON. A line
-that excuses nothing fails too.
+tools/house/mirror_exceptions.txt lists what may be without, one a line: PATH NEED REASON. PATH may
+have wildcards. A line that excuses nothing fails too.
 """
+import fnmatch
 import pathlib
 import sys
 
@@ -53,15 +54,21 @@ def exceptions(root):
     return excused, faults
 
 
+def excuses(exception, file, need):
+    return exception[1] == need and fnmatch.fnmatchcase(file, exception[0])
+
+
 def main(root):
     root = pathlib.Path(root)
     excused, faults = exceptions(root)
     unmet = {(file, need): answers for file, need, answers in needs(root)
              if not any((root / answer).exists() for answer in answers)}
     faults += [f"{file}: no {need}: {' or '.join(answers)} is missing"
-               for (file, need), answers in unmet.items() if (file, need) not in excused]
-    faults += [f"{EXCEPTIONS}: {file} {need} excuses nothing any more"
-               for file, need in sorted(excused - set(unmet))]
+               for (file, need), answers in unmet.items()
+               if not any(excuses(exception, file, need) for exception in excused)]
+    faults += [f"{EXCEPTIONS}: {' '.join(exception)} excuses nothing any more"
+               for exception in sorted(excused)
+               if not any(excuses(exception, file, need) for file, need in unmet)]
     print("\n".join(faults) or "every source has its header and its test")
     return 1 if faults else 0
 

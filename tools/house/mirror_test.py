@@ -72,6 +72,15 @@ class Mirror(unittest.TestCase):
         self.assertEqual(1, status)
         self.assertTrue(output.startswith("panel/d.cpp: no test"), output)
 
+    def test_an_exception_may_have_wildcards(self):
+        self.plant("brisq/d_commands.cpp", "tests/unit/brisq/d_commands_test.cpp",
+                   "brisq/e_commands.cpp", "tests/unit/brisq/e_commands_test.cpp")
+        self.excuse("brisq/*_commands.cpp header all are declared in one\n")
+        self.assertEqual(0, self.judge()[0])
+        self.excuse("brisq/e_*.cpp header all are declared in one\n")
+        self.assertEqual((1, "brisq/d_commands.cpp: no header: brisq/d_commands.h or "
+                             "include/d_commands.h is missing"), self.judge())
+
     def test_an_exception_that_is_not_needed_fails(self):
         self.excuse("framework/a.cpp header all of it is private\n")
         status, output = self.judge()
