@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "framework/conf_lock.h"
-#include "framework/save_watch.h"
 #include "framework/conf_merge.h"
+#include "framework/save_watch.h"
 #include "mgr_err.h"
 
 namespace {
