@@ -3,7 +3,7 @@
     FOLDER/brisq.toml              configuration of brisq
     FOLDER/instance.json           the folder's own path and the five loopback ports
     FOLDER/bin/doveadm             doveadm of this server; dovecot-control starts and stops it
-    FOLDER/dovecot/dovecot.conf    the server; includes 90-brisq.conf and, where it exists, local.conf
+    FOLDER/dovecot/dovecot.conf    the server; includes 90-brisq.conf and local.conf
     FOLDER/dovecot/users           the passwd-file, 0640 root:dovecot
     FOLDER/dovecot/conf.d-certs/   one snippet per domain with its own certificate
     FOLDER/dovecot/certs/          links to those certificates and keys

@@ -2,8 +2,10 @@
 
 import json
 import os
+import re
 import socket
 import stat
+import subprocess
 import tempfile
 import unittest
 
@@ -115,6 +117,23 @@ class Creation(unittest.TestCase):
         with socket.create_server(("127.0.0.1", ports["pop3"])):
             with self.assertRaisesRegex(layout.LayoutError, "Address already in use"):
                 self.instance.start()
+        self.assertFalse(self.instance.is_running())
+
+    def test_a_server_that_records_its_id_late_is_started_when_it_has(self):
+        self.create()
+        late = os.path.join(self.holder, "late-dovecot")
+        pid_file = os.path.join(self.instance.folder, "run", "master.pid")
+        with open(late, "w", encoding="utf-8") as file:
+            os.fchmod(file.fileno(), 0o755)
+            file.write("#!/bin/sh\nrun='echo $$ >$0; while sleep 0.1; do :; done'\n"
+                       f'(sleep 0.5; exec sh -c "$run" {pid_file} "$@") &\n')
+        with open(self.instance.control, encoding="utf-8") as file:
+            script = file.read()
+        with open(self.instance.control, "w", encoding="utf-8") as file:
+            file.write(re.sub(r"\S+/dovecot -c", late + " -c", script))
+        subprocess.run([self.instance.control, "start"], check=True, timeout=30)
+        self.assertTrue(self.instance.is_running())
+        self.instance.stop()
         self.assertFalse(self.instance.is_running())
 
     def test_the_record_holds_folder_and_ports(self):
