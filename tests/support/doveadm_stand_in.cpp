@@ -12,6 +12,7 @@ DoveadmStandIn::DoveadmStandIn(const TempDir& dir) : dir_(dir) {
                                          "case \"$1 $2\" in\n"
                                          "'pw -l') cat listing; exit $(cat listing.status);;\n"
                                          "'quota get') cat figures; exit 0;;\n"
+                                         "'reload ') exit 0;;\n"
                                          "esac\n"
                                          "echo call >> calls\n"
                                          "printf '[%s]' \"$@\" > argv\n"

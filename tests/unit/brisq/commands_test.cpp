@@ -1,0 +1,281 @@
+// Every command, run as the built program on an instance of its own with a stand-in for doveadm.
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/doveadm_stand_in.h"
+#include "tests/support/temp_dir.h"
+
+namespace brisq {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+struct Ran {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+class CommandsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    doveadm_.Lists("CRAM-MD5 CLEARTEXT \n");
+    dir_.Write("brisq.toml",
+               "[panel]\ndatabase = \"state/panel.db\"\nstate = \"state\"\n"
+               "[log]\ndirectory = \"log\"\n"
+               "[param]\nPOP3 = \"dovecot\"\nEmailAuth = \"dovecot\"\n"
+               "DovecotPwScheme = \"CRAM-MD5\"\n"
+               "[path]\ndovecot-passwd = \"" +
+                   (dir_ / "passwd") +
+                   "\"\n"
+                   "dovecot-doveadm = \"" +
+                   doveadm_.path() +
+                   "\"\n"
+                   "dovecot-restart = \"true\"\ndovecot-configtest = \"\"\n"
+                   "dovecot-certconf = \"" +
+                   (dir_ / "certs") +
+                   "\"\n"
+                   "dovecot-ssl-certs = \"" +
+                   (dir_ / "ssl") + "\"\n");
+  }
+
+  /// @param words  for the shell, which splits them
+  Ran Run(const std::string& words, const std::string& input = "") {
+    dir_.Write("in", input);
+    const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
+                             "' " + words + " <'" + (dir_ / "in") + "' >'" + (dir_ / "out") +
+                             "' 2>'" + (dir_ / "err") + "'";
+    const int status = std::system(line.c_str());
+    return {WEXITSTATUS(status), dir_.Read("out"), dir_.Read("err")};
+  }
+
+  json Data(const std::string& words) {
+    const Ran ran = Run(words + " --json");
+    EXPECT_EQ(0, ran.status) << words << ": " << ran.err;
+    const json document = json::parse(ran.out);
+    EXPECT_EQ(1, document["brisq"]);
+    return document["data"];
+  }
+
+  void AddDomain() {
+    const Ran owner = Run("owner add demo --uid 5000 --gid 5000 --home '" + (dir_ / "home") + "'");
+    ASSERT_EQ(0, owner.status) << owner.err;
+    ASSERT_EQ(0, Run("domain add example.org --owner demo").status);
+  }
+
+  void AddMailbox(const std::string& address) {
+    const Ran ran = Run("mailbox add " + address + " --password-stdin --quota 2G", "secret\n");
+    ASSERT_EQ(0, ran.status) << ran.err;
+  }
+
+  support::TempDir dir_;
+  support::DoveadmStandIn doveadm_{dir_};
+};
+
+TEST_F(CommandsTest, AMailboxIsAddedAndShown) {
+  AddDomain();
+  AddMailbox("Bob@example.org");
+  const std::string home = dir_ / "home/mail/example.org/bob";
+  const json mailbox = {{"address", "bob@example.org"},
+                        {"owner", "demo"},
+                        {"home", home},
+                        {"quota_mb", 2048},
+                        {"used_mb", 0},
+                        {"active", true}};
+  EXPECT_EQ(json::array({mailbox}), Data("mailbox list"));
+  EXPECT_EQ(json::array({mailbox}), Data("mailbox show bob@example.org"));
+  EXPECT_EQ("bob@example.org:{CRAM-MD5}hash:5000:5000::" + home +
+                ":::maildir:~/.maildir userdb_quota_rule=*:bytes=2048M\n",
+            dir_.Read("passwd"));
+}
+
+TEST_F(CommandsTest, OwnersAndDomainsAreShown) {
+  AddDomain();
+  EXPECT_EQ("demo", Data("owner show demo")[0]["name"]);
+  EXPECT_EQ(5000, Data("owner list")[0]["uid"]);
+  EXPECT_EQ("demo", Data("domain show EXAMPLE.org")[0]["owner"]);
+  EXPECT_EQ("example.org", Data("domain list")[0]["domain"]);
+}
+
+TEST_F(CommandsTest, AGeneratedPasswordIsTheOnlyData) {
+  AddDomain();
+  const Ran ran = Run("mailbox add bob@example.org --generate");
+  EXPECT_EQ(0, ran.status);
+  EXPECT_THAT(ran.out, testing::MatchesRegex("[A-Za-z0-9]{20,}\n"));
+  EXPECT_THAT(ran.err, HasSubstr("mailbox bob@example.org added"));
+  EXPECT_EQ(ran.out + ran.out, doveadm_.Input());
+}
+
+TEST_F(CommandsTest, AMailboxIsChanged) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  EXPECT_EQ(0, Run("mailbox set bob@example.org --quota 5").status);
+  EXPECT_EQ(5, Data("mailbox show bob@example.org")[0]["quota_mb"]);
+  EXPECT_EQ(0, Run("mailbox set bob@example.org --active off").status);
+  EXPECT_EQ("", dir_.Read("passwd"));
+  EXPECT_EQ(0, Run("mailbox set bob@example.org --active on").status);
+  EXPECT_THAT(dir_.Read("passwd"), StartsWith("bob@example.org:{CRAM-MD5}hash:"));
+  EXPECT_EQ(2, Run("mailbox set bob@example.org").status);
+  EXPECT_EQ(10, Run("mailbox set bob@example.org --active maybe").status);
+}
+
+TEST_F(CommandsTest, APasswordIsChanged) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  doveadm_.Answers("{CRAM-MD5}other\n");
+  EXPECT_EQ(0, Run("mailbox passwd bob@example.org --password-stdin", "new one\n").status);
+  EXPECT_EQ("new one\nnew one\n", doveadm_.Input());
+  EXPECT_THAT(dir_.Read("passwd"), StartsWith("bob@example.org:{CRAM-MD5}other:"));
+}
+
+TEST_F(CommandsTest, ADeletedMailboxComesBackWithItsPassword) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  const std::string before = dir_.Read("passwd");
+  EXPECT_EQ(2, Run("mailbox delete bob@example.org").status) << "deleted without a question";
+  EXPECT_EQ(before, dir_.Read("passwd"));
+  EXPECT_THAT(Run("mailbox delete bob@example.org --yes").err, HasSubstr("its mail stays in"));
+  EXPECT_EQ("", dir_.Read("passwd"));
+  EXPECT_EQ("deleted", Data("mailbox list --archived")[0]["reason"]);
+  EXPECT_EQ(0, Run("mailbox restore bob@example.org").status);
+  EXPECT_EQ(before, dir_.Read("passwd"));
+}
+
+TEST_F(CommandsTest, ADomainIsChangedAndDeletedWithItsMailboxes) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  EXPECT_EQ(2, Run("domain set example.org").status);
+  EXPECT_EQ(4, Run("domain set example.org --owner nobody").status);
+  EXPECT_EQ(0, Run("domain set example.org --active off").status);
+  EXPECT_EQ(false, Data("domain show example.org")[0]["active"]);
+  EXPECT_EQ(2, Run("domain delete example.org").status);
+  EXPECT_EQ(0, Run("domain delete example.org --yes").status);
+  EXPECT_EQ(json::array(), Data("domain list"));
+  EXPECT_EQ(json::array(), Data("mailbox list"));
+}
+
+TEST_F(CommandsTest, ARefreshTellsWhatItDidAndUsageItsFigures) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  doveadm_.Reports("bob@example.org User quota STORAGE 3072 2097152 0\n");
+  const json report = Data("refresh")[0];
+  EXPECT_EQ(1, report["lines"]);
+  EXPECT_EQ(1, report["figures_changed"]);
+  EXPECT_EQ(3, Data("usage bob@example.org")[0]["used_mb"]);
+  EXPECT_EQ(1u, Data("usage 'b*'").size());
+  EXPECT_EQ(4, Run("usage nobody@example.org").status);
+}
+
+TEST_F(CommandsTest, WithoutFiguresRefreshEndsWithTheDovecotCode) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  doveadm_.Reports("");
+  const Ran ran = Run("refresh");
+  EXPECT_EQ(9, ran.status);
+  EXPECT_THAT(ran.err, HasSubstr("Dovecot tells no used space"));
+}
+
+TEST_F(CommandsTest, ReloadsAreRunAndShown) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  EXPECT_EQ(0, Run("reload now").status);
+  EXPECT_EQ(0, Run("reload now --restart").status);
+  const json status = Data("reload status")[0];
+  EXPECT_EQ("email.reload", status["group"]);
+  EXPECT_EQ("idle", status["state"]);
+  EXPECT_EQ("restart", status["kind"]);
+}
+
+TEST_F(CommandsTest, ActionsAreListedAndRun) {
+  const json actions = Data("action list");
+  ASSERT_EQ(2u, actions.size());
+  EXPECT_EQ("dovecot.certs.check", actions[0]["action"]);
+  EXPECT_EQ("0xe0000000", actions[0]["access"]);
+  EXPECT_EQ(0, Run("action run dovecot.certs.check").status);
+  EXPECT_EQ(4, Run("action run nonsense").status);
+}
+
+TEST_F(CommandsTest, ACertificateIsSetCheckedAndUnset) {
+  AddDomain();
+  ASSERT_EQ(0, std::system(("cd '" + dir_.path() +
+                            "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout k.pem "
+                            "-out c.pem -days 90 -subj /CN=example.org -addext "
+                            "subjectAltName=DNS:example.org >/dev/null 2>&1 && chmod 600 k.pem")
+                               .c_str()));
+  const std::string files = " --cert '" + (dir_ / "c.pem") + "' --key '" + (dir_ / "k.pem") + "'";
+  EXPECT_EQ(0, Run("tls set example.org" + files).status);
+  EXPECT_THAT(dir_.Read("certs/example.org.conf"), StartsWith("local_name example.org {\n"));
+  EXPECT_EQ("example.org", Data("tls list")[0]["domain"]);
+  EXPECT_EQ("", Data("tls check")[0]["findings"]);
+  dir_.Write("k.pem", "no key any more");
+  EXPECT_EQ(5, Run("tls check").status);
+  EXPECT_EQ(0, Run("tls unset example.org").status);
+  EXPECT_EQ(json::array(), Data("tls list"));
+  EXPECT_EQ(0, Run("tls prune").status);
+}
+
+TEST_F(CommandsTest, AServerEndsCleanlyOnTermAndIsAlone) {
+  AddDomain();
+  const std::string brisq =
+      BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") + "'";
+  const std::string script = brisq + " serve 2>'" + (dir_ / "serve.err") + "' & server=$!\n" +
+                             "until grep -q serving '" + (dir_ / "serve.err") +
+                             "'; do sleep 0.05; done\n" + brisq +
+                             " serve 2>/dev/null; second=$?\nkill -TERM $server; wait $server\n" +
+                             "[ $? = 0 ] && [ $second = 7 ]\n";
+  EXPECT_EQ(0, std::system(script.c_str()));
+  EXPECT_THAT(dir_.Read("serve.err"), HasSubstr("email.refresh every 15 min"));
+  EXPECT_THAT(dir_.Read("serve.err"), HasSubstr("ended"));
+}
+
+TEST_F(CommandsTest, AnErrorIsOneLineWithItsCode) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  struct Case {
+    const char* words;
+    int status;
+    const char* line;
+  };
+  const Case cases[] = {
+      {"mailbox add bob@example.org --generate", 6, "brisq: exists: mailbox: bob@example.org\n"},
+      {"mailbox show al@example.org", 4, "brisq: not-found: mailbox: al@example.org\n"},
+      {"owner show nobody", 4, "brisq: not-found: owner: nobody\n"},
+      {"owner add zero --uid 0 --gid 1 --home /srv/zero", 10,
+       "brisq: invalid-input: uid: 0 not allowed\n"},
+      {"domain add two.org --owner nobody", 4, "brisq: not-found: owner: nobody\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.words);
+    const Ran ran = Run(c.words);
+    EXPECT_EQ(c.status, ran.status);
+    EXPECT_EQ(c.line, ran.err);
+    EXPECT_EQ("", ran.out);
+  }
+}
+
+TEST_F(CommandsTest, AFailingDoveadmLeavesNothing) {
+  AddDomain();
+  doveadm_.Answers("no luck", 75);
+  const Ran ran = Run("mailbox add bob@example.org --password-stdin", "secret\n");
+  EXPECT_EQ(9, ran.status);
+  EXPECT_THAT(ran.err, StartsWith("brisq: dovecot: doveadm: no luck"));
+  EXPECT_EQ(json::array(), Data("mailbox list"));
+  EXPECT_EQ("", dir_.Read("passwd"));
+}
+
+TEST_F(CommandsTest, AFullStandardOutputIsAnError) {
+  AddDomain();
+  const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
+                           "' owner list >/dev/full 2>'" + (dir_ / "err") + "'";
+  EXPECT_EQ(1, WEXITSTATUS(std::system(line.c_str())));
+  EXPECT_EQ("brisq: failed: standard output: can't be written\n", dir_.Read("err"));
+}
+
+}  // namespace
+}  // namespace brisq
