@@ -17,6 +17,7 @@ import subprocess
 import sys
 
 import layout
+import lmtp
 
 ROOT = os.path.dirname(os.path.dirname(layout.TEMPLATES))
 BRISQ = "build/release/bin/brisq"
@@ -107,10 +108,9 @@ def make_mailbox(instance, credentials):
 def deliver(ports):
     """Delivers a message and returns its subject, which no other message has."""
     subject = "Hello " + secrets.token_hex(4)
-    with smtplib.LMTP(HOST, ports["lmtp"]) as client:
-        client.sendmail("quickstart@example.com", [ADDRESS],
-                        f"From: quickstart@example.com\r\nTo: {ADDRESS}\r\n"
-                        f"Subject: {subject}\r\n\r\nIt works.\r\n")
+    lmtp.deliver(ports["lmtp"], "quickstart@example.com", ADDRESS,
+                 f"From: quickstart@example.com\r\nTo: {ADDRESS}\r\n"
+                 f"Subject: {subject}\r\n\r\nIt works.\r\n")
     return subject
 
 

@@ -47,7 +47,7 @@ class PluginBoundary(unittest.TestCase):
 
     @classmethod
     def plant_tree(cls):
-        for name in ("CMakeLists.txt", "cmake", "include"):
+        for name in ("CMakeLists.txt", "cmake", "include", "packaging"):
             copy = shutil.copytree if (ROOT / name).is_dir() else shutil.copy
             copy(ROOT / name, cls.root / name)
         for folder in ("framework", "panel", "email", "brisq"):

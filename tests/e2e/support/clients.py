@@ -3,9 +3,10 @@
 import imaplib
 import poplib
 import re
-import smtplib
 import ssl
 import subprocess
+
+from support.instance import lmtp
 
 HOST = "127.0.0.1"
 TIMEOUT = 30  # seconds
@@ -24,8 +25,7 @@ def deliver(ports, address, subject, body="Hello.\r\n"):
     Raises smtplib.SMTPException when the server refuses it.
     """
     message = f"From: sender@example.com\r\nTo: {address}\r\nSubject: {subject}\r\n\r\n{body}"
-    with smtplib.LMTP(HOST, ports["lmtp"]) as client:
-        client.sendmail("sender@example.com", [address], message)
+    lmtp.deliver(ports["lmtp"], "sender@example.com", address, message)
 
 
 def imap(ports, address, password, tls=False):

@@ -16,6 +16,7 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.dirname(
 sys.path.insert(0, os.path.join(SOURCE, "packaging", "instance"))
 
 import layout  # pylint: disable=wrong-import-position
+import lmtp  # pylint: disable=wrong-import-position,unused-import
 
 # A uid and gid that no account has; mail processes take them, nobody logs in with them.
 OWNER_ID = 5000
