@@ -8,7 +8,8 @@
 namespace support {
 
 /// A stand-in for doveadm: a script that prints a listing for "pw -l", figures for "quota get -A",
-/// does nothing for "reload", and for a hashing notes how it was called and answers as told. It lists CRAM-MD5 and answers
+/// does nothing for "reload", and for a hashing notes how it was called and answers as told. It
+/// lists CRAM-MD5 and answers
 /// "{CRAM-MD5}hash" at first. Keeps its files in `dir`, which must outlive it.
 class DoveadmStandIn {
  public:
