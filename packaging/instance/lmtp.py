@@ -9,8 +9,8 @@ PAUSE = 0.1  # seconds between two tries
 
 
 def deliver(port, sender, recipient, message, patience=10):
-    """Delivers one message. A server that takes up a reload at that moment closes with "421, later":
-    then it is tried again, for `patience` seconds.
+    """Delivers one message. A server that takes up a reload at that moment closes the session, with
+    "421, later" or without a word: then it is tried again, for `patience` seconds.
 
     Raises smtplib.SMTPException when the server refuses the message.
     """
@@ -27,6 +27,9 @@ def deliver(port, sender, recipient, message, patience=10):
 
 
 def _is_later(refusal):
+    # The same reload, met between two commands: the connection is gone.
+    if isinstance(refusal, smtplib.SMTPServerDisconnected):
+        return True
     if isinstance(refusal, smtplib.SMTPRecipientsRefused):
         return all(code == LATER for code, _ in refusal.recipients.values())
     return getattr(refusal, "smtp_code", None) == LATER
