@@ -1,0 +1,26 @@
+#include "panel/findings.h"
+
+#include "framework/log_escape.h"
+
+namespace brisq_panel {
+
+std::string SeverityWord(Severity severity) {
+  switch (severity) {
+    case Severity::kNote:
+      return "note";
+    case Severity::kWarning:
+      return "warning";
+    case Severity::kError:
+      break;
+  }
+  return "error";
+}
+
+std::string FindingLine(const Finding& finding) {
+  std::string line = finding.code + " " + SeverityWord(finding.severity) + " " + finding.object +
+                     ": " + finding.text;
+  if (!finding.fix.empty()) line += " (fix: " + finding.fix + ")";
+  return mgr_log::Escaped(line);
+}
+
+}  // namespace brisq_panel
