@@ -100,6 +100,7 @@ class Layout:
         self.local_conf = self._path("dovecot/local.conf")
         self.users = self._path("dovecot/users")
         self.snippets = self._path("dovecot/conf.d-certs")
+        self.links = self._path("dovecot/certs")
         self.certificate = self._path("dovecot/default.crt")
         self.doveadm = self._path("bin/doveadm")
         self.control = self._path("bin/dovecot-control")
@@ -200,7 +201,7 @@ class Layout:
             "RUN": self._path("run"),
             "NAME": re.sub(r"[^a-z0-9]+", "-", self.folder.lower()).strip("-"),
             "DATABASE": "state/panel.db", "STATE": "state", "LOG": "log",
-            "USERS": self.users, "CERTCONF": self.snippets, "SSLCERTS": self._path("dovecot/certs"),
+            "USERS": self.users, "CERTCONF": self.snippets, "SSLCERTS": self.links,
             "WRAPPER": self.doveadm, "RESTART": self.control + " restart",
             "CONFIGTEST": f"{_program('doveconf')} -c {self.dovecot_conf} -nx",
             "DOVECOT": _program("dovecot"), "DOVEADM": _program("doveadm"),

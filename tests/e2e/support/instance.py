@@ -87,12 +87,16 @@ class Instance:
 
     def brisq(self, *words, stdin="", expect=0):
         """Runs the program; its standard output. Any other exit code than `expect` fails."""
-        done = subprocess.run([brisq_program(), "--config", self.layout.config, *words],
-                              input=stdin, capture_output=True, text=True, timeout=120)
+        done = self.brisq_run(*words, stdin=stdin)
         if done.returncode != expect:
             raise AssertionError(f"brisq {' '.join(words)}: exit code {done.returncode} instead "
                                  f"of {expect}\n{done.stdout}{done.stderr}")
         return done.stdout if expect == 0 else done.stderr
+
+    def brisq_run(self, *words, stdin=""):
+        """Runs the program, however it ends: exit code and both outputs."""
+        return subprocess.run([brisq_program(), "--config", self.layout.config, *words],
+                              input=stdin, capture_output=True, text=True, timeout=120)
 
     def brisq_json(self, *words):
         """The "data" of the program's answer."""
@@ -122,12 +126,20 @@ class Instance:
         finally:
             os.replace(real, self.layout.doveadm)
 
-    def eventually(self, holds, what):
-        """Returns when `holds` does; fails after EFFECT_LIMIT."""
-        limit = time.monotonic() + EFFECT_LIMIT
+    def eventually(self, holds, what, seconds=EFFECT_LIMIT):
+        """Returns when `holds` does; fails after so many seconds."""
+        limit = time.monotonic() + seconds
         while not holds():
             if time.monotonic() > limit:
-                raise AssertionError(f"not within {EFFECT_LIMIT} seconds: {what}")
+                raise AssertionError(f"not within {seconds} seconds: {what}")
+
+    def configure(self, table, key, value):
+        """Sets one value of the program's configuration, in place of an earlier one."""
+        with open(self.layout.config, encoding="utf-8") as file:
+            lines = [line for line in file if not re.match(rf"{key}\s*=", line)]
+        lines.insert(lines.index(f"[{table}]\n") + 1, f"{key} = {json.dumps(value)}\n")
+        with open(self.layout.config, "w", encoding="utf-8") as file:
+            file.writelines(lines)
 
     def owner_home(self, name="owner"):
         """A home folder that belongs to OWNER_ID, made when it is missing."""
