@@ -18,8 +18,8 @@ const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (const auto& group :
-         {OwnerCommands(), DomainCommands(), MailboxCommands(), RefreshCommands(), TlsCommands(),
-          ReloadCommands(), ActionCommands(), ServeCommands()})
+         {OwnerCommands(), DomainCommands(), MailboxCommands(), RefreshCommands(),
+          PasswdFileCommands(), TlsCommands(), ReloadCommands(), ActionCommands(), ServeCommands()})
       all.insert(all.end(), group.begin(), group.end());
     return all;
   }();

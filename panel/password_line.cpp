@@ -58,6 +58,10 @@ std::optional<std::string> StoredHash(const std::string& address) {
   return lines->Find(address) ? std::optional(lines->passwd.Str()) : std::nullopt;
 }
 
+std::string PasswdFileText(const std::string& path) {
+  return std::string(Open(path)->getConfig()->bytes);
+}
+
 void StoreHash(const std::string& address, const std::string& hash) {
   const Cursor<PasswordLines> lines = Open(mgr_cf::GetPath("dovecot-passwd"));
   lines->Assert(address);

@@ -13,6 +13,11 @@ namespace brisq_panel {
 /// @throws mgr_err::Error "file", "locked" when the file can't be read
 BRISQ_API std::optional<std::string> StoredHash(const std::string& address);
 
+/// Content of the file at `path` as the engine has it, the changes of this process included; empty
+/// when it does not exist. Waits while somebody writes into it.
+/// @throws mgr_err::Error "file", "locked" when the file can't be read
+BRISQ_API std::string PasswdFileText(const std::string& path);
+
 /// Sets the hash in the line of this name; taken back when the current request fails.
 /// @throws mgr_err::Error "missed" without such a line; as a post to the file does
 BRISQ_API void StoreHash(const std::string& address, const std::string& hash);

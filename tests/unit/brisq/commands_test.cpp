@@ -1,13 +1,10 @@
 // Every command, run as the built program on an instance of its own with a stand-in for doveadm.
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "tests/support/doveadm_stand_in.h"
-#include "tests/support/temp_dir.h"
+#include "tests/unit/brisq/program_fixture.h"
 
 namespace brisq {
 namespace {
@@ -16,45 +13,8 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-struct Ran {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-class CommandsTest : public testing::Test {
+class CommandsTest : public ProgramTest {
  protected:
-  void SetUp() override {
-    doveadm_.Lists("CRAM-MD5 CLEARTEXT \n");
-    dir_.Write("brisq.toml",
-               "[panel]\ndatabase = \"state/panel.db\"\nstate = \"state\"\n"
-               "[log]\ndirectory = \"log\"\n"
-               "[param]\nPOP3 = \"dovecot\"\nEmailAuth = \"dovecot\"\n"
-               "DovecotPwScheme = \"CRAM-MD5\"\n"
-               "[path]\ndovecot-passwd = \"" +
-                   (dir_ / "passwd") +
-                   "\"\n"
-                   "dovecot-doveadm = \"" +
-                   doveadm_.path() +
-                   "\"\n"
-                   "dovecot-restart = \"true\"\ndovecot-configtest = \"\"\n"
-                   "dovecot-certconf = \"" +
-                   (dir_ / "certs") +
-                   "\"\n"
-                   "dovecot-ssl-certs = \"" +
-                   (dir_ / "ssl") + "\"\n");
-  }
-
-  /// @param words  for the shell, which splits them
-  Ran Run(const std::string& words, const std::string& input = "") {
-    dir_.Write("in", input);
-    const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
-                             "' " + words + " <'" + (dir_ / "in") + "' >'" + (dir_ / "out") +
-                             "' 2>'" + (dir_ / "err") + "'";
-    const int status = std::system(line.c_str());
-    return {WEXITSTATUS(status), dir_.Read("out"), dir_.Read("err")};
-  }
-
   json Data(const std::string& words) {
     const Ran ran = Run(words + " --json");
     EXPECT_EQ(0, ran.status) << words << ": " << ran.err;
@@ -62,20 +22,6 @@ class CommandsTest : public testing::Test {
     EXPECT_EQ(1, document["brisq"]);
     return document["data"];
   }
-
-  void AddDomain() {
-    const Ran owner = Run("owner add demo --uid 5000 --gid 5000 --home '" + (dir_ / "home") + "'");
-    ASSERT_EQ(0, owner.status) << owner.err;
-    ASSERT_EQ(0, Run("domain add example.org --owner demo").status);
-  }
-
-  void AddMailbox(const std::string& address) {
-    const Ran ran = Run("mailbox add " + address + " --password-stdin --quota 2G", "secret\n");
-    ASSERT_EQ(0, ran.status) << ran.err;
-  }
-
-  support::TempDir dir_;
-  support::DoveadmStandIn doveadm_{dir_};
 };
 
 TEST_F(CommandsTest, AMailboxIsAddedAndShown) {

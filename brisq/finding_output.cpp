@@ -1,0 +1,20 @@
+#include "brisq/finding_output.h"
+
+#include "brisq/exit_codes.h"
+#include "brisq/output.h"
+
+namespace brisq {
+
+void ShowFindings(Call& call, const std::vector<brisq_panel::Finding>& findings) {
+  for (const brisq_panel::Finding& finding : findings) {
+    call.output.Bare(brisq_panel::FindingLine(finding),
+                     {{"code", finding.code},
+                      {"severity", brisq_panel::SeverityWord(finding.severity)},
+                      {"object", finding.object},
+                      {"text", finding.text},
+                      {"fix", finding.fix}});
+  }
+  if (!findings.empty()) call.exit_code = kExitFindings;
+}
+
+}  // namespace brisq

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/doveadm_stand_in.h"
+#include "tests/support/temp_dir.h"
+
+namespace brisq {
+
+/// How the program ended.
+struct Ran {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+/// The built program on an instance of its own, with a stand-in for doveadm.
+class ProgramTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    doveadm_.Lists("CRAM-MD5 CLEARTEXT \n");
+    dir_.Write("brisq.toml",
+               "[panel]\ndatabase = \"state/panel.db\"\nstate = \"state\"\n"
+               "[log]\ndirectory = \"log\"\n"
+               "[param]\nPOP3 = \"dovecot\"\nEmailAuth = \"dovecot\"\n"
+               "DovecotPwScheme = \"CRAM-MD5\"\n"
+               "[path]\ndovecot-passwd = \"" +
+                   (dir_ / "passwd") +
+                   "\"\n"
+                   "dovecot-doveadm = \"" +
+                   doveadm_.path() +
+                   "\"\n"
+                   "dovecot-restart = \"true\"\ndovecot-configtest = \"\"\n"
+                   "dovecot-certconf = \"" +
+                   (dir_ / "certs") +
+                   "\"\n"
+                   "dovecot-ssl-certs = \"" +
+                   (dir_ / "ssl") + "\"\n");
+  }
+
+  /// @param words  for the shell, which splits them
+  Ran Run(const std::string& words, const std::string& input = "") {
+    dir_.Write("in", input);
+    const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
+                             "' " + words + " <'" + (dir_ / "in") + "' >'" + (dir_ / "out") +
+                             "' 2>'" + (dir_ / "err") + "'";
+    const int status = std::system(line.c_str());
+    return {WEXITSTATUS(status), dir_.Read("out"), dir_.Read("err")};
+  }
+
+  void AddDomain() {
+    const Ran owner = Run("owner add demo --uid 5000 --gid 5000 --home '" + (dir_ / "home") + "'");
+    ASSERT_EQ(0, owner.status) << owner.err;
+    ASSERT_EQ(0, Run("domain add example.org --owner demo").status);
+  }
+
+  void AddMailbox(const std::string& address) {
+    const Ran ran = Run("mailbox add " + address + " --password-stdin --quota 2G", "secret\n");
+    ASSERT_EQ(0, ran.status) << ran.err;
+  }
+
+  support::TempDir dir_;
+  support::DoveadmStandIn doveadm_{dir_};
+};
+
+}  // namespace brisq
