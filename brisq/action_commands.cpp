@@ -42,6 +42,7 @@ std::vector<Command> ActionCommands() {
                     {"PARAMS", "NAME=VALUE pairs joined by \"&\"", false, false}},
        .options = {},
        .one_of = {},
+       .changes = true,
        .run = Run},
   };
 }

@@ -21,6 +21,8 @@ const std::vector<Command>& Commands() {
          {OwnerCommands(), DomainCommands(), MailboxCommands(), RefreshCommands(),
           PasswdFileCommands(), TlsCommands(), ReloadCommands(), ActionCommands(), ServeCommands()})
       all.insert(all.end(), group.begin(), group.end());
+    for (Command& command : all)
+      if (command.changes) command.options.push_back(kDryRun);
     return all;
   }();
   return commands;

@@ -66,9 +66,14 @@ struct Command {
   std::vector<Option> options;
   /// Names of options of which exactly one must be given; empty for no such rule.
   std::vector<std::string> one_of;
+  /// Changes something, so that the option kDryRun is offered.
+  bool changes = false;
   /// Does the work with an open instance; failures leave it as mgr_err::Error.
   std::function<void(Call&)> run;
 };
+
+/// Offered by every command that changes something; the program itself obeys it.
+inline const Option kDryRun = {"--dry-run", "", "show what would be changed, change nothing"};
 
 /// All commands, in the order of the help.
 const std::vector<Command>& Commands();

@@ -8,7 +8,7 @@
 namespace brisq {
 
 void Confirm(const Call& call, const std::string& question) {
-  if (call.arguments.Has(kYes.name)) return;
+  if (call.arguments.Has(kYes.name) || call.arguments.Has(kDryRun.name)) return;
   if (!call.console.interactive)
     throw mgr_err::Error("usage", "", "without a terminal this needs " + kYes.name);
   call.console.err << Printable(question) << " [y/N] " << std::flush;

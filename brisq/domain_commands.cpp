@@ -67,6 +67,7 @@ std::vector<Command> DomainCommands() {
        .operands = {kDomain},
        .options = {{"--owner", "NAME", "owner of the domain and its mailboxes", true}},
        .one_of = {},
+       .changes = true,
        .run = Add},
       {.noun = "domain",
        .verb = "list",
@@ -89,6 +90,7 @@ std::vector<Command> DomainCommands() {
        .options = {{"--owner", "NAME", "another owner, while it has no mailboxes"},
                    {"--active", "on|off", "switches the domain and all of its mailboxes"}},
        .one_of = {},
+       .changes = true,
        .run = Set},
       {.noun = "domain",
        .verb = "delete",
@@ -96,6 +98,7 @@ std::vector<Command> DomainCommands() {
        .operands = {kDomain},
        .options = {kYes},
        .one_of = {},
+       .changes = true,
        .run = Delete},
   };
 }

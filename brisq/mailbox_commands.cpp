@@ -24,7 +24,8 @@ std::string Password(const Call& call) {
 }
 
 void ShowPassword(Call& call, const std::string& password, Record record) {
-  if (!Generates(call)) return call.output.Silent(std::move(record));
+  if (!Generates(call) || call.arguments.Has(kDryRun.name))
+    return call.output.Silent(std::move(record));
   record.emplace_back("password", password);
   call.output.Bare(password, std::move(record));
 }
@@ -126,6 +127,7 @@ std::vector<Command> Basics() {
                    kQuota,
                    {"--home", "DIR", "home directory, else OWNERHOME/mail/DOMAIN/LOCAL"}},
        .one_of = {kPasswordStdin.name, kGenerate.name},
+       .changes = true,
        .run = Add},
       {.noun = "mailbox",
        .verb = "list",
@@ -154,6 +156,7 @@ std::vector<Command> Changes() {
                    {"--home", "DIR", "another home directory; no mail is moved"},
                    {"--active", "on|off", "off: no login and no delivery"}},
        .one_of = {},
+       .changes = true,
        .run = Set},
       {.noun = "mailbox",
        .verb = "passwd",
@@ -161,6 +164,7 @@ std::vector<Command> Changes() {
        .operands = {kAddress},
        .options = {kPasswordStdin, kGenerate},
        .one_of = {kPasswordStdin.name, kGenerate.name},
+       .changes = true,
        .run = Passwd},
       {.noun = "mailbox",
        .verb = "delete",
@@ -168,6 +172,7 @@ std::vector<Command> Changes() {
        .operands = {kAddresses},
        .options = {kYes},
        .one_of = {},
+       .changes = true,
        .run = Delete},
       {.noun = "mailbox",
        .verb = "restore",
@@ -175,6 +180,7 @@ std::vector<Command> Changes() {
        .operands = {kAddress},
        .options = {},
        .one_of = {},
+       .changes = true,
        .run = Restore},
   };
 }

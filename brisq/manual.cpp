@@ -64,7 +64,11 @@ std::string Manual() {
       "`brisq [--config FILE] [--json] COMMAND ...`; `$BRISQ_CONFIG` stands in for `--config`, and "
       "`/etc/brisq/brisq.toml` for both.\n"
       "Data goes to standard output, all else to standard error. An error is one line, "
-      "`brisq: WORD: THING: REASON`.\n\n";
+      "`brisq: WORD: THING: REASON`.\n"
+      "With `--dry-run` a command does all that it would do for itself alone, says it, and takes "
+      "it "
+      "back: nobody else sees any of it, Dovecot included, and the exit code is that of the real "
+      "run.\n\n";
   for (const Command& command : Commands()) text += Section(command);
   return text + ExitCodes();
 }

@@ -56,12 +56,17 @@ void Output::Add(Record record, Layout layout) {
 }
 
 void Output::Bare(const std::string& line, Record record) {
-  bare_.push_back(line);
+  if (!dry_run_) bare_.push_back(line);
   Add(std::move(record), Layout::kBare);
 }
 
 void Output::Say(const std::string& line) {
-  if (!json_) console_.err << Printable(line) << "\n";
+  if (!json_) console_.err << (dry_run_ ? "dry run: " : "") << Printable(line) << "\n";
+}
+
+void Output::WouldHappen(const std::string& effect) {
+  effects_.push_back(effect);
+  Say(effect);
 }
 
 void Output::Warn(const std::string& line) {
@@ -84,6 +89,7 @@ void Output::Finish() {
 void Output::WriteJson() const {
   nlohmann::ordered_json document = {
       {"brisq", 1}, {"data", nlohmann::ordered_json::array()}, {"warnings", warnings_}};
+  if (dry_run_) document["dry_run"] = effects_;
   for (const Record& record : records_) document["data"].push_back(Json(record));
   // Bytes that are no UTF-8 can only come from outside; they must not make the listing fail.
   console_.out << document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)

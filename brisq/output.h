@@ -33,6 +33,12 @@ class Output {
   /// A line that matters although the command goes on; in JSON also in "warnings".
   void Warn(const std::string& line);
 
+  /// From now on everything said is marked as what would be; a bare line, which is worth nothing
+  /// then, is left out.
+  void BeginDryRun() { dry_run_ = true; }
+  /// Says what a dry run has found; in JSON part of "dry_run".
+  void WouldHappen(const std::string& effect);
+
   /// Writes the data.
   void Finish();
 
@@ -45,10 +51,12 @@ class Output {
 
   const Console& console_;
   bool json_;
+  bool dry_run_ = false;
   Layout layout_ = Layout::kTable;
   std::vector<Record> records_;
   std::vector<std::string> bare_;
   std::vector<std::string> warnings_;
+  std::vector<std::string> effects_;
 };
 
 }  // namespace brisq

@@ -52,6 +52,7 @@ std::vector<Command> OwnerCommands() {
                    {"--gid", "N", "group number under which the mail is kept, not 0", true},
                    {"--home", "DIR", "home directory, made when it is missing", true}},
        .one_of = {},
+       .changes = true,
        .run = Add},
       {.noun = "owner",
        .verb = "list",

@@ -8,6 +8,7 @@
 #include "brisq/output.h"
 #include "framework/config_file.h"
 #include "framework/modules.h"
+#include "framework/rehearsal.h"
 #include "panel/instance.h"
 
 namespace brisq {
@@ -18,14 +19,26 @@ void WarnOfPlugins(const brisq_panel::Instance& instance, Output& output) {
     if (!report.error.empty()) output.Warn("plug-in " + report.file + ": " + report.error);
 }
 
+void RunDry(const Command& command, Call& call) {
+  call.output.BeginDryRun();
+  const Rehearsal rehearsal;
+  command.run(call);
+  for (const std::string& effect : rehearsal.effects()) call.output.WouldHappen(effect);
+  call.output.Say("nothing was changed");
+}
+
 int Run(const CommandLine& line, const Console& console) {
   const mgr_cf::Settings settings = mgr_cf::ReadSettings(line.config);
   Output output(console, line.json);
   brisq_panel::Instance instance(settings);
   WarnOfPlugins(instance, output);
   Call call{line.arguments, output, console};
-  line.command->run(call);
-  for (const std::string& problem : instance.RunDue()) output.Warn(problem);
+  if (line.arguments.Has(kDryRun.name)) {
+    RunDry(*line.command, call);
+  } else {
+    line.command->run(call);
+    for (const std::string& problem : instance.RunDue()) output.Warn(problem);
+  }
   output.Finish();
   return call.exit_code;
 }

@@ -52,6 +52,7 @@ std::vector<Command> RefreshCommands() {
        .operands = {},
        .options = {{"--sweep", "", "whatever the number of mailboxes whose line is gone"}},
        .one_of = {},
+       .changes = true,
        .run = Refresh},
       {.noun = "usage",
        .verb = "",

@@ -38,6 +38,7 @@ void Now(Call& call) {
   const std::vector<ReloadRun> runs = reloader::RunDue();
   for (const ReloadRun& run : runs)
     if (!run.error.empty()) throw mgr_err::Error("email", "reload", run.error);
+  if (call.arguments.Has(kDryRun.name)) return;
   call.output.Say(runs.empty() ? "left to the running server" : "done");
 }
 
@@ -66,6 +67,7 @@ std::vector<Command> ReloadCommands() {
        .operands = {},
        .options = {{"--restart", "", "restart instead of reload"}},
        .one_of = {},
+       .changes = true,
        .run = Now},
       {.noun = "reload",
        .verb = "status",

@@ -63,6 +63,7 @@ std::vector<Command> TlsCommands() {
                    {"--key", "FILE", "private key without a passphrase, PEM", true},
                    {"--force", "", "also when the certificate does not cover the domain"}},
        .one_of = {},
+       .changes = true,
        .run = Set},
       {.noun = "tls",
        .verb = "unset",
@@ -70,6 +71,7 @@ std::vector<Command> TlsCommands() {
        .operands = {kDomain},
        .options = {},
        .one_of = {},
+       .changes = true,
        .run = Unset},
       {.noun = "tls",
        .verb = "list",
@@ -91,6 +93,7 @@ std::vector<Command> TlsCommands() {
        .operands = {},
        .options = {},
        .one_of = {},
+       .changes = true,
        .run = Prune},
   };
 }

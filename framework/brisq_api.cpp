@@ -9,6 +9,7 @@
 #include "framework/due.h"
 #include "framework/module_registry.h"
 #include "framework/modules.h"
+#include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 
@@ -151,6 +152,8 @@ std::string InternalCall(const std::string& action, const std::string& params) {
 void ExecuteLater(const std::string& command) {
   if (Request* request = Request::Current()) {
     request->QueueCommand(command);
+  } else if (Rehearsal* rehearsal = Rehearsal::Current()) {
+    rehearsal->Note("command " + command + " run");
   } else {
     due::QueueCommand(command);
   }

@@ -9,6 +9,7 @@
 
 #include "framework/conf_lock.h"
 #include "framework/conf_merge.h"
+#include "framework/conf_scratch.h"
 #include "framework/save_watch.h"
 #include "mgr_err.h"
 
@@ -42,8 +43,11 @@ std::exception_ptr Doubtful(const std::exception_ptr& error) {
 
 }  // namespace
 
-ConfFile::ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration)
-    : path_(std::move(path)), configuration_(std::move(configuration)) {}
+ConfFile::ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration,
+                   std::shared_ptr<ConfScratch> scratch)
+    : path_(std::move(path)),
+      configuration_(std::move(configuration)),
+      scratch_(std::move(scratch)) {}
 
 ConfFile::Reading ConfFile::Read() const {
   std::shared_lock lock(mutex_);
@@ -65,8 +69,13 @@ void ConfFile::EndWork() {
   work_ended_.notify_all();
 }
 
+ConfStamp ConfFile::StampNow() const {
+  const auto kept = scratch_ ? scratch_->Find(path_) : std::nullopt;
+  return kept ? kept->stamp : StampAt(path_);
+}
+
 bool ConfFile::IsCurrent() const {
-  const ConfStamp now = StampAt(path_);
+  const ConfStamp now = StampNow();
   const std::shared_lock lock(mutex_);
   // A save takes over what others have changed, and who only reads need not wait for it.
   return document_ && ((settled_ && now == stamp_) || work_ == Work::kSaving);
@@ -77,7 +86,7 @@ void ConfFile::Refresh() {
   Lock lock(mutex_);
   work_ended_.wait(lock, [this] { return work_ != Work::kReading; });
   const bool settled = document_ && settled_;
-  if ((document_ && work_ == Work::kSaving) || (settled && StampAt(path_) == stamp_)) return;
+  if ((document_ && work_ == Work::kSaving) || (settled && StampNow() == stamp_)) return;
   StartWork(lock, Work::kReading);
   try {
     lock.unlock();
@@ -93,6 +102,7 @@ void ConfFile::Refresh() {
 }
 
 ConfContent ConfFile::ReadFile() const {
+  if (const auto kept = scratch_ ? scratch_->Find(path_) : std::nullopt) return *kept;
   const auto begin = std::chrono::steady_clock::now();
   for (;;) {
     ConfContent content = ReadAt(AT_FDCWD, path_, path_);
@@ -176,7 +186,21 @@ bool ConfFile::HasWaiting() const {
   return !waiting_.empty();
 }
 
+// Refuses what a real save would refuse before it writes.
+void ConfFile::SaveIntoScratch() {
+  saving_ = waiting_.size();
+  try {
+    safe_replace::Target::Resolve(path_);
+  } catch (...) {
+    return FailTaken(std::current_exception(), false);
+  }
+  stamp_ = scratch_->Keep(path_, document_->Print());
+  settled_ = true;
+  Settle(nullptr, true);
+}
+
 void ConfFile::Lead(Lock& lock) {
+  if (scratch_) return SaveIntoScratch();
   StartWork(lock, Work::kSaving);
   saving_ = waiting_.size();
   lock.unlock();

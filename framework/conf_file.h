@@ -16,6 +16,8 @@
 #include "framework/conf_save.h"
 #include "framework/conf_stamp.h"
 
+class ConfScratch;
+
 /// A configuration file that is in use: its document, what has been changed in it and is not yet
 /// saved, and the one save that may be going on.
 ///
@@ -40,7 +42,10 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
     std::shared_ptr<const ConfDocument> document;
   };
 
-  ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration);
+  /// @param scratch  null, or what stands in for the disk once something was saved: then the file
+  /// itself is read only, nothing is ever written to it and no hook is called
+  ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration,
+           std::shared_ptr<ConfScratch> scratch = nullptr);
 
   const std::string& path() const noexcept { return path_; }
   const ConfConfiguration& configuration() const noexcept { return *configuration_; }
@@ -75,11 +80,13 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   using Lock = std::unique_lock<std::shared_mutex>;
 
   bool IsCurrent() const;
+  ConfStamp StampNow() const;
   void Refresh();
   ConfContent ReadFile() const;
   void TakeOver(const ConfContent& content);
   void ApplyWaiting();
   void Lead(Lock& lock);
+  void SaveIntoScratch();
   ConfCache::SaveReason WriteOut(Lock& lock, ConfSave& save);
   void TakeIn(const ConfContent& found, const std::optional<ConfSnapshot>& origin);
   void FinishWritten(Lock& lock, ConfSave& save);
@@ -92,6 +99,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
 
   const std::string path_;
   const std::shared_ptr<const ConfConfiguration> configuration_;
+  const std::shared_ptr<ConfScratch> scratch_;
   mutable std::shared_mutex mutex_;
   std::condition_variable_any work_ended_;
   Work work_ = Work::kNone;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "framework/rehearsal.h"
 #include "mgr_err.h"
 
 ConfRegistry::Configuration& ConfRegistry::Entry(const std::string& name) {
@@ -28,6 +29,9 @@ std::shared_ptr<ConfFile> ConfRegistry::File(const std::string& name, const std:
   const auto configuration = configurations_.find(name);
   if (configuration == configurations_.end() || !configuration->second.has_syntax) {
     throw mgr_err::Error("internal", name, "not a registered configuration");
+  }
+  if (Rehearsal* rehearsal = Rehearsal::Current()) {
+    return rehearsal->File(path, configuration->second.registered);
   }
   File_& entry = files_[{name, path}];
   if (!entry.file) entry.file = std::make_shared<ConfFile>(path, configuration->second.registered);

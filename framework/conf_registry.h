@@ -20,7 +20,8 @@ class BRISQ_API ConfRegistry {
 
   /// The configuration of this name, made when it is not there.
   ConfConfiguration& Declare(const std::string& name);
-  /// The file of a configuration, not read yet when it was not there.
+  /// The file of a configuration, not read yet when it was not there; in a dry run a copy of the
+  /// thread's own.
   /// @throws mgr_err::Error "internal" for a configuration that was never given a syntax
   std::shared_ptr<ConfFile> File(const std::string& name, const std::string& path);
   /// Remembers that files of this configuration may be opened.

@@ -4,6 +4,7 @@
 
 #include "framework/conf_defer.h"
 #include "framework/conf_line.h"
+#include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 
@@ -109,6 +110,7 @@ ConfChange::Target ConfView::TargetAt(dd::RecordPtr place) {
 dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
   const std::string words = change.Words();
   const auto waiting = file_->Apply(std::move(change));
+  if (Rehearsal* rehearsal = Rehearsal::Current()) rehearsal->Note(words + " in " + path());
   // Noted before the save, so that a request takes the change back even when its save ends in
   // doubt.
   if (Request* request = Request::Current(); request != nullptr) {

@@ -59,6 +59,19 @@ int Rename(const std::string& from, const std::string& to, unsigned flags) {
   return sys::Rename(AT_FDCWD, from.c_str(), to.c_str(), flags);
 }
 
+// An exchange would take a directory's place as well.
+void RefuseDirectory(const std::string& path) {
+  struct stat there = {};
+  if (sys::Stat(AT_FDCWD, path.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno != ENOENT) {
+      sys::Fail("stat", path);
+    }
+  } else if (S_ISDIR(there.st_mode)) {
+    errno = EISDIR;
+    sys::Fail("rename", path);
+  }
+}
+
 int Unlink(const std::string& path) { return sys::Unlink(AT_FDCWD, path.c_str()); }
 
 // The flags of renameat2 are unknown to this kernel or file system.
@@ -104,8 +117,16 @@ FileSwap::~FileSwap() {
   }
 }
 
+void FileSwap::RefuseUnfit(const std::string& path) {
+  struct stat directory = {};
+  if (sys::Stat(AT_FDCWD, DirectoryOf(path).c_str(), &directory, 0) != 0) {
+    sys::Fail("open", path);
+  }
+  RefuseDirectory(path);
+}
+
 void FileSwap::Publish() {
-  RefuseDirectory();
+  RefuseDirectory(path_);
   PutInPlace();
   published_ = true;
   try {
@@ -149,19 +170,6 @@ void FileSwap::RemoveAside() noexcept {
   if (!aside_.empty()) {
     Unlink(aside_);
     aside_.clear();
-  }
-}
-
-// An exchange would take a directory's place as well.
-void FileSwap::RefuseDirectory() const {
-  struct stat there = {};
-  if (sys::Stat(AT_FDCWD, path_.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno != ENOENT) {
-      sys::Fail("stat", path_);
-    }
-  } else if (S_ISDIR(there.st_mode)) {
-    errno = EISDIR;
-    sys::Fail("rename", path_);
   }
 }
 

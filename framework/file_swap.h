@@ -34,6 +34,11 @@ class BRISQ_API FileSwap {
   FileSwap(const FileSwap&) = delete;
   FileSwap& operator=(const FileSwap&) = delete;
 
+  /// For dry runs: refuses, as construction and Publish would, a path whose directory is missing
+  /// or at which a directory stands.
+  /// @throws mgr_err::Error "file"
+  static void RefuseUnfit(const std::string& path);
+
   /// Puts the prepared entry in the target's place, replacing a file or a symbolic link (not what
   /// it points to), and syncs the directory. A reader sees the old entry, none if there was none,
   /// or the new one.
@@ -63,7 +68,6 @@ class BRISQ_API FileSwap {
   Stamp StampOf(const std::string& path) const;
   std::string WhereOldIs() const;
   void RemoveAside() noexcept;
-  void RefuseDirectory() const;
   void PutInPlace();
   bool ExchangeWithOld();
   bool PlaceIfNone();

@@ -10,6 +10,7 @@
 
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/rehearsal.h"
 
 namespace mgr_file {
 
@@ -63,11 +64,26 @@ std::string ReadAll(int file, std::size_t expected, const std::string& path) {
   }
 }
 
+// Refuses what mkdir(2) would.
+void RehearseMkDir(Rehearsal& rehearsal, const std::string& path) {
+  const std::string parent = SplitPath(path).first;
+  if (!IsMissing(path, false)) {
+    throw FileError(path, "mkdir", EEXIST);
+  }
+  if (!rehearsal.HasDirectory(parent) && IsMissing(parent.empty() ? "." : parent, true)) {
+    throw FileError(path, "mkdir", ENOENT);
+  }
+  rehearsal.AddDirectory(path);
+}
+
 }  // namespace
 
 bool Exists(const std::string& path) { return !IsMissing(path, true); }
 
 void MkDir(const std::string& path, const Attrs& attrs) {
+  if (Rehearsal* rehearsal = Rehearsal::Current()) {
+    return RehearseMkDir(*rehearsal, path);
+  }
   if (::mkdir(path.c_str(), 0700) != 0) {
     throw FileError(path, "mkdir");
   }
@@ -114,7 +130,18 @@ std::string ReadE(const std::string& path) {
   return ReadAll(file.get(), static_cast<std::size_t>(status.st_size), path);
 }
 
-bool RemoveFile(const std::string& path) noexcept { return ::unlink(path.c_str()) == 0; }
+bool RemoveFile(const std::string& path) noexcept {
+  Rehearsal* const rehearsal = Rehearsal::Current();
+  if (rehearsal == nullptr) {
+    return ::unlink(path.c_str()) == 0;
+  }
+  struct stat status {};
+  const bool there = ::lstat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+  if (there) {
+    rehearsal->AddRemoved(path);
+  }
+  return there;
+}
 
 Info::Info(const std::string& path, int mode) : missed_(false) {
   if (mode != 1 && mode != 2) {

@@ -1,12 +1,26 @@
 #include "mgr_job.h"
 
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <typeinfo>
+
 #include "brisq_api.h"
 #include "framework/file_swap.h"
+#include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "framework/user_dir.h"
 #include "mgr_err.h"
 
 namespace mgr_job {
+
+std::string ClassOf(const mgr_job::Job& job) {
+  const char* mangled = typeid(job).name();
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> name(
+      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
+  return status == 0 ? name.get() : mangled;
+}
 
 Job::Job() {
   if (Request::Current() == nullptr) {
@@ -23,9 +37,13 @@ Job::~Job() {
 
 void Job::Forget() noexcept {}
 
+std::string Job::Rehearse() { return ClassOf(*this); }
+
 CreateFile::CreateFile(const std::string& path, const std::string& content,
                        const mgr_file::Attrs& attrs)
-    : swap_(std::make_unique<FileSwap>(path, content, attrs)) {}
+    : path_(path),
+      swap_(Rehearsal::Current() == nullptr ? std::make_unique<FileSwap>(path, content, attrs)
+                                            : nullptr) {}
 
 CreateFile::~CreateFile() = default;
 
@@ -34,6 +52,14 @@ void CreateFile::Do() { swap_->Publish(); }
 void CreateFile::Undo() { swap_->Restore(); }
 
 void CreateFile::Forget() noexcept { swap_->Discard(); }
+
+std::string CreateFile::Rehearse() {
+  const std::string directory = mgr_file::SplitPath(path_).first;
+  if (!Rehearsal::Current()->HasDirectory(directory)) {
+    FileSwap::RefuseUnfit(path_);
+  }
+  return "file " + path_ + " written";
+}
 
 CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
     : action_(action), params_(params) {}
@@ -46,6 +72,10 @@ void CallOnCommit::Do() {
 
 // The request drops the call when it fails.
 void CallOnCommit::Undo() {}
+
+std::string CallOnCommit::Rehearse() {
+  return "action " + action_ + (params_.empty() ? "" : " with " + params_) + " called";
+}
 
 namespace safe {
 
@@ -76,6 +106,11 @@ void CreateDir::Do() {
 }
 
 void CreateDir::Undo() { user_dir::Remove(folder_, *made_); }
+
+std::string CreateDir::Rehearse() {
+  user_dir::CheckMakeOne(folder_, name_);
+  return "directory " + mgr_file::ConcatPath(folder_.path(), name_) + " made";
+}
 
 }  // namespace safe
 }  // namespace mgr_job

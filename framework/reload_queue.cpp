@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
@@ -106,6 +107,9 @@ void Queue::Leave(const std::string& action) {
 }
 
 void Queue::Ask(const std::string& group, const std::string& action, bool hard) {
+  if (Rehearsal* const rehearsal = Rehearsal::Current()) {
+    return rehearsal->Note(std::string(hard ? "restart" : "reload") + " of the mail server");
+  }
   const ReloadRequest request = {0, group, action, hard, clock_()};
   try {
     Store()->Add(request);
@@ -123,6 +127,9 @@ void Queue::Ask(const std::string& group, const std::string& action, bool hard) 
 }
 
 std::vector<ReloadRun> Queue::RunDue() {
+  if (Rehearsal::Current() != nullptr) {
+    return {};
+  }
   StoreKept();
   const std::string serve_lock = LockPath(kServeLock);
   if (!serve_lock.empty() && !FileLock::Take(serve_lock)) {

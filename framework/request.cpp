@@ -1,14 +1,11 @@
 #include "framework/request.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <mutex>
-#include <typeinfo>
 #include <utility>
 
 #include "framework/due.h"
+#include "framework/rehearsal.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
 
@@ -38,14 +35,6 @@ void CallIfSet(const std::function<void()>& hook) {
   if (hook) {
     hook();
   }
-}
-
-std::string ClassOf(const mgr_job::Job& job) {
-  const char* mangled = typeid(job).name();
-  int status = 0;
-  const std::unique_ptr<char, decltype(&std::free)> name(
-      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
-  return status == 0 ? name.get() : mangled;
 }
 
 mgr_err::Error Misuse(const std::string& request, const std::string& rule) {
@@ -85,6 +74,10 @@ void Request::Commit() {
   } catch (...) {
     Rollback();
     throw;
+  }
+  if (Rehearsal* rehearsal = Rehearsal::Current()) {
+    NoteCallsAfterCommit(*rehearsal);
+    return End();
   }
   for (mgr_job::Job* job : jobs_) {
     job->Forget();
@@ -143,7 +136,11 @@ void Request::DoJobs() {
   // By index: a job may add others behind it.
   for (std::size_t i = 0; i < jobs_.size(); ++i) {
     mgr_job::Job* job = jobs_[i];
-    Step step{ClassOf(*job), [job] { job->Undo(); }};
+    if (Rehearsal* rehearsal = Rehearsal::Current()) {
+      rehearsal->Note(job->Rehearse());
+      continue;
+    }
+    Step step{mgr_job::ClassOf(*job), [job] { job->Undo(); }};
     job->Do();
     done_.push_back(std::move(step));
   }
@@ -184,6 +181,15 @@ void Request::MakeCallsAfterCommit() noexcept {
   }
   for (const std::string& command : std::exchange(commands_, {})) {
     Attempt({command, [&command] { due::QueueCommand(command); }}, "queueing of " + command);
+  }
+}
+
+void Request::NoteCallsAfterCommit(Rehearsal& rehearsal) {
+  for (const Step& step : after_commit_) {
+    rehearsal.Note("after the commit: " + step.what);
+  }
+  for (const std::string& command : commands_) {
+    rehearsal.Note("command " + command + " run");
   }
 }
 

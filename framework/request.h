@@ -10,12 +10,17 @@
 #include "brisq_export.h"
 #include "mgr_job.h"
 
+class Rehearsal;
+
 /// One unit of work: changes of the database, of files and of directories that happen together or
 /// not at all.
 ///
 /// From construction on it is the current request of its thread, whose jobs it owns and whose
 /// database operations form one transaction. It ends by Commit, Rollback or its destructor,
 /// whichever comes first, and is current no longer. An object belongs to the thread that made it.
+///
+/// In a dry run (framework/rehearsal.h) jobs are asked instead of done, and what is for after the
+/// commit is noted instead of made.
 class BRISQ_API Request {
  public:
   /// What a request does to the database. Each may throw, but for `rollback`, whose errors are
@@ -100,6 +105,7 @@ class BRISQ_API Request {
   void RollbackDatabase() noexcept;
   void End() noexcept;
   void MakeCallsAfterCommit() noexcept;
+  void NoteCallsAfterCommit(Rehearsal& rehearsal);
   void Problem(const std::string& what, const std::string& reason) noexcept;
   void Attempt(const Step& step, const std::string& what) noexcept;
 

@@ -22,6 +22,11 @@ class CreatePath : public mgr_job::Job {
     }
   }
 
+  std::string Rehearse() override {
+    const bool missing = user_dir::CheckMakePath(folder_);
+    return missing ? "directory " + folder_.path() + " made" : "";
+  }
+
  private:
   mgr_file::safe::Folder folder_;
   mgr_file::Attrs attrs_;

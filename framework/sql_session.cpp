@@ -7,7 +7,9 @@
 #include <chrono>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 
+#include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "str.h"
@@ -76,6 +78,7 @@ struct SqlSession::Database {
   int busy_limit_ms;
   bool in_request = false;
   bool in_group = false;
+  bool in_rehearsal = false;
   Clock::time_point group_began;
   // Behind the session, so that they are finalised before it is closed.
   std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
@@ -212,6 +215,9 @@ void SqlSession::BeforeChange() {
     LockForWriting();
     return;
   }
+  if (InRehearsal()) {
+    return;
+  }
   EndGroupWhenOld();
   if (groups_ > 0 && !database_->in_group) {
     // At once with the write lock: a transaction that read first could not get it any more.
@@ -221,20 +227,42 @@ void SqlSession::BeforeChange() {
   }
 }
 
+// True in a dry run, whose transaction it begins.
+bool SqlSession::InRehearsal() {
+  Rehearsal* const rehearsal = Rehearsal::Current();
+  if (rehearsal != nullptr && !database_->in_rehearsal) {
+    CommitGroup();
+    Run("BEGIN IMMEDIATE");
+    database_->in_rehearsal = true;
+    rehearsal->OnEnd([this] { EndRehearsal(); });
+  }
+  return rehearsal != nullptr;
+}
+
+void SqlSession::EndRehearsal() {
+  if (std::exchange(database_->in_rehearsal, false)) {
+    Rollback("ROLLBACK");
+  }
+}
+
 void SqlSession::BeginTransaction() {
-  Run("BEGIN IMMEDIATE");
+  Run(InRehearsal() ? "SAVEPOINT request" : "BEGIN IMMEDIATE");
   database_->in_request = true;
 }
 
 void SqlSession::CommitTransaction() {
-  Run("COMMIT");
+  Run(database_->in_rehearsal ? "RELEASE request" : "COMMIT");
   database_->in_request = false;
 }
 
 void SqlSession::RollbackTransaction() {
   database_->in_request = false;
+  Rollback(database_->in_rehearsal ? "ROLLBACK TO request" : "ROLLBACK");
+}
+
+void SqlSession::Rollback(const char* sql) {
   try {
-    Run("ROLLBACK");
+    Run(sql);
   } catch (const mgr_err::Error& error) {
     // After a full disk, for example, the database has rolled back by itself.
     if (error.value().find("no transaction is active") == std::string::npos) {
@@ -266,6 +294,8 @@ void SqlSession::Run(const char* sql) {
   Translating([&] { database_->session << sql; });
 }
 
-bool SqlSession::Busy() const noexcept { return database_->in_request || database_->in_group; }
+bool SqlSession::Busy() const noexcept {
+  return database_->in_request || database_->in_group || database_->in_rehearsal;
+}
 
 }  // namespace mgr_db

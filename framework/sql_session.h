@@ -12,7 +12,8 @@ namespace mgr_db {
 /// There are three ways to work. Outside of everything each change is a transaction of its own.
 /// While the thread has a current request, that one's transaction is begun by the first change.
 /// Inside GroupedChanges changes share transactions of limited length; a request ends the one that
-/// goes on.
+/// goes on. In a dry run all of this happens inside of one transaction, in which requests are save
+/// points.
 class SqlSession : public Connection {
  public:
   /// @throws mgr_err::Error "db" or "locked" when the file can't be opened
@@ -30,6 +31,9 @@ class SqlSession : public Connection {
   /// @throws mgr_err::Error "db": the connection is not usable any more
   void RollbackTransaction();
 
+  /// Rolls back all that a dry run has changed; does nothing when there is none.
+  void EndRehearsal();
+
   void EnterGroup() noexcept { ++groups_; }
   void LeaveGroup() noexcept { --groups_; }
   /// Ends the transaction that a group has begun; does nothing when there is none.
@@ -46,6 +50,8 @@ class SqlSession : public Connection {
   Statement& Prepared(const std::string& sql, std::size_t values, std::size_t columns);
   std::vector<Row> Fetch(const std::string& sql, const Row& values, std::size_t columns);
   void BeforeChange();
+  bool InRehearsal();
+  void Rollback(const char* sql);
   void Run(const char* sql);
   void EndGroupWhenOld();
 

@@ -216,6 +216,29 @@ Descriptor MakeComponents(const mgr_file::safe::Folder& folder, const mgr_file::
   return at;
 }
 
+// The folder as far as it exists; nothing when some of it does not.
+std::optional<Descriptor> OpenIfThere(const mgr_file::safe::Folder& folder) {
+  Descriptor at = OpenRoot(folder);
+  std::string path = folder.root();
+  for (const std::string& name : ComponentsBelowRoot(folder)) {
+    path = mgr_file::ConcatPath(path, name);
+    struct stat state = {};
+    if (sys::Stat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+      return std::nullopt;
+    }
+    at = OpenOwned(at.get(), name, path, folder.uid());
+  }
+  return at;
+}
+
+mgr_err::Error Taken(int parent, const std::string& name, const std::string& path) {
+  struct stat state = {};
+  const bool seen = sys::Stat(parent, name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+  return mgr_err::Error(
+      "file", path,
+      std::string("exists already") + (seen ? std::string(" as ") + KindOf(state.st_mode) : ""));
+}
+
 }  // namespace
 
 std::string Normalised(const std::string& path) {
@@ -273,13 +296,19 @@ Made MakeOne(const mgr_file::safe::Folder& parent, const std::string& name,
   const std::string path = mgr_file::ConcatPath(parent.path(), name);
   std::optional<Fresh> fresh = TryMake(at.get(), name, path, attrs);
   if (!fresh) {
-    struct stat state = {};
-    const bool seen = sys::Stat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
-    throw mgr_err::Error(
-        "file", path,
-        std::string("exists already") + (seen ? std::string(" as ") + KindOf(state.st_mode) : ""));
+    throw Taken(at.get(), name, path);
   }
   return std::move(fresh->made);
+}
+
+bool CheckMakePath(const mgr_file::safe::Folder& folder) { return !OpenIfThere(folder); }
+
+void CheckMakeOne(const mgr_file::safe::Folder& parent, const std::string& name) {
+  const std::optional<Descriptor> at = OpenIfThere(parent);
+  struct stat state = {};
+  if (at && sys::Stat(at->get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0) {
+    throw Taken(at->get(), name, mgr_file::ConcatPath(parent.path(), name));
+  }
 }
 
 void Remove(const mgr_file::safe::Folder& folder, const Made& made) {

@@ -49,6 +49,13 @@ BRISQ_API std::vector<Made> MakePath(const mgr_file::safe::Folder& folder,
 BRISQ_API Made MakeOne(const mgr_file::safe::Folder& parent, const std::string& name,
                        const mgr_file::Attrs& attrs);
 
+/// For dry runs: refuses what MakePath would refuse on the way as far as it exists.
+/// @return true when something would be made
+BRISQ_API bool CheckMakePath(const mgr_file::safe::Folder& folder);
+
+/// For dry runs: refuses what MakeOne would refuse; a parent that is missing yet is none of it.
+BRISQ_API void CheckMakeOne(const mgr_file::safe::Folder& parent, const std::string& name);
+
 /// Removes a directory that was made in the tree of `folder`, if its name still stands for it and
 /// it is empty; leaves everything else alone.
 /// @throws mgr_err::Error "file" when the way to it is no longer safe or the system refuses

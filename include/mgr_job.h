@@ -37,7 +37,15 @@ class BRISQ_API Job {
   virtual void Undo() = 0;
   /// After the commit: gives up what only Undo needed. Does nothing by default, must not fail.
   virtual void Forget() noexcept;
+  /// In a dry run, instead of Do: looks whether Do could succeed, as far as that shows without
+  /// changing anything, and tells in words what it would do; empty for nothing worth telling. By
+  /// default the job's class.
+  /// @throws mgr_err::Error as Do would
+  virtual std::string Rehearse();
 };
+
+/// A job's class by its name in the source.
+BRISQ_API std::string ClassOf(const Job& job);
 
 /// Makes a file hold exactly `content`. Construction writes a temporary file beside the target,
 /// commit renames it over the target, so a reader sees the old file, none, or the whole new one.
@@ -50,9 +58,11 @@ class BRISQ_API CreateFile : public Job {
   void Do() override;
   void Undo() override;
   void Forget() noexcept override;
+  std::string Rehearse() override;
 
  private:
-  std::unique_ptr<FileSwap> swap_;
+  std::string path_;
+  std::unique_ptr<FileSwap> swap_;  // none in a dry run
 };
 
 /// Calls an action with a parameter string after the request has been committed; never when it
@@ -63,6 +73,7 @@ class BRISQ_API CallOnCommit : public Job {
   CallOnCommit(const std::string& action, const std::string& params);
   void Do() override;
   void Undo() override;
+  std::string Rehearse() override;
 
  private:
   std::string action_;
@@ -82,6 +93,7 @@ class BRISQ_API CreateDir : public Job {
   ~CreateDir() override;
   void Do() override;
   void Undo() override;
+  std::string Rehearse() override;
 
  private:
   mgr_file::safe::Folder folder_;

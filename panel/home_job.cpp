@@ -9,6 +9,8 @@ MakeHome::MakeHome(const std::string& home, uid_t uid, gid_t gid)
 
 void MakeHome::Do() { made_ = MakeDirectories(home_, mgr_file::Attrs(0755, 0, 0), attrs_); }
 
+std::string MakeHome::Rehearse() { return "directory " + home_ + " made"; }
+
 void MakeHome::Undo() { RemoveDirectories(made_); }
 
 }  // namespace brisq_panel

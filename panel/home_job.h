@@ -14,6 +14,7 @@ class BRISQ_API MakeHome : public mgr_job::Job {
   MakeHome(const std::string& home, uid_t uid, gid_t gid);
   void Do() override;
   void Undo() override;
+  std::string Rehearse() override;
 
  private:
   std::string home_;

@@ -87,6 +87,14 @@ void PlaceLink::Forget() noexcept {
   }
 }
 
+std::string PlaceLink::Rehearse() {
+  struct stat there {};
+  if (::lstat(path_.c_str(), &there) == 0 && S_ISDIR(there.st_mode)) {
+    throw mgr_file::FileError(path_, "link", EISDIR);
+  }
+  return LinkTarget(path_) == target_ ? "" : "link " + path_ + " to " + target_ + " placed";
+}
+
 RemoveLink::RemoveLink(const std::string& path) : path_(path) {}
 
 void RemoveLink::Do() {
@@ -112,6 +120,10 @@ void RemoveLink::Forget() noexcept {
   if (!old_.empty()) {
     ::unlink(old_.c_str());
   }
+}
+
+std::string RemoveLink::Rehearse() {
+  return LinkTarget(path_).empty() ? "" : "link " + path_ + " removed";
 }
 
 }  // namespace brisq_panel

@@ -17,6 +17,7 @@ class BRISQ_API PlaceLink : public mgr_job::Job {
   /// Leaves the path alone when it is not this link any more.
   void Undo() override;
   void Forget() noexcept override;
+  std::string Rehearse() override;
 
  private:
   void KeepOld();
@@ -35,6 +36,7 @@ class BRISQ_API RemoveLink : public mgr_job::Job {
   /// Leaves the path alone when something else is there by now.
   void Undo() override;
   void Forget() noexcept override;
+  std::string Rehearse() override;
 
  private:
   std::string path_;

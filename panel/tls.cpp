@@ -8,6 +8,7 @@
 #include "brisq_api.h"
 #include "email.h"
 #include "framework/modules.h"
+#include "framework/rehearsal.h"
 #include "mgr_file.h"
 #include "mgr_job.h"
 #include "panel/certificate_cleanup.h"
@@ -120,8 +121,10 @@ CertificateInfo LookAt(const brisq_db::EmailDomainTable& domain) {
 // Snippets and what is wrong with each.
 std::map<std::string, std::string> Snippets(const std::string& folder) {
   std::map<std::string, std::string> snippets;
+  const Rehearsal* const rehearsal = Rehearsal::Current();
   for (mgr_file::Dir directory(folder); directory.Read();) {
-    if (directory.HasExt(".conf")) {
+    const bool removed = rehearsal != nullptr && rehearsal->HasRemoved(directory.FullName());
+    if (directory.HasExt(".conf") && !removed) {
       snippets[directory.FullName()] = MissingFileOf(directory.FullName());
     }
   }

@@ -44,12 +44,12 @@ class ProgramTest : public testing::Test {
 
   /// @param words  for the shell, which splits them
   Ran Run(const std::string& words, const std::string& input = "") {
-    dir_.Write("in", input);
+    beside_.Write("in", input);
     const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
-                             "' " + words + " <'" + (dir_ / "in") + "' >'" + (dir_ / "out") +
-                             "' 2>'" + (dir_ / "err") + "'";
+                             "' " + words + " <'" + (beside_ / "in") + "' >'" + (beside_ / "out") +
+                             "' 2>'" + (beside_ / "err") + "'";
     const int status = std::system(line.c_str());
-    return {WEXITSTATUS(status), dir_.Read("out"), dir_.Read("err")};
+    return {WEXITSTATUS(status), beside_.Read("out"), beside_.Read("err")};
   }
 
   void AddDomain() {
@@ -63,8 +63,9 @@ class ProgramTest : public testing::Test {
     ASSERT_EQ(0, ran.status) << ran.err;
   }
 
+  support::TempDir beside_;  ///< what the tests need and the program does not
   support::TempDir dir_;
-  support::DoveadmStandIn doveadm_{dir_};
+  support::DoveadmStandIn doveadm_{beside_};
 };
 
 }  // namespace brisq

@@ -110,16 +110,18 @@ namespace mgr_job {
 Job::Job() { Host::Instance().jobs.push_back(this); }
 Job::~Job() { std::erase(Host::Instance().jobs, this); }
 void Job::Forget() noexcept {}
+std::string Job::Rehearse() { return {}; }
 
 CreateFile::CreateFile(const std::string& path, const std::string& content,
                        const mgr_file::Attrs& attrs)
-    : swap_(std::make_unique<FileSwap>(path, content)) {
+    : path_(path), swap_(std::make_unique<FileSwap>(path, content)) {
   Host::Instance().Note("job CreateFile " + path + " " + Spell(attrs) + "\n" + content);
 }
 CreateFile::~CreateFile() = default;
 void CreateFile::Do() { Host::Instance().files[swap_->path] = swap_->content; }
 void CreateFile::Undo() { Host::Instance().files.erase(swap_->path); }
 void CreateFile::Forget() noexcept {}
+std::string CreateFile::Rehearse() { return {}; }
 
 CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
     : action_(action), params_(params) {
@@ -127,6 +129,7 @@ CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
 }
 void CallOnCommit::Do() { Host::Instance().Note("InternalCall " + action_ + " '" + params_ + "'"); }
 void CallOnCommit::Undo() {}
+std::string CallOnCommit::Rehearse() { return {}; }
 
 namespace safe {
 
@@ -138,6 +141,7 @@ CreateDir::CreateDir(const mgr_file::safe::Folder& folder, const std::string& na
 CreateDir::~CreateDir() = default;
 void CreateDir::Do() { made_ = std::make_unique<user_dir::Made>(); }
 void CreateDir::Undo() { made_.reset(); }
+std::string CreateDir::Rehearse() { return {}; }
 
 }  // namespace safe
 }  // namespace mgr_job
