@@ -138,6 +138,7 @@ void MakeKey(const std::string& path) {
 struct Keeper {
   std::mutex mutex;
   std::string path;
+  InUse in_use;
   Key key;
 };
 
@@ -146,7 +147,22 @@ Keeper& TheKeeper() {
   return keeper;
 }
 
-Key TheKey() {
+mgr_err::Error Lost(const std::string& path) {
+  return mgr_err::Error("file", path,
+                        "is missing, and only with it can be opened what was sealed: put it back");
+}
+
+// With the keeper's mutex.
+void MakeUnlessLost(const Keeper& keeper) {
+  if (keeper.in_use && keeper.in_use()) {
+    throw Lost(keeper.path);
+  }
+  MakeKey(keeper.path);
+}
+
+enum class Missing { kIsMade, kIsLost };
+
+Key TheKey(Missing missing) {
   Keeper& keeper = TheKeeper();
   const std::lock_guard guard(keeper.mutex);
   if (keeper.path.empty()) {
@@ -155,8 +171,11 @@ Key TheKey() {
   if (!keeper.key) {
     keeper.key = ReadKey(keeper.path);
   }
+  if (!keeper.key && missing == Missing::kIsLost) {
+    throw Lost(keeper.path);
+  }
   if (!keeper.key) {
-    MakeKey(keeper.path);
+    MakeUnlessLost(keeper);
     keeper.key = ReadKey(keeper.path);
   }
   if (!keeper.key) {
@@ -193,15 +212,16 @@ const unsigned char* Bytes(const std::string& text) {
 
 }  // namespace
 
-void SetKeyFile(const std::string& path) {
+void SetKeyFile(const std::string& path, InUse in_use) {
   Keeper& keeper = TheKeeper();
   const std::lock_guard guard(keeper.mutex);
   keeper.key.reset();
   keeper.path = path;
+  keeper.in_use = std::move(in_use);
 }
 
 std::string Seal(const std::string& clear) {
-  const Key key = TheKey();
+  const Key key = TheKey(Missing::kIsMade);
   std::vector<unsigned char> bytes(kOverhead + clear.size());
   randombytes_buf(bytes.data(), kNonceBytes);
   crypto_secretbox_easy(bytes.data() + kNonceBytes, Bytes(clear), clear.size(), bytes.data(),
@@ -210,7 +230,7 @@ std::string Seal(const std::string& clear) {
 }
 
 std::string Open(const std::string& sealed) {
-  const Key key = TheKey();
+  const Key key = TheKey(Missing::kIsLost);
   const std::vector<unsigned char> bytes = SealedBytes(sealed);
   std::string clear(bytes.size() < kOverhead ? 0 : bytes.size() - kOverhead, '\0');
   if (bytes.size() < kOverhead ||

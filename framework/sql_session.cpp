@@ -39,31 +39,32 @@ mgr_err::Error TakenError(const std::string& words) {
   return mgr_err::Error("exists", str::RGetWord(words, ": "), "the value is taken");
 }
 
-mgr_err::Error Translated(const soci::soci_error& error) {
+mgr_err::Error Translated(const std::string& file, const soci::soci_error& error) {
   const std::string words = SystemsWords(error);
   const auto* sqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
   const int code = sqlite == nullptr ? SQLITE_ERROR : sqlite->result() & 0xff;
   if (code == SQLITE_BUSY || code == SQLITE_LOCKED) {
-    return mgr_err::Error("locked", "database", "another process is changing it");
+    return mgr_err::Error("locked", file, "another process is changing it");
   }
   if (code == SQLITE_CONSTRAINT && str::StartsWith(words, "UNIQUE constraint failed")) {
     return TakenError(words);
   }
-  return mgr_err::Error("db", "database", words);
+  return mgr_err::Error("db", file, words);
 }
 
+// Errors name the file: it is what an administrator looks at, frees or puts back.
 template <class Work>
-auto Translating(const Work& work) {
+auto Translating(const std::string& file, const Work& work) {
   try {
     return work();
   } catch (const soci::soci_error& error) {
-    throw Translated(error);
+    throw Translated(file, error);
   }
 }
 
 std::string ConnectString(const std::string& file) {
   if (file.find('"') != std::string::npos) {
-    throw mgr_err::Error("db", "database", "its path must not hold a quotation mark");
+    throw mgr_err::Error("db", file, "its path must not hold a quotation mark");
   }
   return "dbname=\"" + file + "\"";
 }
@@ -71,9 +72,10 @@ std::string ConnectString(const std::string& file) {
 }  // namespace
 
 struct SqlSession::Database {
-  Database(const std::string& file, int busy_limit)
-      : session(soci::sqlite3, ConnectString(file)), busy_limit_ms(busy_limit) {}
+  Database(const std::string& path, int busy_limit)
+      : file(path), session(soci::sqlite3, ConnectString(path)), busy_limit_ms(busy_limit) {}
 
+  const std::string file;
   soci::session session;
   int busy_limit_ms;
   bool in_request = false;
@@ -115,7 +117,7 @@ struct SqlSession::Statement {
 };
 
 SqlSession::SqlSession(const std::string& file, int busy_limit_ms) {
-  Translating([&] {
+  Translating(file, [&] {
     database_ = std::make_unique<Database>(file, busy_limit_ms);
     soci::session& session = database_->session;
     session << "PRAGMA busy_timeout = " + std::to_string(busy_limit_ms);
@@ -131,9 +133,10 @@ void SqlSession::UseWriteAheadLog() {
   for (;;) {
     try {
       std::string mode;
-      Translating([&] { database_->session << "PRAGMA journal_mode = WAL", soci::into(mode); });
+      Translating(database_->file,
+                  [&] { database_->session << "PRAGMA journal_mode = WAL", soci::into(mode); });
       if (mode != "wal") {
-        throw mgr_err::Error("db", "database", "its file system can't hold a write-ahead log");
+        throw mgr_err::Error("db", database_->file, "its file system can't hold a write-ahead log");
       }
       return;
     } catch (const mgr_err::Error& error) {
@@ -166,7 +169,7 @@ SqlSession::Statement& SqlSession::Prepared(const std::string& sql, std::size_t 
 
 std::vector<Connection::Row> SqlSession::Fetch(const std::string& sql, const Row& values,
                                                std::size_t columns) {
-  return Translating([&] {
+  return Translating(database_->file, [&] {
     Statement& statement = Prepared(sql, values.size(), columns);
     std::copy(values.begin(), values.end(), statement.in.begin());
     std::vector<Row> rows;
@@ -186,7 +189,7 @@ std::vector<Connection::Row> SqlSession::Query(const std::string& sql, const Row
 
 long SqlSession::Change(const std::string& sql, const Row& values) {
   BeforeChange();
-  return Translating([&] {
+  return Translating(database_->file, [&] {
     Statement& statement = Prepared(sql, values.size(), 0);
     std::copy(values.begin(), values.end(), statement.in.begin());
     statement.statement.execute(true);
@@ -291,7 +294,7 @@ void SqlSession::EndGroupWhenOld() {
 }
 
 void SqlSession::Run(const char* sql) {
-  Translating([&] { database_->session << sql; });
+  Translating(database_->file, [&] { database_->session << sql; });
 }
 
 bool SqlSession::Busy() const noexcept {

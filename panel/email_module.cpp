@@ -30,6 +30,8 @@ email::Pop3Interface& MailBackend() {
   throw mgr_err::Error("plugin", "mail back-end", Problem());
 }
 
+bool HasMailBackend() noexcept { return g_mail.load() != nullptr; }
+
 email::PasswdInterface* PasswordBackend() noexcept { return g_passwords.load(); }
 
 void SetBackendProblem(const std::string& reason) {

@@ -12,6 +12,9 @@ namespace brisq_panel {
 /// @throws mgr_err::Error "plugin" when there is none, with the reason set by SetBackendProblem
 BRISQ_API email::Pop3Interface& MailBackend();
 
+/// True when one is registered.
+BRISQ_API bool HasMailBackend() noexcept;
+
 /// The password back-end that was registered last; null when there is none: the panel keeps
 /// passwords itself then.
 BRISQ_API email::PasswdInterface* PasswordBackend() noexcept;

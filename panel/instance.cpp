@@ -1,6 +1,7 @@
 #include "panel/instance.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -9,6 +10,7 @@
 #include "framework/config_file.h"
 #include "framework/database.h"
 #include "framework/due.h"
+#include "framework/file_error.h"
 #include "framework/log_setup.h"
 #include "framework/modules.h"
 #include "framework/reload_queue.h"
@@ -18,6 +20,7 @@
 #include "mgr_file.h"
 #include "panel/email_module.h"
 #include "panel/email_reload.h"
+#include "panel/path_key.h"
 #include "panel/records.h"
 #include "panel/refresh_lock.h"
 #include "panel/system_dirs.h"
@@ -63,11 +66,33 @@ void RequirePaths(const mgr_cf::Settings& settings) {
   }
 }
 
-void MakeStateFolders(const mgr_cf::Settings& settings) {
+// Who may write in a folder can put another file in the place of each that lies in it. It is not
+// narrowed: it may be one that others need, such as /tmp.
+void RefuseOpenFolder(const std::string& folder) {
+  struct stat state {};
+  if (::stat(folder.c_str(), &state) != 0) {
+    throw mgr_file::FileError(folder, "stat");
+  }
+  if (state.st_uid != ::geteuid() || (state.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    throw mgr_err::Error("file", folder,
+                         "other users may write in it: give it the owner root and the mode 0700");
+  }
+}
+
+void MakeStateFolder(const std::string& folder) {
   const mgr_file::Attrs parents(0755, ::geteuid(), ::getegid());
   const mgr_file::Attrs own(0700, ::geteuid(), ::getegid());
-  MakeDirectories(settings.state, parents, own);
-  MakeDirectories(mgr_file::SplitPath(settings.database).first, parents, own);
+  MakeDirectories(folder, parents, own);
+  RefuseOpenFolder(folder);
+}
+
+bool SealedTextsAreKept() {
+  return !mgr_db::ThreadConnection()
+              ->Query(
+                  "SELECT 1 FROM mailboxes WHERE password <> '' UNION ALL "
+                  "SELECT 1 FROM mailbox_archive WHERE password <> '' LIMIT 1",
+                  {}, 1)
+              .empty();
 }
 
 void ConfigureLog(const mgr_cf::Settings& settings) {
@@ -112,16 +137,20 @@ std::string BackendProblem(const std::vector<brisq_api::PluginReport>& reports) 
 struct Instance::State {
   explicit State(const mgr_cf::Settings& settings) {
     RequirePaths(settings);
-    MakeStateFolders(settings);
+    MakeStateFolder(settings.state);
+    MakeStateFolder(mgr_file::SplitPath(settings.database).first);
     mgr_cf::Apply(settings);
     ConfigureLog(settings);
     RefreshLock::SetFolder(settings.state);
-    mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"));
+    mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"), SealedTextsAreKept);
     database = std::make_unique<OpenedDatabase>(settings.database);
     reload_requests = std::make_unique<ReloadRequests>(settings.state);
     DeclareParams();
     reports = StartPlugins(settings);
     SetBackendProblem(BackendProblem(reports));
+    if (HasMailBackend()) {
+      AbsolutePath("dovecot-passwd");
+    }
   }
 
   Turn turn;

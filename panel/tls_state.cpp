@@ -4,9 +4,8 @@
 
 #include <climits>
 
-#include "mgr_cf.h"
-#include "mgr_err.h"
 #include "mgr_file.h"
+#include "panel/path_key.h"
 #include "str.h"
 #include "test.h"
 
@@ -16,14 +15,6 @@ namespace {
 
 constexpr const char* kCertLine = "\tssl_cert = <";
 constexpr const char* kKeyLine = "\tssl_key = <";
-
-std::string Folder(const std::string& key) {
-  std::string folder = mgr_cf::GetPath(key);
-  if (folder.empty() || folder.front() != '/') {
-    throw mgr_err::Error("config", key, "must be set to an absolute path in [path]");
-  }
-  return folder;
-}
 
 std::string ExpectedSnippet(const std::string& domain, const TlsPlaces& places) {
   std::string text = domain;
@@ -64,13 +55,13 @@ std::string MissingIn(const std::string& line, const std::string& start) {
 }  // namespace
 
 TlsPlaces PlacesOf(const std::string& domain) {
-  const std::string links = Folder("dovecot-ssl-certs");
+  const std::string links = AbsolutePath("dovecot-ssl-certs");
   return {mgr_file::ConcatPath(links, domain + ".crt"),
           mgr_file::ConcatPath(links, domain + ".key"),
           mgr_file::ConcatPath(SnippetFolder(), domain + ".conf")};
 }
 
-std::string SnippetFolder() { return Folder("dovecot-certconf"); }
+std::string SnippetFolder() { return AbsolutePath("dovecot-certconf"); }
 
 std::vector<std::string> PlaceFindings(const std::string& domain, const std::string& cert,
                                        const std::string& key) {

@@ -185,6 +185,45 @@ TEST_F(SealTest, MissingFolderIsAFileError) {
   }
 }
 
+TEST_F(SealTest, ALostKeyIsNeverReplacedWhileSealedTextsAreKept) {
+  const std::string sealed = mgr_seal::Seal("secret");
+  const auto lose = [this](bool kept) {
+    std::filesystem::remove(key_);
+    mgr_seal::SetKeyFile(key_, [kept] { return kept; });
+  };
+  const std::string lost =
+      "file: " + key_ + ": is missing, and only with it can be opened what was sealed: put it back";
+  lose(true);
+  for (const char* name : {"seal", "open"}) {
+    SCOPED_TRACE(name);
+    try {
+      name == std::string("seal") ? mgr_seal::Seal("other") : mgr_seal::Open(sealed);
+      ADD_FAILURE() << "went on";
+    } catch (const mgr_err::Error& error) {
+      EXPECT_EQ(lost, error.what());
+    }
+    EXPECT_FALSE(std::filesystem::exists(key_));
+  }
+  lose(false);
+  EXPECT_EQ("other", mgr_seal::Open(mgr_seal::Seal("other")));
+}
+
+TEST_F(SealTest, ALostKeyThatIsPutBackOpensAgain) {
+  const std::string sealed = mgr_seal::Seal("secret");
+  std::filesystem::rename(key_, dir_ / "backup");
+  mgr_seal::SetKeyFile(key_, [] { return true; });
+  EXPECT_EQ("file", ErrorOf(sealed));
+  std::filesystem::rename(dir_ / "backup", key_);
+  EXPECT_EQ("secret", mgr_seal::Open(sealed));
+}
+
+TEST_F(SealTest, OpeningMakesNoKey) {
+  const std::string sealed = mgr_seal::Seal("secret");
+  mgr_seal::SetKeyFile(dir_ / "fresh.key");
+  EXPECT_EQ("file", ErrorOf(sealed));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "fresh.key"));
+}
+
 TEST_F(SealTest, WithoutAKeyFileNothingIsSealed) {
   mgr_seal::SetKeyFile({});
   try {

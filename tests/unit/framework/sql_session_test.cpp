@@ -135,7 +135,7 @@ TEST_F(SqlSessionTest, ADamagedFileIsADatabaseError) {
     mgr_db::ThreadConnection()->Query("SELECT name FROM parent", {}, 1);
     FAIL() << "read";
   } catch (const mgr_err::Error& error) {
-    EXPECT_STREQ("db: database: database disk image is malformed", error.what());
+    EXPECT_EQ("db: " + (dir_ / "panel.db") + ": database disk image is malformed", error.what());
   }
 }
 
@@ -152,7 +152,7 @@ TEST_F(SqlSessionTest, AFullDatabaseFailsTheWholeRequest) {
       }
       return mgr_err::Error("none");
     }();
-    EXPECT_STREQ("db: database: database or disk is full", error.what());
+    EXPECT_EQ("db: " + (dir_ / "panel.db") + ": database or disk is full", error.what());
   }
   EXPECT_TRUE(db_->Query("SELECT name FROM parent", {}, 1).empty());
   db_->Insert(kInsert, {"later", "1"});

@@ -8,10 +8,14 @@
 #include "framework/database.h"
 #include "framework/log_setup.h"
 #include "framework/modules.h"
+#include "framework/seal.h"
 #include "mgr_cf.h"
+#include "panel/archive.h"
+#include "panel/domains.h"
 #include "panel/email_module.h"
 #include "panel/mailboxes.h"
 #include "panel/owners.h"
+#include "panel/records.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -42,6 +46,17 @@ class InstanceTest : public testing::Test {
     return state.st_mode & 07777u;
   }
 
+  // As the panel keeps one when no password back-end does.
+  static void AddSealedMailbox() {
+    const auto mailbox = brisq_panel::Table<brisq_db::EmailTable>();
+    mailbox->New();
+    mailbox->name = "alice";
+    mailbox->domain = 1;
+    mailbox->owner = 1;
+    mailbox->password = "secret";
+    mailbox->Post();
+  }
+
   support::TempDir dir_;
   mgr_cf::Settings settings_;
 };
@@ -67,6 +82,61 @@ TEST_F(InstanceTest, ADatabaseElsewhereHasAFolderOfItsOwn) {
   settings_.database = dir_ / "db/deep/panel.db";
   const Instance instance(settings_);
   EXPECT_EQ(0700u, ModeOf(dir_ / "db/deep"));
+}
+
+TEST_F(InstanceTest, AFolderInWhichOthersMayWriteIsRefusedAndLeftAsItIs) {
+  struct Case {
+    const char* name;
+    unsigned mode;
+    bool refused;
+  };
+  const Case cases[] = {{"own", 0700, false},         {"others may read", 0755, false},
+                        {"group writes", 0720, true}, {"others write", 0702, true},
+                        {"open", 0777, true},         {"like /tmp", 01777, true}};
+  const std::string state = dir_.MakeFolder("state");
+  const std::string database = dir_.MakeFolder("db");
+  settings_.database = database + "/panel.db";
+  for (const std::string& folder : {state, database}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(folder + ": " + c.name);
+      ASSERT_EQ(0, ::chmod(folder.c_str(), c.mode));
+      const auto start = [&] { Instance instance(settings_); };
+      if (c.refused) {
+        EXPECT_EQ("file: " + folder + ": other users may write in it: " +
+                      "give it the owner root and the mode 0700",
+                  panel_test::TextOf(start));
+        EXPECT_EQ(c.mode, ModeOf(folder));
+      } else {
+        EXPECT_NO_THROW(start());
+      }
+    }
+    ASSERT_EQ(0, ::chmod(folder.c_str(), 0700));
+  }
+}
+
+TEST_F(InstanceTest, AnotherUsersFolderIsRefused) {
+  ASSERT_EQ(0, ::chown(dir_.MakeFolder("state").c_str(), 4711, 0));
+  EXPECT_EQ("file", ErrorOf([&] { Instance instance(settings_); }).type());
+}
+
+TEST_F(InstanceTest, ALostKeyIsNotReplacedWhileThePanelKeepsPasswords) {
+  const std::string key = dir_ / "state/seal.key";
+  {
+    const Instance instance(settings_);
+    brisq_panel::AddOwner({"bob", 1001, 1001, dir_ / "home"});
+    brisq_panel::AddDomain("example.org", "bob");
+    AddSealedMailbox();
+  }
+  std::filesystem::remove(key);
+  const Instance instance(settings_);
+  const auto database = mgr_db::ThreadConnection();
+  EXPECT_EQ("file", ErrorOf([] { mgr_seal::Seal("other"); }).type());
+  brisq_panel::ArchiveMailboxes("1", brisq_panel::kDeleted);
+  database->Change("DELETE FROM mailboxes");
+  EXPECT_EQ(key, ErrorOf([] { mgr_seal::Seal("other"); }).object()) << "an archived one";
+  EXPECT_FALSE(std::filesystem::exists(key));
+  database->Change("DELETE FROM mailbox_archive");
+  EXPECT_NE("", mgr_seal::Seal("other"));
 }
 
 TEST_F(InstanceTest, ParametersArePutInForce) {

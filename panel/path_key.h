@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "brisq_export.h"
+
+namespace brisq_panel {
+
+/// Value of a path key that must be an absolute path.
+/// @throws mgr_err::Error "config" with the key as object when it is empty or relative
+BRISQ_API std::string AbsolutePath(const std::string& key);
+
+}  // namespace brisq_panel
