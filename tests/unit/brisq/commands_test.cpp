@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "tests/unit/brisq/program_fixture.h"
@@ -15,6 +16,14 @@ using testing::StartsWith;
 
 class CommandsTest : public ProgramTest {
  protected:
+  /// Puts another text in the place of one in the configuration.
+  void Reconfigure(const std::string& old_text, const std::string& new_text) {
+    std::string config = dir_.Read("brisq.toml");
+    const std::size_t at = config.find(old_text);
+    ASSERT_NE(std::string::npos, at);
+    dir_.Write("brisq.toml", config.replace(at, old_text.size(), new_text));
+  }
+
   json Data(const std::string& words) {
     const Ran ran = Run(words + " --json");
     EXPECT_EQ(0, ran.status) << words << ": " << ran.err;
@@ -213,6 +222,40 @@ TEST_F(CommandsTest, AFailingDoveadmLeavesNothing) {
   EXPECT_THAT(ran.err, StartsWith("brisq: dovecot: doveadm: no luck"));
   EXPECT_EQ(json::array(), Data("mailbox list"));
   EXPECT_EQ("", dir_.Read("passwd"));
+}
+
+TEST_F(CommandsTest, APasswdFileThatIsNoAbsolutePathIsRefusedByItsKey) {
+  std::string before = dir_ / "passwd";
+  for (const char* value : {"", "passwd", "./passwd"}) {
+    SCOPED_TRACE(value);
+    Reconfigure("dovecot-passwd = \"" + before + "\"",
+                std::string("dovecot-passwd = \"") + value + "\"");
+    before = value;
+    const Ran ran = Run("owner list");
+    EXPECT_EQ(10, ran.status);
+    EXPECT_EQ("brisq: config: dovecot-passwd: must be set to an absolute path in [path]\n",
+              ran.err);
+  }
+}
+
+TEST_F(CommandsTest, ALostKeyStopsWhatNeedsItAndIsNotReplaced) {
+  Reconfigure("EmailAuth = \"dovecot\"", "EmailAuth = \"\"");
+  AddDomain();
+  AddMailbox("bob@example.org");
+  std::filesystem::remove(dir_ / "state/seal.key");
+  const Ran ran = Run("mailbox add eve@example.org --password-stdin", "secret\n");
+  EXPECT_EQ(1, ran.status);
+  EXPECT_THAT(ran.err, StartsWith("brisq: failed: " + (dir_ / "state/seal.key") + ": is missing"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "state/seal.key"));
+  EXPECT_EQ(1u, Data("mailbox list").size());
+}
+
+TEST_F(CommandsTest, ADamagedDatabaseIsNamed) {
+  AddDomain();
+  dir_.Write("state/panel.db", std::string(8192, 'g'));
+  const Ran ran = Run("owner list");
+  EXPECT_EQ(1, ran.status);
+  EXPECT_THAT(ran.err, StartsWith("brisq: failed: " + (dir_ / "state/panel.db") + ": "));
 }
 
 TEST_F(CommandsTest, AFullStandardOutputIsAnError) {
