@@ -8,6 +8,7 @@
 #include <climits>
 
 #include "framework/file_error.h"
+#include "framework/file_swap.h"
 #include "mgr_file.h"
 #include "panel/names.h"
 #include "panel/system_dirs.h"
@@ -40,52 +41,27 @@ void Rename(const std::string& from, const std::string& to) {
 PlaceLink::PlaceLink(const std::string& target, const std::string& path)
     : target_(target), path_(path) {}
 
+PlaceLink::~PlaceLink() = default;
+
 void PlaceLink::Do() {
   const mgr_file::Attrs attrs(0755, 0, 0);
   made_ = MakeDirectories(mgr_file::SplitPath(path_).first, attrs, attrs);
-  const std::string fresh = NameBeside(path_);
   try {
-    if (::symlink(target_.c_str(), fresh.c_str()) != 0) {
-      throw mgr_file::FileError(path_, "symlink");
-    }
-    KeepOld();
-    Rename(fresh, path_);
+    swap_ = std::make_unique<FileSwap>(path_, FileSwap::LinkTo{target_});
+    swap_->Publish();
   } catch (...) {
-    ::unlink(fresh.c_str());
-    Forget();
+    swap_.reset();
     RemoveDirectories(made_);
     throw;
   }
 }
 
-// A second name for what is there, so that the path itself is never without it.
-void PlaceLink::KeepOld() {
-  const std::string second = NameBeside(path_);
-  if (::linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, second.c_str(), 0) == 0) {
-    old_ = second;
-  } else if (errno != ENOENT) {
-    throw mgr_file::FileError(path_, "link");
-  }
-}
-
 void PlaceLink::Undo() {
-  if (LinkTarget(path_) != target_) {
-    Forget();
-    throw mgr_err::Error("file", path_, "not undone: changed since");
-  }
-  if (!old_.empty()) {
-    Rename(old_, path_);
-    return;
-  }
-  ::unlink(path_.c_str());
+  swap_->Restore();
   RemoveDirectories(made_);
 }
 
-void PlaceLink::Forget() noexcept {
-  if (!old_.empty()) {
-    ::unlink(old_.c_str());
-  }
-}
+void PlaceLink::Forget() noexcept { swap_->Discard(); }
 
 std::string PlaceLink::Rehearse() {
   struct stat there {};

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "mgr_job.h"
+
+class FileSwap;
 
 /// Jobs on symbolic links in directories of the system.
 namespace brisq_panel {
@@ -13,6 +16,7 @@ namespace brisq_panel {
 class BRISQ_API PlaceLink : public mgr_job::Job {
  public:
   PlaceLink(const std::string& target, const std::string& path);
+  ~PlaceLink() override;
   void Do() override;
   /// Leaves the path alone when it is not this link any more.
   void Undo() override;
@@ -20,11 +24,9 @@ class BRISQ_API PlaceLink : public mgr_job::Job {
   std::string Rehearse() override;
 
  private:
-  void KeepOld();
-
   std::string target_;
   std::string path_;
-  std::string old_;  // second name of what was replaced; empty when there was nothing
+  std::unique_ptr<FileSwap> swap_;  // null before Do
   std::vector<std::string> made_;
 };
 

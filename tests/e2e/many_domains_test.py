@@ -1,15 +1,18 @@
-"""What a new password costs does not grow with the number of certificates: counted, not timed."""
+"""Many domains with certificates of their own: the server still answers, and what a new password
+costs does not grow with them (counted, not timed)."""
 
 import os
 import re
 import subprocess
 import unittest
 
+from support import certificates
 from support.certificate_case import CertificateTestCase
 from support.instance import brisq_program
 from support.mailbox_case import PASSWORD
 
 SNIPPETS = 20
+MANY_SNIPPETS = 2100  # more than Dovecot bears with its own limit of memory
 CALL = re.compile(r'execve\("([^"]+)", \[(.*?)\]')
 OPENED = re.compile(r'open(?:at)?\([^"\n]*"([^"]+)"')
 
@@ -26,17 +29,33 @@ class Traced:
         return [path for path in self.opened if path.startswith(folder + "/")]
 
 
-class HashingCost(CertificateTestCase):
+class ManyDomainsTestCase(CertificateTestCase):
+    """Snippets for n0.org, n1.org and so on, all with one certificate."""
+
+    snippets = 0
 
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        pair = cls.instance.layout.certificate, cls.instance.layout.certificate[:-3] + "key"
-        for number in range(SNIPPETS):
+        cls.pair = certificates.make(cls.pem, "all.org")
+        for number in range(cls.snippets):
             path = os.path.join(cls.instance.layout.snippets, f"n{number}.org.conf")
             with open(path, "w", encoding="utf-8") as file:
-                file.write(f"local_name n{number}.org {{\n\tssl_cert = <{pair[0]}\n"
-                           f"\tssl_key = <{pair[1]}\n}}\n")
+                file.write(f"local_name n{number}.org {{\n\tssl_cert = <{cls.pair.cert}\n"
+                           f"\tssl_key = <{cls.pair.key}\n}}\n")
+
+
+class ManyDomains(ManyDomainsTestCase):
+    snippets = MANY_SNIPPETS
+
+    def test_the_server_takes_them_up_and_answers_for_the_first_and_the_last(self):
+        self.instance.brisq("reload", "now", "--restart")
+        for number in (0, MANY_SNIPPETS - 1):
+            self.require_presented(f"n{number}.org", self.pair)
+
+
+class HashingCost(ManyDomainsTestCase):
+    snippets = SNIPPETS
 
     def trace(self, *words, stdin=""):
         record = os.path.join(self.instance.layout.folder, "trace")
