@@ -76,11 +76,11 @@ std::vector<std::string> CheckFiles(const std::string& domain, const std::string
   return warnings;
 }
 
-void LookAtFiles(CertificateInfo& info) {
+void LookAtFiles(CertificateInfo& info, std::time_t now) {
   const Certificate certificate = ReadCertificate(info.cert);
   info.names = certificate.names;
   info.expires = UtcText(certificate.valid_until);
-  info.days_left = DaysUntil(certificate.valid_until, std::time(nullptr));
+  info.days_left = DaysUntil(certificate.valid_until, now);
   if (info.days_left < 0) {
     info.findings.push_back("has expired");
   }
@@ -105,12 +105,12 @@ void Look(CertificateInfo& info, const std::function<void()>& look) {
   }
 }
 
-CertificateInfo LookAt(const brisq_db::EmailDomainTable& domain) {
+CertificateInfo LookAt(const brisq_db::EmailDomainTable& domain, std::time_t now) {
   CertificateInfo info;
   info.domain = domain.name;
   info.cert = domain.cert;
   info.key = domain.key;
-  Look(info, [&] { LookAtFiles(info); });
+  Look(info, [&] { LookAtFiles(info, now); });
   Look(info, [&] {
     const auto findings = PlaceFindings(info.domain, info.cert, info.key);
     info.findings.insert(info.findings.end(), findings.begin(), findings.end());
@@ -189,12 +189,12 @@ void UnsetCertificate(const std::string& text) {
   });
 }
 
-std::vector<CertificateInfo> ListCertificates() {
+std::vector<CertificateInfo> ListCertificates(std::time_t now) {
   std::vector<CertificateInfo> certificates;
   const auto domain = Table<brisq_db::EmailDomainTable>();
   for (domain->DbSelect({}, "name"); !domain->Eof(); domain->Next()) {
     if (!std::string(domain->cert).empty()) {
-      certificates.push_back(LookAt(*domain));
+      certificates.push_back(LookAt(*domain, now));
     }
   }
   return certificates;
@@ -214,9 +214,9 @@ std::vector<PrunedSnippet> PruneSnippets() {
   return pruned;
 }
 
-std::vector<std::string> ExpiryWarnings() {
+std::vector<std::string> ExpiryWarnings(std::time_t now) {
   std::vector<std::string> warnings;
-  for (const CertificateInfo& info : ListCertificates()) {
+  for (const CertificateInfo& info : ListCertificates(now)) {
     const long stage = info.expires.empty() ? -1 : StageOf(info);
     if (!IsNews(info, stage) || stage < 0) {
       continue;

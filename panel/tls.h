@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,8 @@ BRISQ_API std::vector<std::string> SetCertificate(const std::string& domain,
 BRISQ_API void UnsetCertificate(const std::string& domain);
 
 /// The domains that have a certificate, by name, each looked at closely.
-BRISQ_API std::vector<CertificateInfo> ListCertificates();
+/// @param now  time for which lifetimes are judged, in seconds since 1970
+BRISQ_API std::vector<CertificateInfo> ListCertificates(std::time_t now = std::time(nullptr));
 
 struct BRISQ_API PrunedSnippet {
   std::string file;
@@ -55,6 +57,7 @@ BRISQ_API std::vector<PrunedSnippet> PruneSnippets();
 
 /// Texts about certificates that expire in 21, 7 or 1 days or have expired, each told once on its
 /// day in a process: for the log of a server.
-BRISQ_API std::vector<std::string> ExpiryWarnings();
+/// @param now  as for ListCertificates
+BRISQ_API std::vector<std::string> ExpiryWarnings(std::time_t now = std::time(nullptr));
 
 }  // namespace brisq_panel

@@ -127,6 +127,14 @@ TEST_F(LinkJobs, MissingDirectoriesAreMadeAndTakenBack) {
   EXPECT_EQ(0755u, state.st_mode & 07777u);
 }
 
+TEST_F(LinkJobs, ALinkThatCantBePlacedLeavesNeitherItselfNorDirectories) {
+  const std::string deep = dir_ / "new/ssl/" + std::string(300, 'n');
+  Request request("test");
+  new PlaceLink("/target", deep);
+  EXPECT_EQ("file", ErrorOf([&] { request.Commit(); }).type());
+  EXPECT_FALSE(fs::exists(dir_ / "new"));
+}
+
 TEST_F(LinkJobs, TwoJobsForOnePathEndWithTheSecond) {
   const auto both = [&] {
     new PlaceLink("/first", link_);

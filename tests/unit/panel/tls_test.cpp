@@ -258,6 +258,38 @@ TEST_F(Tls, WithoutTheActionNothingIsPruned) {
   EXPECT_EQ("config", ErrorOf([] { brisq_panel::PruneSnippets(); }).type());
 }
 
+TEST_F(Tls, OneCertificateIsWarnedOf21And7And1DaysBeforeItsEndAndAfterIt) {
+  Set(Make("stages", 30 * kDay));
+  const std::time_t end = std::time(nullptr) + 30 * kDay;
+  struct Case {
+    const char* name;
+    long left;
+    const char* warning;  // empty for none
+  };
+  const Case cases[] = {
+      {"22 days", 22 * kDay, ""},
+      {"a little more than 21 days", 21 * kDay + 300, ""},
+      {"21 days", 21 * kDay - 300, "expires on "},
+      {"20 days", 20 * kDay, ""},
+      {"a little more than 7 days", 7 * kDay + 300, ""},
+      {"7 days", 7 * kDay - 300, "expires on "},
+      {"a little more than a day", kDay + 300, ""},
+      {"a day", kDay - 300, "expires on "},
+      {"minutes", 300, ""},
+      {"past", -300, "has expired on "},
+      {"long past", -40 * kDay, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto warnings = brisq_panel::ExpiryWarnings(end - c.left);
+    if (*c.warning == '\0') {
+      EXPECT_THAT(warnings, IsEmpty());
+    } else {
+      EXPECT_THAT(warnings, ElementsAre(HasSubstr(c.warning)));
+    }
+  }
+}
+
 TEST_F(Tls, EachStageOfExpiryIsToldOnce) {
   const auto warnings = [this](long end) {
     static int number = 0;
