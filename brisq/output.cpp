@@ -56,7 +56,7 @@ void Output::Add(Record record, Layout layout) {
 }
 
 void Output::Bare(const std::string& line, Record record) {
-  if (!dry_run_) bare_.push_back(line);
+  bare_.push_back(line);
   Add(std::move(record), Layout::kBare);
 }
 

@@ -33,8 +33,7 @@ class Output {
   /// A line that matters although the command goes on; in JSON also in "warnings".
   void Warn(const std::string& line);
 
-  /// From now on everything said is marked as what would be; a bare line, which is worth nothing
-  /// then, is left out.
+  /// From now on everything said is marked as what would be.
   void BeginDryRun() { dry_run_ = true; }
   /// Says what a dry run has found; in JSON part of "dry_run".
   void WouldHappen(const std::string& effect);

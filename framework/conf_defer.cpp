@@ -21,7 +21,7 @@ void LogLost(const std::exception_ptr& error) {
 
 }  // namespace
 
-DeferSaves::DeferSaves() : outermost_(current == nullptr) {
+DeferSaves::DeferSaves(Between between) : outermost_(current == nullptr), between_(between) {
   if (outermost_) current = this;
 }
 
@@ -40,6 +40,7 @@ void DeferSaves::Save() {
 
 void DeferSaves::Look() noexcept {
   if (current == nullptr || current->noted_.empty()) return;
+  if (current->between_ == Between::kNever) return;
   if (Clock::now() - current->last_save_ >= kLongestDelay) current->SaveNoted();
 }
 

@@ -13,10 +13,16 @@
 /// many of them durable together: for imports and for walks that change many lines.
 ///
 /// Saves are made at the end of the scope, and in between by the first use of a cursor on this
-/// thread that comes a second or more after the last one. An inner scope does nothing of its own.
+/// thread that comes a second or more after the last one, unless told otherwise. An inner scope
+/// does nothing of its own.
 class BRISQ_API DeferSaves {
  public:
-  DeferSaves();
+  enum class Between {
+    kEverySecond,  ///< a long walk shows as it goes
+    kNever         ///< all at once: nothing is visible before Save or the end
+  };
+
+  explicit DeferSaves(Between between = Between::kEverySecond);
   /// Saves what is not saved yet; an error is logged, for one that must be known call Save before.
   ~DeferSaves();
   DeferSaves(const DeferSaves&) = delete;
@@ -43,6 +49,7 @@ class BRISQ_API DeferSaves {
   void Throw();
 
   bool outermost_;
+  Between between_;
   Clock::time_point last_save_ = Clock::now();
   std::vector<std::pair<std::shared_ptr<ConfFile>, std::shared_ptr<ConfFile::Waiting>>> noted_;
   std::exception_ptr error_;

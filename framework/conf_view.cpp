@@ -110,7 +110,9 @@ ConfChange::Target ConfView::TargetAt(dd::RecordPtr place) {
 dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
   const std::string words = change.Words();
   const auto waiting = file_->Apply(std::move(change));
-  if (Rehearsal* rehearsal = Rehearsal::Current()) rehearsal->Note(words + " in " + path());
+  if (Rehearsal* rehearsal = Rehearsal::Current(); rehearsal && waiting->change.Effective()) {
+    rehearsal->Note(words + " in " + path());
+  }
   // Noted before the save, so that a request takes the change back even when its save ends in
   // doubt.
   if (Request* request = Request::Current(); request != nullptr) {

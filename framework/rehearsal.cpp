@@ -1,7 +1,5 @@
 #include "framework/rehearsal.h"
 
-#include <algorithm>
-
 #include "framework/conf_file.h"
 #include "framework/conf_scratch.h"
 #include "framework/request.h"
@@ -39,7 +37,7 @@ Rehearsal::~Rehearsal() {
 Rehearsal* Rehearsal::Current() noexcept { return current; }
 
 void Rehearsal::Note(const std::string& effect) {
-  if (!effect.empty() && std::find(effects_.begin(), effects_.end(), effect) == effects_.end()) {
+  if (!effect.empty() && noted_.insert(effect).second) {
     effects_.push_back(effect);
   }
 }

@@ -60,6 +60,7 @@ class BRISQ_API Rehearsal {
 
  private:
   std::vector<std::string> effects_;
+  std::set<std::string> noted_;
   std::vector<std::function<void()>> at_end_;
   std::shared_ptr<ConfScratch> scratch_;
   std::map<std::pair<const ConfConfiguration*, std::string>, std::shared_ptr<ConfFile>> files_;

@@ -34,6 +34,8 @@ const Change kChanges[] = {
     {"tls set example.org FILES", "certs/example.org.conf written"},
     {"tls unset secure.org", "ssl/secure.org.crt removed"},
     {"tls prune", "certs/gone.org.conf removed"},
+    {"sync", "-bob@example.org:{CRAM-MD5}***:5000:5000"},
+    {"sync --generate", "line of bob@example.org changed"},
     {"reload now", "reload of the mail server"},
     {"reload now --restart", "restart of the mail server"},
     {"action run dovecot.certs.check", "certs/gone.org.conf removed"},
@@ -55,6 +57,8 @@ class DryRunTest : public InstanceTest {
     Expect(0, "domain add secure.org --owner demo");
     files_ = MakeCertificate("example.org");
     Expect(0, "tls set secure.org " + MakeCertificate("secure.org"));
+    // As an edit by hand leaves it.
+    dir_.Write("passwd", Replaced(Passwd(), "=2048M", "=9M"));
     dir_.Write("certs/gone.org.conf", "local_name gone.org {\n\tssl_cert = </nowhere\n}\n");
     doveadm_.Answers("{CRAM-MD5}another\n");
     doveadm_.Reports("bob@example.org User quota STORAGE 3072 - 0\n");

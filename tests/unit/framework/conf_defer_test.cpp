@@ -119,4 +119,16 @@ TEST_F(DeferSavesTest, AFailureAtTheEndIsLogged) {
   AddUser(users, "a");
 }
 
+TEST_F(DeferSavesTest, AScopeThatNeverSavesInBetweenSavesOnceAtItsEnd) {
+  Write("");
+  {
+    const DeferSaves defer(DeferSaves::Between::kNever);
+    AddUser(Open(), "a");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    AddUser(Open(), "b");
+    EXPECT_EQ("", Content());
+  }
+  EXPECT_EQ(1u, UsersConfig::TakeReasons().size());
+}
+
 }  // namespace

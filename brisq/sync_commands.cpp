@@ -1,0 +1,90 @@
+#include <fmt/format.h>
+
+#include "brisq/command_groups.h"
+#include "brisq/exit_codes.h"
+#include "brisq/output.h"
+#include "panel/sync.h"
+
+namespace brisq {
+namespace {
+
+using brisq_panel::SyncReport;
+
+Record Kind(const char* kind, const std::string& text) {
+  return {{"kind", std::string(kind)}, {"text", text}};
+}
+
+void ShowDifferences(Call& call, const SyncReport& report) {
+  if (!report.diff.empty()) {
+    call.output.Bare("--- " + report.path, Kind("file as it is", report.path));
+    call.output.Bare("+++ " + report.path, Kind("file as it would be", report.path));
+  }
+  for (const std::string& line : report.diff) call.output.Bare(line, Kind("line", line));
+  for (const std::string& path : report.maildirs)
+    call.output.Bare("+ Maildir " + path, Kind("maildir", path));
+}
+
+void ShowLeft(Call& call, const SyncReport& report) {
+  for (const std::string& name : report.strangers) call.output.Silent(Kind("stranger", name));
+  for (const std::string& address : report.passwordless)
+    call.output.Silent(Kind("without password", address));
+  for (const std::string& name : report.strangers)
+    call.output.Say(fmt::format("left alone: {} is no mailbox of the panel", name));
+  for (const std::string& problem : report.unsafe) call.output.Warn("left alone: " + problem);
+  for (const std::string& address : report.passwordless)
+    call.output.Say(fmt::format("no password is known for {}", address));
+  if (!report.passwordless.empty())
+    call.output.Say(
+        fmt::format("mailboxes without a password: {}; brisq sync --generate gives each a new one",
+                    report.passwordless.size()));
+}
+
+void Plan(Call& call) {
+  const SyncReport report = brisq_panel::PlanSync();
+  ShowDifferences(call, report);
+  ShowLeft(call, report);
+  if (report.Differs()) call.exit_code = kExitFindings;
+}
+
+void ShowPasswords(Call& call, const SyncReport& report) {
+  for (const auto& [address, password] : report.passwords)
+    call.output.Bare(
+        address + " " + password,
+        {{"kind", std::string("password")}, {"address", address}, {"password", password}});
+}
+
+// What was written goes to the person; the new passwords are the data.
+void Sync(Call& call) {
+  const SyncReport report = brisq_panel::Sync(call.arguments.Has("--generate"));
+  for (const std::string& line : report.diff) call.output.Say(line);
+  for (const std::string& path : report.maildirs) call.output.Say("+ Maildir " + path);
+  ShowLeft(call, report);
+  if (!report.Differs()) call.output.Say("nothing to do");
+  if (!call.arguments.Has(kDryRun.name)) ShowPasswords(call, report);
+}
+
+}  // namespace
+
+std::vector<Command> SyncCommands() {
+  return {
+      {.noun = "plan",
+       .verb = "",
+       .summary = "Show what sync would do, as a diff with masked hashes; exit code 5 when it is "
+                  "anything.",
+       .operands = {},
+       .options = {},
+       .one_of = {},
+       .run = Plan},
+      {.noun = "sync",
+       .verb = "",
+       .summary = "Have the passwd-file and the Maildirs serve what the panel's table holds.",
+       .operands = {},
+       .options = {{"--generate", "",
+                    "give each mailbox whose password nobody keeps a new one and print it"}},
+       .one_of = {},
+       .changes = true,
+       .run = Sync},
+  };
+}
+
+}  // namespace brisq

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "brisq_db.h"
+#include "brisq_export.h"
+#include "mgr_file.h"
+
+/// Where a mailbox's mail lies: HOME/.maildir with the folders "new", "cur" and "tmp", 0700 and the
+/// owner's.
+namespace brisq_panel {
+
+constexpr std::array<const char*, 3> kMaildirFolders = {"new", "cur", "tmp"};
+
+/// @param home  of the mailbox
+/// @throws mgr_err::Error "value" when it does not lie below the owner's
+BRISQ_API mgr_file::safe::Folder MaildirOf(const brisq_db::User& owner, const std::string& home);
+
+/// True when the Maildir or one of its folders is missing.
+/// @throws mgr_err::Error "value" as above; "file" when the way to it is not safe
+BRISQ_API bool IsMaildirMissing(const brisq_db::User& owner, const std::string& home);
+
+/// Queues jobs of the current request that make what is missing of a Maildir; what is there stays
+/// as it is.
+/// @throws as above
+BRISQ_API void MakeMaildir(const std::shared_ptr<brisq_db::User>& owner, const std::string& home);
+
+}  // namespace brisq_panel

@@ -1,0 +1,187 @@
+#include "panel/sync.h"
+
+#include <memory>
+#include <set>
+
+#include "conf_dataset.h"
+#include "email.h"
+#include "framework/conf_defer.h"
+#include "framework/conf_document.h"
+#include "framework/conf_line.h"
+#include "framework/rehearsal.h"
+#include "mgr_cf.h"
+#include "panel/archive.h"
+#include "panel/email_module.h"
+#include "panel/line_diff.h"
+#include "panel/mail_line.h"
+#include "panel/maildir.h"
+#include "panel/names.h"
+#include "panel/password_line.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
+
+namespace brisq_panel {
+
+namespace {
+
+constexpr unsigned long kColumns = 9;
+
+/// The lines of the passwd-file as they were before.
+class Lines {
+ public:
+  explicit Lines(const std::string& content)
+      : document_(std::make_shared<ConfBytes>(content), *UnixConfParams()) {}
+
+  /// True when the mail server serves a mailbox of this name.
+  bool Has(const std::string& name) const { return Find(name) != ConfDocument::kNone; }
+  bool HasPassword(const std::string& name) const {
+    const ConfDocument::Line line = Find(name);
+    return line != ConfDocument::kNone &&
+           !conf_line::Column(document_.Text(line), ':', kColumns, 2).empty();
+  }
+  std::vector<std::string> Strangers(const std::set<std::string>& known) const {
+    std::vector<std::string> names;
+    for (auto line = document_.NextRecord(0, kColumns); line != ConfDocument::kNone;
+         line = document_.NextRecord(line + 1, kColumns)) {
+      std::string name(document_.Name(line));
+      if (known.count(name) == 0) {
+        names.push_back(std::move(name));
+      }
+    }
+    return names;
+  }
+
+ private:
+  ConfDocument::Line Find(const std::string& name) const {
+    return document_.FindRecord(name, kColumns);
+  }
+
+  ConfDocument document_;
+};
+
+enum class Passwords { kLeave, kHash, kGenerate };
+
+/// The steps of one request.
+class Work {
+ public:
+  Work(Passwords passwords, SyncReport& report)
+      : passwords_(passwords), report_(report), lines_(PasswdFileText(report.path)) {}
+
+  void Do() {
+    std::set<std::string> names;
+    const auto walk = Table<brisq_db::EmailTable>();
+    for (walk->DbSelect(); !walk->Eof(); walk->Next()) {
+      Mailbox mailbox = Table<brisq_db::EmailTable>();
+      mailbox->Assert(walk->id);
+      const std::string name = email::GetEmailName(mailbox);
+      names.insert(name);
+      if (mailbox->active) {
+        Serve(mailbox, name);
+      } else if (lines_.Has(name)) {
+        TakeOut(mailbox, name);
+      }
+    }
+    report_.strangers = lines_.Strangers(names);
+  }
+
+ private:
+  void Serve(Mailbox& mailbox, const std::string& name) {
+    // One user's trap in the way must not keep all others out.
+    if (!ProvideMaildir(mailbox, name) && !lines_.Has(name)) {
+      return;
+    }
+    ProvideLine(mailbox, name);
+    if (lines_.HasPassword(name)) {
+      return;
+    }
+    if (PasswordBackend() != nullptr || mailbox->password.Stored().empty()) {
+      ProvidePassword(mailbox, name);
+    } else if (lines_.Has(name) && passwords_ != Passwords::kLeave) {
+      SetLinePassword(mailbox, mailbox->password);
+    }
+  }
+
+  void ProvideLine(Mailbox& mailbox, const std::string& name) {
+    if (lines_.Has(name)) {
+      return ChangeLine(mailbox);
+    }
+    const std::string kept = mailbox->password.Stored();
+    if (passwords_ == Passwords::kLeave) {
+      mailbox->password.SetStored({});  // of this object alone: it is not posted
+    }
+    MailBackend().Create(mailbox);
+    mailbox->password.SetStored(kept);
+  }
+
+  void ProvidePassword(Mailbox& mailbox, const std::string& name) {
+    if (passwords_ != Passwords::kGenerate) {
+      report_.passwordless.push_back(name);
+      return;
+    }
+    report_.passwords.emplace_back(name, GeneratePassword());
+    SetLinePassword(mailbox, report_.passwords.back().second);
+  }
+
+  // False when the way to it is not safe.
+  bool ProvideMaildir(const Mailbox& mailbox, const std::string& name) {
+    const auto owner = email::GetEmailOwner(mailbox);
+    const std::string home = mailbox->home;
+    try {
+      if (!IsMaildirMissing(*owner, home)) {
+        return true;
+      }
+      const std::string path = MaildirOf(*owner, home).path();
+      report_.maildirs.push_back(path);
+      // The back-end makes the whole of it with a new line.
+      if (lines_.Has(name) || mgr_file::Exists(path)) {
+        MakeMaildir(owner, home);
+      }
+      return true;
+    } catch (const mgr_err::Error& error) {
+      report_.unsafe.push_back(error.object() + ": " + error.value());
+      return false;
+    }
+  }
+
+  // As switching it off does. A hash that was kept then is older than one in the line.
+  void TakeOut(Mailbox& mailbox, const std::string& name) {
+    const std::string hash = TakeLineOut(mailbox);
+    const auto kept = FindArchived(ParseAddress(name), {kSwitchedOff});
+    if (kept && !hash.empty()) {
+      kept->DbDelete();
+    }
+    if (!kept || !hash.empty()) {
+      ArchiveMailbox(mailbox, kSwitchedOff, hash);
+    }
+  }
+
+  const Passwords passwords_;
+  SyncReport& report_;
+  const Lines lines_;
+};
+
+SyncReport Run(Passwords passwords) {
+  SyncReport report;
+  report.path = mgr_cf::GetPath("dovecot-passwd");
+  MailBackend();
+  // Around the request, so that one that fails leaves the file alone but for one save at the most.
+  DeferSaves saves(DeferSaves::Between::kNever);
+  RunRequest("sync", [&](Request&) {
+    const std::string before = PasswdFileText(report.path);
+    Work(passwords, report).Do();
+    saves.Save();
+    report.diff = DiffLines(before, PasswdFileText(report.path));
+  });
+  return report;
+}
+
+}  // namespace
+
+SyncReport Sync(bool generate) { return Run(generate ? Passwords::kGenerate : Passwords::kHash); }
+
+SyncReport PlanSync() {
+  const Rehearsal rehearsal;
+  return Run(Passwords::kLeave);
+}
+
+}  // namespace brisq_panel
