@@ -65,6 +65,18 @@ class HeldBack(CertificateTestCase):
         self.assertNotEqual(server, self.server_process())
         self.require_presented("later.org", pair)
 
+    def test_a_reload_of_a_stopped_server_says_so_and_is_served_by_its_next_start(self):
+        pair = self.domain_with_certificate("stopped.org")
+        self.instance.layout.stop()
+        try:
+            self.assertIn("Dovecot is not running", self.instance.brisq("reload", "now", expect=9))
+            self.assertEqual("failed", self.reload_status()["state"])
+        finally:
+            self.instance.layout.start()
+        self.require_presented("stopped.org", pair)
+        self.instance.brisq("reload", "now")
+        self.assertEqual("idle", self.reload_status()["state"])
+
     def test_the_tests_standard_output_goes_nowhere(self):
         test = "echo secret-of-the-configuration; echo line 7 is bad >&2; exit 1"
         self.configure_test(test)
