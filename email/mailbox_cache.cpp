@@ -10,11 +10,11 @@
 #include "passwd_file.h"
 #include "singleton.h"
 #include "str.h"
+#include "used_space.h"
 
 namespace brisqpriv_email_dovecot {
 namespace {
 
-using UsedSpace = std::map<std::string, int>;  // megabytes by full address
 using Mailboxes = std::shared_ptr<brisq_db::EmailTable>;
 using Domains = std::shared_ptr<brisq_db::EmailDomainTable>;
 
@@ -76,18 +76,14 @@ void DovecotInterface::CacheQuota(UsedSpace& used) {
   // awk leaves name and kilobytes of each row; its status, not doveadm's, is the pipeline's.
   mgr_proc::Execute query(
       doveadm_path + " quota get -A 2>&1 " + "| awk '/STORAGE/ {print($1, $5)}'", 2);
-  std::string output = query.Str();
+  const std::string rows = query.Str();
   if (query.Result() != 0) {
     if (email_log.Check(mgr_log::kWarning)) {
       email_log.Write(mgr_log::kWarning, "Unable to get email quota.");
     }
     return;
   }
-  while (!output.empty()) {
-    std::string row = str::GetWord(output, '\n');
-    const std::string name = str::GetWord(row);
-    used[name] = str::Int(row) / 1024;
-  }
+  EnterUsedSpace(rows, used);
 }
 
 }  // namespace brisqpriv_email_dovecot
