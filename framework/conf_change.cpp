@@ -154,6 +154,13 @@ void ConfChange::Undo(ConfDocument& document) {
   undo_.clear();
 }
 
+line_undo::Change ConfChange::Trace(const ConfDocument& document) const {
+  Line behind = target_.line;
+  while (behind > 0 && document.Raw(behind - 1).empty()) --behind;
+  return {target_.name, before_, after_,
+          behind == 0 ? std::string() : std::string(document.Text(behind - 1))};
+}
+
 std::string ConfChange::Words() const {
   const std::string line = "line of " + target_.name;
   switch (kind_) {

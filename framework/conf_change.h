@@ -9,6 +9,7 @@
 
 #include "brisq_export.h"
 #include "framework/conf_document.h"
+#include "framework/line_undo.h"
 #include "mgr_err.h"
 
 /// One change of a line, told by what is meant rather than by bytes: it can be applied to the file
@@ -48,6 +49,8 @@ class BRISQ_API ConfChange {
   /// The line that the last Apply has left; kNone after a removal.
   const std::weak_ptr<const ConfDocument>& Document() const noexcept { return target_.document; }
   Line AtLine() const noexcept { return target_.line; }
+  /// What the last Apply has done to the line, for the journal.
+  line_undo::Change Trace(const ConfDocument& document) const;
   /// The change in words, for messages: "line of NAME added".
   std::string Words() const;
 

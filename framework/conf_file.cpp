@@ -132,7 +132,7 @@ void ConfFile::ApplyWaiting() {
   for (std::size_t at = 0; at < waiting_.size(); ++at) {
     const std::shared_ptr<Waiting>& waiting = waiting_[at];
     try {
-      waiting->change.Apply(document_);
+      ApplyOne(*waiting);
       kept.push_back(waiting);
       if (at < saving_) ++saving;
     } catch (...) {
@@ -145,11 +145,22 @@ void ConfFile::ApplyWaiting() {
   saving_ = saving;
 }
 
-std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change) {
+void ConfFile::ApplyOne(Waiting& waiting) {
+  waiting.change.Apply(document_);
+  if (!waiting.journal.note || !waiting.change.Effective()) return;
+  try {
+    waiting.journal.note(waiting.change, *document_);
+  } catch (...) {
+    waiting.change.Undo(*document_);
+    throw;
+  }
+}
+
+std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change, Journal journal) {
   Refresh();
-  auto waiting = std::make_shared<Waiting>(std::move(change));
+  auto waiting = std::make_shared<Waiting>(std::move(change), std::move(journal));
   const Lock lock(mutex_);
-  waiting->change.Apply(document_);
+  ApplyOne(*waiting);
   waiting_.push_back(waiting);
   return waiting;
 }
@@ -224,6 +235,14 @@ void ConfFile::Lead(Lock& lock) {
   lock.lock();
 }
 
+std::set<std::shared_ptr<journal::Entry>> ConfFile::JournalsOfTaken() const {
+  std::set<std::shared_ptr<journal::Entry>> journals;
+  for (std::size_t at = 0; at < saving_; ++at) {
+    if (waiting_[at]->journal.entry) journals.insert(waiting_[at]->journal.entry);
+  }
+  return journals;
+}
+
 ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
   // What is at the path since content of ours was put there, and what `found` was made from.
   std::optional<ConfSnapshot> at_path;
@@ -241,7 +260,9 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
     const std::size_t before = save.Placements();
     if (before == 0 && !AnyEffective()) break;
     ConfSnapshot content = document_->Snapshot();
+    const auto journals = JournalsOfTaken();
     lock.unlock();
+    for (const auto& entry : journals) entry->Sync();
     found = save.Replace(content, stamp_);
     if (!found) {
       FinishWritten(lock, save);

@@ -3,9 +3,11 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <shared_mutex>
 #include <string>
 
@@ -15,6 +17,7 @@
 #include "framework/conf_document.h"
 #include "framework/conf_save.h"
 #include "framework/conf_stamp.h"
+#include "framework/journal.h"
 
 class ConfScratch;
 
@@ -27,11 +30,19 @@ class ConfScratch;
 /// somebody else, the waiting changes are applied anew to what it holds now. Any thread.
 class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
  public:
+  /// How the journal of a request is told of a change: noted when the change has been made in the
+  /// document, and again when it had to be made anew in somebody else's edit; synced before a save,
+  /// on whichever thread, brings it to the file. When either throws the change is not made.
+  struct Journal {
+    std::function<void(const ConfChange&, const ConfDocument&)> note;  // may be empty
+    std::shared_ptr<journal::Entry> entry;                             // null without a note
+  };
   /// What became of one change.
   struct Waiting {
-    explicit Waiting(ConfChange what) : change(std::move(what)) {}
+    Waiting(ConfChange what, Journal told) : change(std::move(what)), journal(std::move(told)) {}
 
     ConfChange change;
+    Journal journal;
     bool made = true;      // it is in the document, or in the file
     bool settled = false;  // a save has dealt with it
     std::exception_ptr error;
@@ -58,8 +69,9 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   Reading ReadCurrent();
 
   /// Applies a change to the file as it stands now.
-  /// @throws as ReadCurrent and ConfChange::Apply: nothing has changed
-  std::shared_ptr<Waiting> Apply(ConfChange change);
+  /// @throws as ReadCurrent and ConfChange::Apply, and what the journal throws: nothing has
+  /// changed
+  std::shared_ptr<Waiting> Apply(ConfChange change, Journal journal = {});
   /// Returns when a change that was applied is durable.
   /// @throws mgr_err::Error what became of the change, "file" and "locked" included: the file and
   /// the document are without it; what the after-save hook throws: the change is saved
@@ -84,9 +96,11 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   void Refresh();
   ConfContent ReadFile() const;
   void TakeOver(const ConfContent& content);
+  void ApplyOne(Waiting& waiting);
   void ApplyWaiting();
   void Lead(Lock& lock);
   void SaveIntoScratch();
+  std::set<std::shared_ptr<journal::Entry>> JournalsOfTaken() const;
   ConfCache::SaveReason WriteOut(Lock& lock, ConfSave& save);
   void TakeIn(const ConfContent& found, const std::optional<ConfSnapshot>& origin);
   void FinishWritten(Lock& lock, ConfSave& save);

@@ -4,9 +4,26 @@
 
 #include "framework/conf_defer.h"
 #include "framework/conf_line.h"
+#include "framework/line_undo.h"
+#include "framework/random_hex.h"
 #include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
+
+namespace {
+
+// How the journal is told of a change of the thread's request.
+ConfFile::Journal Journalled(const std::string& file, const std::string& words) {
+  const auto entry = Request::Current() ? Request::Current()->JournalEntry() : nullptr;
+  if (!entry) return {};
+  const auto note = [entry, file, words, key = RandomHex()](const ConfChange& change,
+                                                            const ConfDocument& document) {
+    entry->Write({line_undo::ToStep(change.Trace(document), file, words, key)}, false);
+  };
+  return {note, entry};
+}
+
+}  // namespace
 
 ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
     : file_(std::move(file)), dataset_(dataset), syntax_(file_->configuration().Syntax()) {}
@@ -109,7 +126,7 @@ ConfChange::Target ConfView::TargetAt(dd::RecordPtr place) {
 
 dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
   const std::string words = change.Words();
-  const auto waiting = file_->Apply(std::move(change));
+  const auto waiting = file_->Apply(std::move(change), Journalled(file_->path(), words));
   if (Rehearsal* rehearsal = Rehearsal::Current(); rehearsal && waiting->change.Effective()) {
     rehearsal->Note(words + " in " + path());
   }

@@ -9,6 +9,7 @@
 
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/job_table.h"
 #include "framework/request.h"
 #include "framework/sql_session.h"
 #include "mgr_err.h"
@@ -107,7 +108,8 @@ void MakePrivate(const std::string& file) {
 void SetHooks() {
   Request::SetDatabaseHooks({[] { ThreadLease().Session()->BeginTransaction(); },
                              [] { ThreadLease().Session()->CommitTransaction(); },
-                             [] { ThreadLease().Session()->RollbackTransaction(); }});
+                             [] { ThreadLease().Session()->RollbackTransaction(); },
+                             job_table::Mark});
 }
 
 SqlSession& Session(const std::shared_ptr<Connection>& connection) {

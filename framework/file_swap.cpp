@@ -1,17 +1,16 @@
 #include "framework/file_swap.h"
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/uio.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdint>
-#include <cstdio>
 #include <utility>
 
 #include "framework/descriptor.h"
+#include "framework/entry_print.h"
 #include "framework/file_steps.h"
+#include "framework/random_hex.h"
+#include "framework/request.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
 
@@ -25,15 +24,12 @@ std::string DirectoryOf(const std::string& path) {
   return directory;
 }
 
-std::string RandomName(const std::string& directory) {
-  std::uint64_t number = 0;
-  if (getrandom(&number, sizeof number, 0) != ssize_t{sizeof number}) {
-    sys::Fail("getrandom", directory);
-  }
-  std::array<char, 17> digits{};
-  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
-  return mgr_file::ConcatPath(directory, std::string(".brisq-job-") + digits.data());
+std::string NameBeside(const std::string& directory) {
+  return mgr_file::ConcatPath(directory, ".brisq-job-" + RandomHex());
 }
+
+// Second name of what is replaced, where entries can't be exchanged.
+std::string NameOfOld(const std::string& aside) { return aside + "-old"; }
 
 void WriteAll(int fd, std::string_view content, const std::string& path) {
   std::string buffer(content);
@@ -74,6 +70,26 @@ void RefuseDirectory(const std::string& path) {
 
 int Unlink(const std::string& path) { return sys::Unlink(AT_FDCWD, path.c_str()); }
 
+// Where a dead process has put what it replaced; empty when it is nowhere any more.
+std::string WhereKept(const journal::Step& step) {
+  const std::string aside = step.Value("aside");
+  for (const std::string& name : {aside, NameOfOld(aside)}) {
+    if (entry_print::At(name) == step.Value("old")) {
+      return name;
+    }
+  }
+  return {};
+}
+
+void PutBack(const std::string& path, const std::string& kept) {
+  if (kept.empty()) {
+    throw mgr_err::Error("file", path, "not undone: what was there before is gone");
+  }
+  if (Rename(kept, path, 0) != 0) {
+    sys::Fail("undo", path, "the old one is " + kept);
+  }
+}
+
 // The flags of renameat2 are unknown to this kernel or file system.
 bool Unsupported(int error) noexcept { return error == EINVAL || error == ENOSYS; }
 
@@ -85,11 +101,12 @@ bool FileSwap::Stamp::operator==(const Stamp& other) const noexcept {
 }
 
 FileSwap::FileSwap(const std::string& path)
-    : path_(path), directory_(DirectoryOf(path)), aside_(RandomName(directory_)) {}
+    : path_(path), directory_(DirectoryOf(path)), aside_(NameBeside(directory_)) {}
 
 // From the delegation on the destructor cleans up after an exception.
 FileSwap::FileSwap(const std::string& path, std::string_view content, const mgr_file::Attrs& attrs)
     : FileSwap(path) {
+  Note(entry_print::OfContent(content));
   const Descriptor fd(
       sys::Open(AT_FDCWD, aside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
   if (!fd) {
@@ -104,10 +121,29 @@ FileSwap::FileSwap(const std::string& path, std::string_view content, const mgr_
 }
 
 FileSwap::FileSwap(const std::string& path, const LinkTo& link) : FileSwap(path) {
+  Note(entry_print::OfLink(link.target));
   if (sys::SymLink(link.target.c_str(), AT_FDCWD, aside_.c_str()) != 0) {
     sys::Fail("symlink", path_);
   }
   stamp_ = StampOf(aside_);
+}
+
+FileSwap::FileSwap(const std::string& path, const Nothing&) : FileSwap(path) {
+  removal_ = true;
+  if (entry_print::IsLink(entry_print::At(path_))) {
+    Note(entry_print::kNone);
+  }
+}
+
+void FileSwap::Note(const std::string& fresh) const {
+  if (Request* request = Request::Current()) {
+    request->NoteSteps({{"swap",
+                         {{"path", path_},
+                          {"aside", aside_},
+                          {"old", entry_print::At(path_)},
+                          {"new", fresh},
+                          {"what", path_ + (removal_ ? " removed" : " replaced")}}}});
+  }
 }
 
 FileSwap::~FileSwap() {
@@ -126,6 +162,9 @@ void FileSwap::RefuseUnfit(const std::string& path) {
 }
 
 void FileSwap::Publish() {
+  if (removal_) {
+    return PublishRemoval();
+  }
   RefuseDirectory(path_);
   PutInPlace();
   published_ = true;
@@ -137,7 +176,42 @@ void FileSwap::Publish() {
   }
 }
 
+void FileSwap::PublishRemoval() {
+  if (!entry_print::IsLink(entry_print::At(path_))) {
+    aside_.clear();
+    return;
+  }
+  if (Rename(path_, aside_, 0) != 0) {
+    sys::Fail("rename", path_);
+  }
+  published_ = true;
+  try {
+    SyncDirectory(directory_);
+  } catch (...) {
+    Restore();
+    throw;
+  }
+}
+
+void FileSwap::RestoreRemoved() {
+  if (aside_.empty()) {
+    return;
+  }
+  if (Rename(aside_, path_, RENAME_NOREPLACE) != 0) {
+    if (errno != EEXIST) {
+      sys::Fail("undo", path_, WhereOldIs());
+    }
+    Discard();
+    throw mgr_err::Error("file", path_, "not undone: changed since");
+  }
+  aside_.clear();
+  SyncDirectory(directory_);
+}
+
 void FileSwap::Restore() {
+  if (removal_) {
+    return RestoreRemoved();
+  }
   if (!(StampOf(path_) == stamp_)) {
     Discard();
     throw mgr_err::Error("file", path_, "not undone: changed since");
@@ -150,6 +224,34 @@ void FileSwap::Restore() {
 }
 
 void FileSwap::Discard() noexcept { RemoveAside(); }
+
+bool FileSwap::Undo(const journal::Step& step) {
+  const std::string path = step.Value("path");
+  const std::string old = step.Value("old");
+  const std::string fresh = step.Value("new");
+  const std::string there = entry_print::At(path);
+  const bool still_aside = entry_print::At(step.Value("aside")) == fresh;
+  const bool published = there == fresh && fresh != old && !still_aside;
+  if (published && old == entry_print::kNone) {
+    if (Unlink(path) != 0) {
+      sys::Fail("undo", path);
+    }
+  } else if (published) {
+    PutBack(path, WhereKept(step));
+  }
+  Finish(step);
+  return published || there == old || still_aside;
+}
+
+void FileSwap::Finish(const journal::Step& step) {
+  const std::string aside = step.Value("aside");
+  for (const std::string& name : {aside, NameOfOld(aside)}) {
+    if (Unlink(name) != 0 && errno != ENOENT) {
+      sys::Fail("unlink", name);
+    }
+  }
+  SyncDirectory(DirectoryOf(aside));
+}
 
 FileSwap::Stamp FileSwap::StampOf(const std::string& path) const {
   struct stat state = {};
@@ -213,7 +315,7 @@ bool FileSwap::PlaceIfNone() {
 }
 
 void FileSwap::ReplaceByRename() {
-  std::string old = RandomName(directory_);
+  std::string old = NameOfOld(aside_);
   if (sys::Link(AT_FDCWD, path_.c_str(), old.c_str()) != 0) {
     if (errno != ENOENT) {
       sys::Fail("link", path_);

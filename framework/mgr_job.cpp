@@ -65,7 +65,10 @@ CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
     : action_(action), params_(params) {}
 
 void CallOnCommit::Do() {
-  Request::Current()->AfterCommit("action " + action_, [action = action_, params = params_] {
+  Request& request = *Request::Current();
+  // Written out with the steps, or before the commit: until then it is dropped with the request.
+  request.NoteSteps({{"call", {{"action", action_}, {"params", params_}}}}, false);
+  request.AfterCommit("action " + action_, [action = action_, params = params_] {
     brisq_api::InternalCall(action, params);
   });
 }
@@ -102,6 +105,9 @@ CreateDir::CreateDir(const mgr_file::safe::Folder& folder, const std::string& na
 CreateDir::~CreateDir() = default;
 
 void CreateDir::Do() {
+  const mgr_file::safe::Folder made(folder_.root(), mgr_file::ConcatPath(folder_.path(), name_),
+                                    folder_.uid(), folder_.gid());
+  Request::Current()->NoteSteps(user_dir::StepsOfMaking(made));
   made_ = std::make_unique<user_dir::Made>(user_dir::MakeOne(folder_, name_, attrs_));
 }
 

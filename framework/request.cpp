@@ -4,8 +4,11 @@
 #include <mutex>
 #include <utility>
 
+#include "framework/acting_user.h"
 #include "framework/due.h"
+#include "framework/random_hex.h"
 #include "framework/rehearsal.h"
+#include "framework/utc.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
 
@@ -44,7 +47,8 @@ mgr_err::Error Misuse(const std::string& request, const std::string& rule) {
 }  // namespace
 
 Request::Request(std::string name)
-    : name_(std::move(name)),
+    : id_(RandomHex()),
+      name_(std::move(name)),
       started_(std::chrono::system_clock::now()),
       database_(CurrentHooks()) {
   if (current_request != nullptr) {
@@ -79,11 +83,13 @@ void Request::Commit() {
     NoteCallsAfterCommit(*rehearsal);
     return End();
   }
+  committed_ = true;
   for (mgr_job::Job* job : jobs_) {
     job->Forget();
   }
   End();
   MakeCallsAfterCommit();
+  CloseEntry();
 }
 
 void Request::Rollback() noexcept {
@@ -94,6 +100,7 @@ void Request::Rollback() noexcept {
   UndoSteps();
   RollbackDatabase();
   End();
+  CloseEntry();
 }
 
 void Request::OnRollback(std::string what, std::function<void()> undo) {
@@ -107,6 +114,25 @@ void Request::AfterCommit(std::string what, std::function<void()> call) {
 }
 
 void Request::QueueCommand(std::string command) { commands_.push_back(std::move(command)); }
+
+std::shared_ptr<journal::Entry> Request::JournalEntry() {
+  if (state_ == State::kUndoing || journal::Folder().empty() || Rehearsal::Current() != nullptr) {
+    return nullptr;
+  }
+  if (!entry_) {
+    entry_ = std::make_shared<journal::Entry>(
+        id_,
+        journal::Step{"request",
+                      {{"name", name_}, {"who", ActingUser()}, {"started", UtcText(started_)}}});
+  }
+  return entry_;
+}
+
+void Request::NoteSteps(const std::vector<journal::Step>& steps, bool durable) {
+  if (const auto entry = steps.empty() ? nullptr : JournalEntry()) {
+    entry->Write(steps, durable);
+  }
+}
 
 void Request::AddNote(std::string note) { notes_.push_back(std::move(note)); }
 
@@ -146,7 +172,24 @@ void Request::DoJobs() {
   }
 }
 
+// From here on a process that finds the entry brings the request to its end instead of undoing it.
+void Request::MarkCommitted() {
+  if (!entry_ || !entry_->IsOpen()) {
+    return;
+  }
+  if (transaction_ && database_->mark) {
+    entry_->Sync();
+    database_->mark(*this);
+  } else {
+    entry_->Write({{"committed", {}}}, true);
+  }
+}
+
 void Request::CommitDatabase() {
+  for (const std::string& command : commands_) {
+    NoteSteps({{"command", {{"line", command}}}}, false);
+  }
+  MarkCommitted();
   if (transaction_) {
     CallIfSet(database_->commit);
     transaction_ = false;
@@ -156,7 +199,8 @@ void Request::CommitDatabase() {
 void Request::UndoSteps() noexcept {
   for (std::size_t number = done_.size(); number > 0; --number) {
     const Step& step = done_[number - 1];
-    Attempt(step, "undo of step " + std::to_string(number) + " (" + step.what + ")");
+    undone_ =
+        Attempt(step, "undo of step " + std::to_string(number) + " (" + step.what + ")") && undone_;
   }
 }
 
@@ -165,6 +209,14 @@ void Request::RollbackDatabase() noexcept {
     Attempt({"", [this] { CallIfSet(database_->rollback); }}, "rollback of the database");
     transaction_ = false;
   }
+}
+
+// What could not be taken back stays in the journal, for the next start.
+void Request::CloseEntry() noexcept {
+  if (entry_ && undone_) {
+    entry_->Remove(!committed_);
+  }
+  entry_.reset();
 }
 
 void Request::End() noexcept {
@@ -193,14 +245,16 @@ void Request::NoteCallsAfterCommit(Rehearsal& rehearsal) {
   }
 }
 
-void Request::Attempt(const Step& step, const std::string& what) noexcept {
+bool Request::Attempt(const Step& step, const std::string& what) noexcept {
   try {
     step.call();
+    return true;
   } catch (const std::exception& error) {
     Problem(what, error.what());
   } catch (...) {
     Problem(what, "an exception of unknown kind");
   }
+  return false;
 }
 
 void Request::Problem(const std::string& what, const std::string& reason) noexcept {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "brisq_export.h"
+#include "framework/journal.h"
 #include "mgr_job.h"
 
 class Rehearsal;
@@ -29,6 +30,9 @@ class BRISQ_API Request {
     std::function<void()> begin;
     std::function<void()> commit;
     std::function<void()> rollback;
+    /// Called before `commit` when the journal has an entry of the request: writes, as a part of
+    /// the transaction, that the request was committed.
+    std::function<void(const Request&)> mark = {};
   };
 
   /// @param name  for logs and lists, for example "mailbox add"
@@ -64,6 +68,19 @@ class BRISQ_API Request {
   /// the request is rolled back nothing more is noted: what an undo does itself is final.
   /// @param what  the step, for the note about an undo that fails: "line of u@example.org added"
   void OnRollback(std::string what, std::function<void()> undo);
+
+  /// Writes down in the journal, before they are taken, steps that OnRollback or a job takes back:
+  /// so that they are also taken back when this process dies. Dropped while the request is rolled
+  /// back; without a journal nothing is written.
+  /// @param durable  false for what may be lost with the power as long as nothing else is noted:
+  /// it is made durable by the commit
+  /// @throws mgr_err::Error "file": the steps must not be taken
+  void NoteSteps(const std::vector<journal::Step>& steps, bool durable = true);
+  /// The journal's entry of this request, for steps that another thread may take; null while
+  /// nothing is to be noted.
+  std::shared_ptr<journal::Entry> JournalEntry();
+  /// 16 hexadecimal digits, by which the journal and the list of jobs know the request.
+  const std::string& id() const noexcept { return id_; }
 
   /// Notes a call for after the commit, dropped when the request fails.
   /// @param what  the call, for the note about one that throws
@@ -101,14 +118,17 @@ class BRISQ_API Request {
   void Leave(const mgr_job::Job& job) noexcept;
   void DoJobs();
   void CommitDatabase();
+  void MarkCommitted();
+  void CloseEntry() noexcept;
   void UndoSteps() noexcept;
   void RollbackDatabase() noexcept;
   void End() noexcept;
   void MakeCallsAfterCommit() noexcept;
   void NoteCallsAfterCommit(Rehearsal& rehearsal);
   void Problem(const std::string& what, const std::string& reason) noexcept;
-  void Attempt(const Step& step, const std::string& what) noexcept;
+  bool Attempt(const Step& step, const std::string& what) noexcept;
 
+  const std::string id_;
   std::string name_;
   std::chrono::system_clock::time_point started_;
   std::shared_ptr<const DatabaseHooks> database_;
@@ -119,4 +139,7 @@ class BRISQ_API Request {
   std::vector<Step> after_commit_;
   std::vector<std::string> commands_;
   std::vector<std::string> notes_;
+  std::shared_ptr<journal::Entry> entry_;  // null while nothing was noted
+  bool undone_ = true;                     // no undo has failed
+  bool committed_ = false;
 };

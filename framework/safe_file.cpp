@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "framework/request.h"
 #include "framework/user_dir.h"
 #include "mgr_job.h"
 
@@ -14,7 +15,10 @@ class CreatePath : public mgr_job::Job {
   CreatePath(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs)
       : folder_(folder), attrs_(attrs) {}
 
-  void Do() override { made_ = user_dir::MakePath(folder_, attrs_); }
+  void Do() override {
+    Request::Current()->NoteSteps(user_dir::StepsOfMaking(folder_));
+    made_ = user_dir::MakePath(folder_, attrs_);
+  }
 
   void Undo() override {
     for (auto directory = made_.rbegin(); directory != made_.rend(); ++directory) {

@@ -239,6 +239,14 @@ mgr_err::Error Taken(int parent, const std::string& name, const std::string& pat
       std::string("exists already") + (seen ? std::string(" as ") + KindOf(state.st_mode) : ""));
 }
 
+journal::Step StepOf(const mgr_file::safe::Folder& folder, const std::string& path) {
+  return {"dir",
+          {{"root", folder.root()},
+           {"path", path},
+           {"uid", std::to_string(folder.uid())},
+           {"what", "directory " + path + " made"}}};
+}
+
 }  // namespace
 
 std::string Normalised(const std::string& path) {
@@ -325,6 +333,51 @@ void Remove(const mgr_file::safe::Folder& folder, const Made& made) {
   } else if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT) {
     sys::Fail("rmdir", made.path);
   }
+}
+
+std::vector<journal::Step> StepsOfMaking(const mgr_file::safe::Folder& folder) {
+  std::vector<journal::Step> steps;
+  Descriptor at = OpenRoot(folder);
+  std::string path = folder.root();
+  for (const std::string& name : ComponentsBelowRoot(folder)) {
+    path = mgr_file::ConcatPath(path, name);
+    struct stat state = {};
+    const bool missing =
+        !steps.empty() ||
+        (sys::Stat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT);
+    if (missing) {
+      steps.push_back(StepOf(folder, path));
+    } else if (path != folder.path()) {
+      at = OpenOwned(at.get(), name, path, folder.uid());
+    }
+  }
+  return steps;
+}
+
+bool Undo(const journal::Step& step) {
+  const std::string path = step.Value("path");
+  const auto [directory, name] = mgr_file::SplitPath(path);
+  const auto uid = static_cast<uid_t>(std::stoul(step.Value("uid")));
+  const mgr_file::safe::Folder folder(step.Value("root"), directory, uid, 0);
+  struct stat state = {};
+  if (sys::Stat(AT_FDCWD, directory.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+    return true;  // it was never made, or is gone with all that was above it
+  }
+  const Descriptor parent = Open(folder);
+  if (sys::Stat(parent.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT;
+  }
+  if (!S_ISDIR(state.st_mode) || (state.st_uid != uid && state.st_uid != ::geteuid())) {
+    return false;
+  }
+  if (sys::RmDir(parent.get(), name.c_str()) != 0) {
+    if (errno == ENOTEMPTY || errno == EEXIST) {
+      return false;
+    }
+    sys::Fail("rmdir", path);
+  }
+  file_steps::SyncDirectory(parent.get(), directory);
+  return true;
 }
 
 }  // namespace user_dir

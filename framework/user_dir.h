@@ -7,6 +7,7 @@
 
 #include "brisq_export.h"
 #include "framework/descriptor.h"
+#include "framework/journal_record.h"
 #include "mgr_file.h"
 
 /// Directories in users' trees, where the user may swap any entry for another at any moment.
@@ -60,5 +61,16 @@ BRISQ_API void CheckMakeOne(const mgr_file::safe::Folder& parent, const std::str
 /// it is empty; leaves everything else alone.
 /// @throws mgr_err::Error "file" when the way to it is no longer safe or the system refuses
 BRISQ_API void Remove(const mgr_file::safe::Folder& folder, const Made& made);
+
+/// What the journal must know before MakePath is called with this folder: one step for each
+/// directory that is missing, topmost first.
+/// @throws as Open, but for what is missing
+BRISQ_API std::vector<journal::Step> StepsOfMaking(const mgr_file::safe::Folder& folder);
+
+/// Removes a directory that a dead process has announced and perhaps made, when it is empty and the
+/// user's, or still root's.
+/// @return false when something else is there by now: it stays
+/// @throws mgr_err::Error "file" when the system refuses
+BRISQ_API bool Undo(const journal::Step& step);
 
 }  // namespace user_dir

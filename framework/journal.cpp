@@ -1,0 +1,295 @@
+#include "framework/journal.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <utility>
+
+#include "framework/file_steps.h"
+#include "mgr_err.h"
+#include "mgr_file.h"
+
+namespace journal {
+
+namespace {
+
+constexpr std::size_t kIdDigits = 16;
+
+struct Place {
+  std::mutex mutex;
+  std::string folder;
+};
+
+Place& ThePlace() {
+  static Place& place = *new Place;  // requests of other threads may outlive the statics
+  return place;
+}
+
+// Makes durable that `made` is in the folder, or is not any more.
+void SyncFolder(const std::string& folder, const std::string& made) {
+  const sys::FileDescriptor fd(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
+  if (!fd) {
+    sys::Fail("open", made);
+  }
+  file_steps::SyncDirectory(fd.get(), made);
+}
+
+void MakeFolder(const std::string& folder) {
+  if (sys::MkDir(AT_FDCWD, folder.c_str(), 0700) == 0) {
+    SyncFolder(mgr_file::SplitPath(folder).first, folder);
+  } else if (errno != EEXIST) {
+    sys::Fail("mkdir", folder);
+  }
+}
+
+bool IsId(const std::string& name) {
+  return name.size() == kIdDigits &&
+         name.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+std::vector<std::string> Ids(const std::string& folder) {
+  std::vector<std::string> ids;
+  if (folder.empty() || !mgr_file::Exists(folder)) {
+    return ids;
+  }
+  for (mgr_file::Dir directory(folder); directory.Read();) {
+    if (IsId(directory.name())) {
+      ids.push_back(directory.name());
+    }
+  }
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
+// Nothing when the entry has gone meanwhile.
+sys::FileDescriptor OpenEntryFile(const std::string& path) {
+  sys::FileDescriptor file(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW));
+  if (!file && errno != ENOENT) {
+    sys::Fail("open", path);
+  }
+  return file;
+}
+
+// True when nobody held the entry, which this descriptor holds from now on.
+bool TakeHold(int fd, const std::string& path) {
+  if (sys::FLock(fd, LOCK_EX | LOCK_NB) == 0) {
+    return true;
+  }
+  if (errno != EWOULDBLOCK) {
+    sys::Fail("flock", path);
+  }
+  return false;
+}
+
+// A process may have ended its request, or another one the recovery, before the hold was taken.
+bool IsStillThere(int fd) {
+  struct stat state {};
+  return sys::FStat(fd, &state) == 0 && state.st_nlink > 0;
+}
+
+// A step that was noted again, because somebody else had changed the file meanwhile, has the place
+// of the first note and the values of the last.
+std::vector<Step> WithoutSuperseded(const std::vector<Step>& all) {
+  std::vector<Step> steps;
+  std::map<std::string, std::size_t> places;
+  for (const Step& step : all) {
+    const std::string& key = step.Value("key");
+    const auto known = places.find(key);
+    if (!key.empty() && known != places.end()) {
+      steps[known->second] = step;
+      continue;
+    }
+    places[key] = steps.size();
+    steps.push_back(step);
+  }
+  return steps;
+}
+
+Left Read(const std::string& id, const std::string& path) {
+  Left left{id, path, {}, {}};
+  std::vector<Step> all = FromRecords(mgr_file::ReadE(path));
+  if (!all.empty()) {
+    left.head = all.front();
+    all.erase(all.begin());
+    left.steps = WithoutSuperseded(all);
+  }
+  return left;
+}
+
+OpenEntry Described(const Left& left) {
+  OpenEntry entry{
+      left.id, left.head.Value("name"), left.head.Value("who"), left.head.Value("started"), false,
+      {}};
+  for (const Step& step : left.steps) {
+    if (!step.Value("what").empty()) {
+      entry.steps.push_back(step.Value("what"));
+    }
+  }
+  return entry;
+}
+
+}  // namespace
+
+void SetFolder(const std::string& folder) {
+  const std::lock_guard lock(ThePlace().mutex);
+  ThePlace().folder = folder;
+}
+
+std::string Folder() {
+  const std::lock_guard lock(ThePlace().mutex);
+  return ThePlace().folder;
+}
+
+Entry::Entry(std::string id, Step head)
+    : id_(std::move(id)), head_(std::move(head)), folder_(Folder()) {}
+
+Entry::~Entry() = default;
+
+bool Entry::IsOpen() const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<bool>(file_);
+}
+
+void Entry::Open() {
+  MakeFolder(folder_);
+  const std::string path = mgr_file::ConcatPath(folder_, id_);
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW;
+  // Who looks for dead entries may find it before it is locked, and remove it as an empty one.
+  for (bool there = false; !there;) {
+    file_ = sys::FileDescriptor(sys::Open(AT_FDCWD, path.c_str(), kFlags, 0600));
+    if (!file_) {
+      sys::Fail("open", path);
+    }
+    if (sys::FLock(file_.get(), LOCK_EX) != 0) {
+      const int error = errno;
+      file_ = sys::FileDescriptor();
+      errno = error;
+      sys::Fail("flock", path);
+    }
+    there = IsStillThere(file_.get());
+  }
+}
+
+void Entry::Append(const std::string& text) {
+  std::string rest = text;
+  while (!rest.empty()) {
+    const iovec piece = {rest.data(), rest.size()};
+    const ssize_t written = sys::WriteV(file_.get(), &piece, 1);
+    if (written < 0) {
+      sys::Fail("write", mgr_file::ConcatPath(folder_, id_), "the step was not taken");
+    }
+    rest.erase(0, static_cast<std::size_t>(written));
+  }
+  dirty_ = true;
+}
+
+void Entry::Write(const std::vector<Step>& steps, bool durable) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (folder_.empty()) {
+      return;
+    }
+    std::string text;
+    if (!file_) {
+      Open();
+      SyncFolder(folder_, folder_);
+      text = Record(head_);
+    }
+    for (const Step& step : steps) {
+      text += Record(step);
+    }
+    Append(text);
+  }
+  if (durable) {
+    Sync();
+  }
+}
+
+void Entry::Sync() {
+  const std::lock_guard lock(mutex_);
+  if (!dirty_) {
+    return;
+  }
+  if (sys::FSync(file_.get()) != 0) {
+    sys::Fail("fsync", mgr_file::ConcatPath(folder_, id_), "the step was not taken");
+  }
+  dirty_ = false;
+}
+
+void Entry::Remove(bool durable) noexcept {
+  const std::lock_guard lock(mutex_);
+  if (!file_) {
+    return;
+  }
+  // One that can't be removed is found, and removed, by the next start: it has nothing left to do.
+  sys::Unlink(AT_FDCWD, mgr_file::ConcatPath(folder_, id_).c_str());
+  try {
+    if (durable) {
+      SyncFolder(folder_, folder_);
+    }
+  } catch (const mgr_err::Error&) {
+    // As above: only a power cut brings it back.
+  }
+  file_ = sys::FileDescriptor();
+}
+
+std::vector<Dead> TakeDead() {
+  std::vector<Dead> dead;
+  const std::string folder = Folder();
+  for (const std::string& id : Ids(folder)) {
+    const std::string path = mgr_file::ConcatPath(folder, id);
+    auto hold = std::make_shared<sys::FileDescriptor>(OpenEntryFile(path));
+    if (!*hold || !TakeHold(hold->get(), path) || !IsStillThere(hold->get())) {
+      continue;
+    }
+    Dead found{Read(id, path), hold};
+    if (found.entry.steps.empty()) {
+      Remove(found);
+    } else {
+      dead.push_back(std::move(found));
+    }
+  }
+  return dead;
+}
+
+bool HasDead() {
+  const std::string folder = Folder();
+  const auto ids = Ids(folder);
+  return std::any_of(ids.begin(), ids.end(), [&](const std::string& id) {
+    const std::string path = mgr_file::ConcatPath(folder, id);
+    const sys::FileDescriptor file = OpenEntryFile(path);
+    return file && TakeHold(file.get(), path) && IsStillThere(file.get());
+  });
+}
+
+std::vector<OpenEntry> OpenEntries() {
+  std::vector<OpenEntry> entries;
+  const std::string folder = Folder();
+  for (const std::string& id : Ids(folder)) {
+    const std::string path = mgr_file::ConcatPath(folder, id);
+    const sys::FileDescriptor file = OpenEntryFile(path);
+    if (!file) {
+      continue;
+    }
+    const bool dead = TakeHold(file.get(), path);
+    if (IsStillThere(file.get())) {
+      entries.push_back(Described(Read(id, path)));
+      entries.back().alive = !dead;
+    }
+  }
+  return entries;
+}
+
+void Remove(const Dead& dead) {
+  if (sys::Unlink(AT_FDCWD, dead.entry.path.c_str()) != 0 && errno != ENOENT) {
+    sys::Fail("unlink", dead.entry.path);
+  }
+  SyncFolder(mgr_file::SplitPath(dead.entry.path).first, dead.entry.path);
+}
+
+}  // namespace journal

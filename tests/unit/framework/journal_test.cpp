@@ -1,0 +1,172 @@
+#include "framework/journal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "mgr_err.h"
+#include "tests/support/sys_fault.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using journal::Entry;
+using journal::Step;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr const char* kId = "0123456789abcdef";
+const Step kHead{"request", {{"name", "mailbox add"}, {"who", "alice"}, {"started", "then"}}};
+
+class JournalTest : public testing::Test {
+ protected:
+  JournalTest() { journal::SetFolder(folder_); }
+  ~JournalTest() override { journal::SetFolder(""); }
+
+  // What a process that dies leaves: an entry that nobody holds.
+  static void Leave(const std::string& id, const std::vector<Step>& steps) {
+    Entry(id, kHead).Write(steps, true);
+  }
+  std::size_t Files() const {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder_),
+                                                  std::filesystem::directory_iterator()));
+  }
+  static unsigned ModeOf(const std::string& path) {
+    struct stat state {};
+    EXPECT_EQ(0, ::lstat(path.c_str(), &state));
+    return state.st_mode & 07777u;
+  }
+
+  support::TempDir dir_;
+  const std::string folder_ = dir_ / "journal";
+};
+
+std::string ErrorOf(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const mgr_err::Error& error) {
+    return error.what();
+  }
+  return "nothing was thrown";
+}
+
+TEST_F(JournalTest, AnEntryThatNothingIsWrittenToLeavesNoTrace) {
+  { const Entry entry(kId, kHead); }
+  EXPECT_FALSE(std::filesystem::exists(folder_));
+  EXPECT_THAT(journal::OpenEntries(), IsEmpty());
+  EXPECT_FALSE(journal::HasDead());
+}
+
+TEST_F(JournalTest, WithoutAFolderNothingIsWritten) {
+  journal::SetFolder("");
+  Entry entry(kId, kHead);
+  entry.Write({{"line", {}}}, true);
+  EXPECT_FALSE(entry.IsOpen());
+  EXPECT_FALSE(std::filesystem::exists(folder_));
+  EXPECT_THAT(journal::TakeDead(), IsEmpty());
+}
+
+TEST_F(JournalTest, IsForItsOwnerOnly) {
+  Leave(kId, {{"line", {}}});
+  EXPECT_EQ(0700u, ModeOf(folder_));
+  EXPECT_EQ(0600u, ModeOf(folder_ + "/" + kId));
+}
+
+TEST_F(JournalTest, AnEntryOfALivingProcessIsNeverDead) {
+  Entry entry(kId, kHead);
+  entry.Write({{"line", {{"what", "line added"}}}}, true);
+  EXPECT_FALSE(journal::HasDead());
+  EXPECT_THAT(journal::TakeDead(), IsEmpty());
+  const auto open = journal::OpenEntries();
+  ASSERT_EQ(1u, open.size());
+  EXPECT_TRUE(open[0].alive);
+  EXPECT_THAT(open[0].steps, ElementsAre("line added"));
+}
+
+TEST_F(JournalTest, ADeadEntryHoldsItsStepsInOrder) {
+  Leave(kId, {{"a", {}}, {"b", {{"what", "b was done"}}}});
+  EXPECT_TRUE(journal::HasDead());
+  const auto open = journal::OpenEntries();
+  ASSERT_EQ(1u, open.size());
+  EXPECT_FALSE(open[0].alive);
+  EXPECT_EQ("mailbox add", open[0].request);
+  EXPECT_EQ("alice", open[0].who);
+  EXPECT_EQ("then", open[0].started);
+  EXPECT_THAT(open[0].steps, ElementsAre("b was done"));
+
+  const auto dead = journal::TakeDead();
+  ASSERT_EQ(1u, dead.size());
+  EXPECT_EQ(kHead, dead[0].entry.head);
+  EXPECT_THAT(dead[0].entry.steps, ElementsAre(Step{"a", {}}, Step{"b", {{"what", "b was done"}}}));
+  EXPECT_FALSE(journal::HasDead()) << "who has taken it holds it";
+  EXPECT_THAT(journal::TakeDead(), IsEmpty());
+}
+
+TEST_F(JournalTest, AStepNotedAgainTakesThePlaceOfTheFirstNote) {
+  Leave(kId, {{"line", {{"key", "k"}, {"after", "1"}}},
+              {"dir", {}},
+              {"line", {{"key", "k"}, {"after", "2"}}}});
+  const auto dead = journal::TakeDead();
+  ASSERT_EQ(1u, dead.size());
+  EXPECT_THAT(dead[0].entry.steps,
+              ElementsAre(Step{"line", {{"key", "k"}, {"after", "2"}}}, Step{"dir", {}}));
+}
+
+TEST_F(JournalTest, AnEntryWithoutAStepIsSwept) {
+  Leave(kId, {});
+  EXPECT_EQ(1u, Files());
+  EXPECT_THAT(journal::TakeDead(), IsEmpty());
+  EXPECT_EQ(0u, Files());
+}
+
+TEST_F(JournalTest, OtherFilesInTheFolderAreLeftAlone) {
+  Leave(kId, {{"a", {}}});
+  dir_.Write("journal/README", "x");
+  dir_.Write("journal/0123456789ABCDEF", "x");
+  EXPECT_EQ(1u, journal::OpenEntries().size());
+  EXPECT_EQ(1u, journal::TakeDead().size());
+  EXPECT_EQ(3u, Files());
+}
+
+TEST_F(JournalTest, ARemovedEntryIsGone) {
+  for (const bool durable : {false, true}) {
+    Entry entry(kId, kHead);
+    entry.Write({{"a", {}}}, true);
+    EXPECT_TRUE(entry.IsOpen());
+    entry.Remove(durable);
+    EXPECT_FALSE(entry.IsOpen());
+    EXPECT_EQ(0u, Files());
+  }
+  Leave(kId, {{"a", {}}});
+  journal::Remove(journal::TakeDead().front());
+  EXPECT_EQ(0u, Files());
+}
+
+// A step may only be taken when it is known to be in the journal.
+TEST_F(JournalTest, ARefusedWriteNamesTheEntry) {
+  for (const char* call : {"mkdir", "open", "flock", "write", "fsync"}) {
+    SCOPED_TRACE(call);
+    std::filesystem::remove_all(folder_);
+    Entry entry(kId, kHead);
+    support::SysFault fault;
+    fault.FailCall(call, ENOSPC);
+    EXPECT_THAT(ErrorOf([&] { entry.Write({{"a", {}}}, true); }), HasSubstr("journal"));
+  }
+}
+
+TEST_F(JournalTest, WhatIsNotDurableYetIsSyncedOnce) {
+  Entry entry(kId, kHead);
+  entry.Write({{"a", {}}}, false);
+  int syncs = 0;
+  support::SysFault watch;
+  watch.OnCall([&](std::string_view call, std::size_t) { syncs += call == "fsync" ? 1 : 0; });
+  entry.Sync();
+  entry.Sync();
+  EXPECT_EQ(1, syncs);
+}
+
+}  // namespace
