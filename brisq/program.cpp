@@ -32,6 +32,7 @@ int Run(const CommandLine& line, const Console& console) {
   Output output(console, line.json);
   brisq_panel::Instance instance(settings);
   WarnOfPlugins(instance, output);
+  for (const std::string& words : instance.recovered()) output.Warn(words);
   Call call{line.arguments, output, console};
   if (line.arguments.Has(kDryRun.name)) {
     RunDry(*line.command, call);

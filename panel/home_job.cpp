@@ -1,5 +1,6 @@
 #include "panel/home_job.h"
 
+#include "framework/request.h"
 #include "panel/system_dirs.h"
 
 namespace brisq_panel {
@@ -7,7 +8,10 @@ namespace brisq_panel {
 MakeHome::MakeHome(const std::string& home, uid_t uid, gid_t gid)
     : home_(home), attrs_(0750, uid, gid) {}
 
-void MakeHome::Do() { made_ = MakeDirectories(home_, mgr_file::Attrs(0755, 0, 0), attrs_); }
+void MakeHome::Do() {
+  Request::Current()->NoteSteps(StepsOfMaking(home_));
+  made_ = MakeDirectories(home_, mgr_file::Attrs(0755, 0, 0), attrs_);
+}
 
 std::string MakeHome::Rehearse() { return "directory " + home_ + " made"; }
 

@@ -11,6 +11,7 @@
 #include "framework/database.h"
 #include "framework/due.h"
 #include "framework/file_error.h"
+#include "framework/journal.h"
 #include "framework/log_setup.h"
 #include "framework/modules.h"
 #include "framework/reload_queue.h"
@@ -22,6 +23,7 @@
 #include "panel/email_reload.h"
 #include "panel/path_key.h"
 #include "panel/records.h"
+#include "panel/recovery.h"
 #include "panel/refresh_lock.h"
 #include "panel/system_dirs.h"
 
@@ -58,6 +60,13 @@ class OpenedDatabase {
   ~OpenedDatabase() { mgr_db::CloseDatabase(); }
   OpenedDatabase(const OpenedDatabase&) = delete;
   OpenedDatabase& operator=(const OpenedDatabase&) = delete;
+};
+
+struct OpenedJournal {
+  OpenedJournal() = default;
+  ~OpenedJournal() { journal::SetFolder(""); }
+  OpenedJournal(const OpenedJournal&) = delete;
+  OpenedJournal& operator=(const OpenedJournal&) = delete;
 };
 
 void RequirePaths(const mgr_cf::Settings& settings) {
@@ -144,6 +153,7 @@ struct Instance::State {
     RefreshLock::SetFolder(settings.state);
     mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"), SealedTextsAreKept);
     database = std::make_unique<OpenedDatabase>(settings.database);
+    journal::SetFolder(mgr_file::ConcatPath(settings.state, "journal"));
     reload_requests = std::make_unique<ReloadRequests>(settings.state);
     DeclareParams();
     reports = StartPlugins(settings);
@@ -151,12 +161,15 @@ struct Instance::State {
     if (HasMailBackend()) {
       AbsolutePath("dovecot-passwd");
     }
+    recovered = RecoverRequests();
   }
 
   Turn turn;
   std::unique_ptr<OpenedDatabase> database;
+  OpenedJournal journal;
   std::unique_ptr<ReloadRequests> reload_requests;
   std::vector<brisq_api::PluginReport> reports;
+  std::vector<std::string> recovered;
 };
 
 Instance::Instance(const mgr_cf::Settings& settings) : state_(std::make_unique<State>(settings)) {}
@@ -165,6 +178,8 @@ Instance::~Instance() = default;
 const std::vector<brisq_api::PluginReport>& Instance::reports() const noexcept {
   return state_->reports;
 }
+
+const std::vector<std::string>& Instance::recovered() const noexcept { return state_->recovered; }
 
 std::vector<std::string> Instance::RunDue() {
   due::RunQueuedCommands();

@@ -22,7 +22,8 @@ namespace brisq_panel {
 class BRISQ_API Instance {
  public:
   /// Opens the panel. The state directory (0700) and the database (0600) are made when they are
-  /// missing. A plug-in that can't be loaded or built does not fail it: see reports().
+  /// missing. Requests whose process has died are recovered. A plug-in that can't be loaded or
+  /// built does not fail it: see reports().
   /// @throws mgr_err::Error "config" for a state or database path that is not given, or when the
   /// mail back-end's "dovecot-passwd" is no absolute path; "file" when the state directory or the
   /// database's can't be made or lets other users write; "db" and "locked" from the database;
@@ -31,6 +32,10 @@ class BRISQ_API Instance {
   ~Instance();
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
+
+  /// What was done with requests whose process had died before this instance was opened, in plain
+  /// words.
+  const std::vector<std::string>& recovered() const noexcept;
 
   /// One report for each plug-in file, then one for each module that was built or failed to be.
   const std::vector<brisq_api::PluginReport>& reports() const noexcept;

@@ -34,6 +34,7 @@ class BRISQ_API PlaceLink : public mgr_job::Job {
 class BRISQ_API RemoveLink : public mgr_job::Job {
  public:
   explicit RemoveLink(const std::string& path);
+  ~RemoveLink() override;
   void Do() override;
   /// Leaves the path alone when something else is there by now.
   void Undo() override;
@@ -42,7 +43,7 @@ class BRISQ_API RemoveLink : public mgr_job::Job {
 
  private:
   std::string path_;
-  std::string old_;
+  std::unique_ptr<FileSwap> swap_;
 };
 
 }  // namespace brisq_panel

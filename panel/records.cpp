@@ -3,6 +3,7 @@
 #include <typeinfo>
 
 #include "framework/database.h"
+#include "framework/job_table.h"
 #include "panel/archive.h"
 #include "panel/file_stamps.h"
 #include "panel/panel_state.h"
@@ -43,6 +44,7 @@ void CreatePanelTables() {
                        {typeid(brisq_db::User).name(), typeid(brisq_db::EmailDomainTable).name(),
                         typeid(brisq_db::EmailTable).name(), typeid(MailboxArchive).name(),
                         typeid(FileStamps).name(), typeid(PanelState).name()});
+  job_table::Create();
 }
 
 }  // namespace brisq_panel

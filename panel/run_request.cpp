@@ -1,8 +1,13 @@
 #include "panel/run_request.h"
 
+#include <optional>
+
 #include "framework/database.h"
+#include "framework/journal.h"
+#include "framework/rehearsal.h"
 #include "mgr_err.h"
 #include "panel/held_signals.h"
+#include "panel/recovery.h"
 
 namespace brisq_panel {
 
@@ -20,24 +25,43 @@ mgr_err::Error WithNotes(const mgr_err::Error& error, const std::vector<std::str
   return full;
 }
 
+// The lock is waited for, and meanwhile its holder may have died: what that has left must be dealt
+// with before anything is built on it. Returns what was recovered, in plain words.
+std::vector<std::string> LockAfterTheDead(std::optional<Request>& request,
+                                          const std::string& name) {
+  request.emplace(name);
+  mgr_db::ThreadConnection()->LockForWriting();
+  // A dry run takes nothing back, and nothing of it is for good.
+  if (Rehearsal::Current() != nullptr || !journal::HasDead()) {
+    return {};
+  }
+  request.reset();
+  std::vector<std::string> recovered = RecoverRequests();
+  request.emplace(name);
+  mgr_db::ThreadConnection()->LockForWriting();
+  return recovered;
+}
+
 }  // namespace
 
 std::vector<std::string> RunRequest(const std::string& name,
                                     const std::function<void(Request&)>& work) {
   const HeldSignals held;  // ends last: taking back must not be cut off either
-  Request request(name);
+  std::optional<Request> request;
   try {
-    mgr_db::ThreadConnection()->LockForWriting();
-    work(request);
-    request.Commit();
+    for (const std::string& words : LockAfterTheDead(request, name)) {
+      request->AddNote(words);
+    }
+    work(*request);
+    request->Commit();
   } catch (const mgr_err::Error& error) {
-    request.Rollback();
-    if (request.Notes().empty()) {
+    request->Rollback();
+    if (request->Notes().empty()) {
       throw;
     }
-    throw WithNotes(error, request.Notes());
+    throw WithNotes(error, request->Notes());
   }
-  return request.Notes();
+  return request->Notes();
 }
 
 }  // namespace brisq_panel

@@ -38,6 +38,15 @@ std::vector<std::string> MakeDirectories(const std::string& path, const mgr_file
   return made;
 }
 
+std::vector<journal::Step> StepsOfMaking(const std::string& path) {
+  std::vector<journal::Step> steps;
+  for (const std::string& directory : Missing(path)) {
+    steps.insert(steps.begin(),
+                 {"sysdir", {{"path", directory}, {"what", "directory " + directory + " made"}}});
+  }
+  return steps;
+}
+
 void RemoveDirectories(const std::vector<std::string>& directories) noexcept {
   std::for_each(directories.rbegin(), directories.rend(),
                 [](const std::string& directory) { ::rmdir(directory.c_str()); });

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/journal_record.h"
 #include "mgr_file.h"
 
 /// Directories of the system, whose way belongs to root alone.
@@ -14,6 +15,10 @@ namespace brisq_panel {
 BRISQ_API std::vector<std::string> MakeDirectories(const std::string& path,
                                                    const mgr_file::Attrs& parents,
                                                    const mgr_file::Attrs& last);
+
+/// What the journal must know before MakeDirectories is called: one step for each directory that is
+/// missing, outermost first.
+BRISQ_API std::vector<journal::Step> StepsOfMaking(const std::string& path);
 
 /// Removes directories in reverse order, as far as they are empty.
 BRISQ_API void RemoveDirectories(const std::vector<std::string>& directories) noexcept;

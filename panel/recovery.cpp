@@ -1,0 +1,50 @@
+#include "panel/recovery.h"
+
+#include "brisq_api.h"
+#include "framework/journal_recovery.h"
+#include "framework/modules.h"
+#include "mgr_err.h"
+#include "mgr_log.h"
+#include "panel/certificate_cleanup.h"
+
+namespace brisq_panel {
+
+namespace {
+
+mgr_log::Module g_log("journal", "brisq");
+
+// The server may have read, or loaded, what has been taken back.
+void AskForReload(const journal::Recovered& recovered) {
+  const bool changed = recovered.lines_undone || recovered.files_undone;
+  if (changed && brisq_api::FindAction(kReloadAction) != nullptr) {
+    brisq_api::InternalCall(kReloadAction, recovered.files_undone ? "hard=on" : "");
+  }
+}
+
+void Log(const std::string& words) {
+  if (g_log.Check(mgr_log::kWarning)) {
+    g_log.Write(mgr_log::kWarning, "%s", words.c_str());
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> RecoverRequests() noexcept {
+  std::vector<std::string> words;
+  try {
+    if (journal::HasDead()) {
+      for (const journal::Recovered& recovered : journal::RecoverDead(AskForReload)) {
+        words.push_back(journal::Words(recovered));
+      }
+    }
+  } catch (const std::exception& error) {
+    words.push_back(std::string("a request whose process had died is not recovered yet: ") +
+                    error.what());
+  }
+  for (const std::string& text : words) {
+    Log(text);
+  }
+  return words;
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "brisq_export.h"
+
+/// Requests of this panel whose process has died.
+namespace brisq_panel {
+
+/// Brings each to its end or undoes it, and has the mail server look again at what was taken back.
+/// Costs a look into a folder when there is none. The calling thread has no request.
+/// @return what was done, and what could not be done yet, in plain words; it is in the log too
+BRISQ_API std::vector<std::string> RecoverRequests() noexcept;
+
+}  // namespace brisq_panel

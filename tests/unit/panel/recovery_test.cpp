@@ -1,0 +1,74 @@
+#include "panel/recovery.h"
+
+#include "brisq_api.h"
+#include "framework/journal.h"
+#include "framework/line_undo.h"
+#include "framework/request.h"
+#include "panel/certificate_cleanup.h"
+#include "panel/run_request.h"
+#include "tests/unit/panel/panel_fixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class ReloadAction : public brisq_api::Action {
+ public:
+  explicit ReloadAction(std::vector<std::string>& calls)
+      : Action(brisq_panel::kReloadAction, 0, nullptr), calls_(calls) {}
+  void Execute(brisq_api::Session& session) const override {
+    calls_.push_back(session.Param("hard"));
+  }
+
+ private:
+  std::vector<std::string>& calls_;
+};
+
+class RecoveryTest : public panel_test::PanelTest {
+ protected:
+  RecoveryTest() { journal::SetFolder(dir_ / "journal"); }
+  ~RecoveryTest() override { journal::SetFolder(""); }
+
+  void LeaveLine(const std::string& id) {
+    journal::Entry(id, {"request", {{"name", "mailbox add"}}})
+        .Write({line_undo::ToStep({"u", "", "u:1", ""}, dir_ / "users", "line of u added", "")},
+               true);
+  }
+
+  std::vector<std::string> reloads_;
+  const ReloadAction action_{reloads_};
+};
+
+TEST_F(RecoveryTest, WithoutDeadRequestsThereIsNothingToSay) {
+  EXPECT_THAT(brisq_panel::RecoverRequests(), IsEmpty());
+  EXPECT_THAT(reloads_, IsEmpty());
+}
+
+TEST_F(RecoveryTest, WhatIsTakenBackIsSaidLoggedAndToldToTheServer) {
+  dir_.Write("users", "u:1\n");
+  LeaveLine("0123456789abcdef");
+  EXPECT_THAT(brisq_panel::RecoverRequests(), ElementsAre(HasSubstr("undid job 1 (mailbox add")));
+  EXPECT_EQ("", dir_.Read("users"));
+  EXPECT_THAT(reloads_, ElementsAre(""));
+  EXPECT_THAT(log_.Messages("brisq"), ElementsAre(HasSubstr("undid job 1")));
+  EXPECT_THAT(brisq_panel::RecoverRequests(), IsEmpty());
+}
+
+TEST_F(RecoveryTest, ANewRequestFindsTheHouseInOrder) {
+  dir_.Write("users", "u:1\n");
+  LeaveLine("0123456789abcdef");
+  std::string seen;
+  const auto notes =
+      brisq_panel::RunRequest("test", [&](Request&) { seen = "users: " + dir_.Read("users"); });
+  EXPECT_EQ("users: ", seen);
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("undid job 1")));
+}
+
+TEST_F(RecoveryTest, ARecoveryThatIsNotPossibleYetIsSaidAndFailsNothing) {
+  dir_.Write("journal", "a file where the folder should be");
+  EXPECT_THAT(brisq_panel::RecoverRequests(), ElementsAre(HasSubstr("not recovered yet")));
+}
+
+}  // namespace
