@@ -1,0 +1,173 @@
+"""Commands that are killed, or refused by the system, at each of their calls that change a file:
+the next command must find all of the change or nothing of it."""
+
+import concurrent.futures
+import errno
+import os
+import unittest
+
+from support.crash_bench import NEW_PASSWORD, OLD_PASSWORD, CrashBench, differences
+
+SOAK = os.environ.get("BRISQ_SOAK") == "1"
+WORKERS = 2
+# What a journal would be read by: a command that changes nothing itself.
+NEXT_COMMAND = ("mailbox", "list")
+
+
+class Operation:
+    """One command, and how the panel is made ready for it."""
+
+    def __init__(self, name, words, prepare=(), stdin="", owes_restart=False):
+        self.name = name
+        self.words = words
+        self.prepare = prepare
+        self.stdin = stdin
+        self.owes_restart = owes_restart
+
+
+def mailbox(local):
+    return (("mailbox", "add", f"{local}@example.org", "--password-stdin"), OLD_PASSWORD + "\n")
+
+
+def certificate(name):
+    return (("tls", "set", "example.org", "--cert", "{live}/" + name + ".pem",
+             "--key", "{live}/" + name + ".key"), "")
+
+
+OPERATIONS = (
+    Operation("mailbox add", mailbox("new")[0], stdin=OLD_PASSWORD + "\n"),
+    Operation("mailbox set", ("mailbox", "set", "one@example.org", "two@example.org",
+                              "--quota", "7"), (mailbox("one"), mailbox("two"))),
+    Operation("mailbox set off", ("mailbox", "set", "one@example.org", "two@example.org",
+                                  "--active", "off"), (mailbox("one"), mailbox("two"))),
+    Operation("mailbox passwd", ("mailbox", "passwd", "one@example.org", "--password-stdin"),
+              (mailbox("one"),), NEW_PASSWORD + "\n"),
+    Operation("mailbox delete", ("mailbox", "delete", "one@example.org", "two@example.org",
+                                 "--yes"), (mailbox("one"), mailbox("two"))),
+    Operation("tls set", certificate("first")[0], (), owes_restart=True),
+    Operation("tls set again", certificate("second")[0], (certificate("first"),),
+              owes_restart=True),
+    Operation("tls unset", ("tls", "unset", "example.org"), (certificate("first"),),
+              owes_restart=True),
+    Operation("domain delete", ("domain", "delete", "example.org", "--yes"),
+              (mailbox("one"), certificate("first"), mailbox("two")), owes_restart=True),
+)
+
+
+class Prepared:
+    """A bench on which one operation is ready to be run, with the states before and after it."""
+
+    def __init__(self, operation, auth="dovecot"):
+        self.operation = operation
+        self.bench = CrashBench(auth)
+        try:
+            self.words = self._filled(operation.words)
+            for words, stdin in operation.prepare:
+                self.bench.must(*self._filled(words), stdin=stdin)
+            reloads = os.path.join(self.bench.live, "reloads")
+            if os.path.exists(reloads):
+                os.unlink(reloads)
+            self.bench.save()
+            self.before = self.bench.state()
+            self.calls = self.bench.count(*self.words, stdin=operation.stdin)
+            self.after = self.bench.state()
+        except BaseException:
+            self.close()
+            raise
+
+    def _filled(self, words):
+        return tuple(word.format(live=self.bench.live) for word in words)
+
+    def close(self):
+        self.bench.close()
+
+    def killed_at(self, call):
+        """The operation is killed before this call."""
+        self.bench.reset()
+        self.bench.killed(*self.words, stdin=self.operation.stdin, stop_at=call)
+
+    def damage(self):
+        """What is wrong with the state, in a few words; None when it is all or nothing."""
+        state = self.bench.state()
+        if state == self.before:
+            return None
+        if state != self.after:
+            return (f"neither: before {differences(self.before, state)} "
+                    f"| after {differences(self.after, state)}")
+        if self.operation.owes_restart and "restart" not in self.bench.reloads():
+            return "the mail server was never restarted"
+        return None
+
+    def damage_after_recovery(self):
+        """The same once another command has run, which must succeed and leave no open entry."""
+        self.bench.must(*NEXT_COMMAND)
+        left = self.bench.journal()
+        return f"left in the journal: {left}" if left else self.damage()
+
+
+def for_each_operation(work, auth="dovecot"):
+    """Calls `work` with each operation prepared, some at the same time; the sums of the tuples
+    that it returns, and the texts."""
+    def run(operation):
+        prepared = Prepared(operation, auth)
+        try:
+            return work(prepared)
+        finally:
+            prepared.close()
+
+    points, damaged = 0, []
+    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+        for count, texts in pool.map(run, OPERATIONS):
+            points += count
+            damaged += texts
+    return points, damaged
+
+
+def tally(prepared, calls, trial):
+    """Tries each call; how many, and what was damaged."""
+    damaged = []
+    for call in calls:
+        damage = trial(prepared, call)
+        if damage:
+            damaged.append(f"{prepared.operation.name} at call {call}: {damage}")
+    return len(calls), damaged
+
+
+def kill_and_recover(prepared, call):
+    prepared.killed_at(call)
+    return prepared.damage_after_recovery()
+
+
+def kill_and_forget(prepared, call):
+    prepared.killed_at(call)
+    prepared.bench.forget_journal()
+    return prepared.damage_after_recovery()
+
+
+class Kill(unittest.TestCase):
+    """SIGKILL before each call of each command."""
+
+    def check(self, auth):
+        points, damaged = for_each_operation(
+            lambda prepared: tally(prepared, range(1, prepared.calls + 1), kill_and_recover), auth)
+        print(f"killed ({auth or 'panel'} keeps passwords): {points} points, "
+              f"{len(damaged)} damaged")
+        self.assertEqual([], damaged[:5])
+        self.assertGreater(points, 900)
+
+    def test_at_every_call_all_or_nothing(self):
+        self.check("dovecot")
+
+    @unittest.skipUnless(SOAK, "BRISQ_SOAK=1 runs it")
+    def test_at_every_call_all_or_nothing_when_the_panel_keeps_passwords(self):
+        self.check("")
+
+    def test_without_the_journal_halves_are_left(self):
+        points, damaged = for_each_operation(
+            lambda prepared: tally(prepared, range(1, prepared.calls + 1, 3), kill_and_forget))
+        print(f"killed without a journal: {points} points, {len(damaged)} damaged")
+        self.assertGreater(len(damaged), 100)
+
+
+if __name__ == "__main__":
+    unittest.main()
