@@ -82,9 +82,9 @@ class Prepared:
         self.bench.close()
 
     def killed_at(self, call):
-        """The operation is killed before this call."""
+        """The operation is killed before this call; False when it needs fewer."""
         self.bench.reset()
-        self.bench.killed(*self.words, stdin=self.operation.stdin, stop_at=call)
+        return self.bench.killed(*self.words, stdin=self.operation.stdin, stop_at=call)
 
     def damage(self):
         """What is wrong with the state, in a few words; None when it is all or nothing."""
@@ -124,24 +124,24 @@ def for_each_operation(work, auth="dovecot"):
 
 
 def tally(prepared, calls, trial):
-    """Tries each call; how many, and what was damaged."""
-    damaged = []
+    """Tries each call; how many took place, and what was damaged."""
+    count, damaged = 0, []
     for call in calls:
-        damage = trial(prepared, call)
+        happened, damage = trial(prepared, call)
+        count += happened
         if damage:
             damaged.append(f"{prepared.operation.name} at call {call}: {damage}")
-    return len(calls), damaged
+    return count, damaged
 
 
 def kill_and_recover(prepared, call):
-    prepared.killed_at(call)
-    return prepared.damage_after_recovery()
+    return prepared.killed_at(call), prepared.damage_after_recovery()
 
 
 def kill_and_forget(prepared, call):
-    prepared.killed_at(call)
+    happened = prepared.killed_at(call)
     prepared.bench.forget_journal()
-    return prepared.damage_after_recovery()
+    return happened, prepared.damage_after_recovery()
 
 
 class Kill(unittest.TestCase):
