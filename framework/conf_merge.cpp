@@ -83,7 +83,10 @@ void Append(ConfDocument& document, std::string_view raw) {
 
 void Replace(ConfDocument& document, Line line, const std::string& text) {
   const std::string_view raw = document.Raw(line);
-  document.Put(line, text + std::string(raw.substr(raw.size() - conf_line::EndLength(raw))));
+  std::string_view end = raw.substr(raw.size() - conf_line::EndLength(raw));
+  // With another end the CR would become a part of it.
+  if (text.ends_with('\r')) end = "\r\n";
+  document.Put(line, text + std::string(end));
 }
 
 }  // namespace

@@ -29,6 +29,8 @@ TEST(MergeEdit, DoesToOneDocumentWhatWasDoneToAnother) {
       {"removed line changed", "b::\n", "a:0:x\nb::\n", "a:9:x\nb::\n", "b::\n"},
       {"same line, other columns", "a:1:x\n", "a:0:x\n", "a:0:y\n", "a:1:y\n"},
       {"same line, same column", "a:1:x\n", "a:0:x\n", "a:2:x\n", "a:2:x\n"},
+      {"text that ends in CR", "a:1:x\n", "a:1:x\n", "a:1:y\r\r\n", "a:1:y\r\r\n"},
+      {"text that ends in CR at no end", "a:1:x", "a:1:x", "a:1:y\r\r\nb::\n", "a:1:y\r\r\nb::\n"},
       {"same line, other shape", "a:1:x\n", "a:0:x\n", "a:0\n", "a:0\n"},
       {"line end kept", "a:1:x\r\n", "a:0:x\n", "a:0:y\n", "a:1:y\r\n"},
       {"one of two equal lines removed", "#\n#\na:1:\n", "#\n#\na:0:\n", "#\na:0:\n", "#\na:1:\n"},
