@@ -44,6 +44,15 @@ bool Writes(const std::filesystem::path& process, const struct stat& file) {
   return false;
 }
 
+// The first line of a note, so long whatever the process's number is.
+constexpr std::size_t kPidLine = 12;
+
+std::string PidLine() {
+  std::string line = std::to_string(::getpid());
+  line.resize(kPidLine - 1, ' ');
+  return line + "\n";
+}
+
 std::string ReadNote(int fd) {
   std::array<char, 256> text{};
   const ssize_t size = ::pread(fd, text.data(), text.size(), 0);
@@ -99,21 +108,23 @@ void ConfLock::Take(const std::string& path) {
     pause = std::min(pause * 2, std::chrono::microseconds(5000));
   }
   left_ = ReadNote(file_.get());
-  NoteDone();
+  // The rest of the note stays until what it tells of has been dealt with.
+  Put(PidLine(), 0);
 }
 
-void ConfLock::Note(const std::string& line) noexcept {
+void ConfLock::Put(const std::string& text, std::size_t at) noexcept {
   // Only for messages and for clearing up: a note that can't be written fails no save.
-  const std::string text = std::to_string(::getpid()) + "\n" + line;
-  if (sys::FTruncate(file_.get(), 0) == 0) sys::PWrite(file_.get(), text.data(), text.size(), 0);
+  sys::PWrite(file_.get(), text.data(), text.size(), static_cast<off_t>(at));
 }
 
 void ConfLock::NoteExchange(const ConfStamp& old, const ConfStamp& fresh) noexcept {
-  Note(std::to_string(old.inode) + " " + std::to_string(old.size) + " " +
-       std::to_string(old.modified) + " " + std::to_string(fresh.inode) + "\n");
+  // In one write over the former note, whose end may stay behind: at no moment is there none.
+  Put(std::to_string(old.inode) + " " + std::to_string(old.size) + " " +
+          std::to_string(old.modified) + " " + std::to_string(fresh.inode) + "\n",
+      kPidLine);
 }
 
-void ConfLock::NoteDone() noexcept { Note({}); }
+void ConfLock::NoteDone() noexcept { sys::FTruncate(file_.get(), off_t{kPidLine}); }
 
 bool ConfLock::LeftAnEdit(const ConfStamp& left) const {
   std::istringstream note(left_);

@@ -32,7 +32,7 @@ class BRISQ_API ConfLock {
   /// Notes, ahead of an exchange, which file is meant to go and which one comes, for the case that
   /// we are killed.
   void NoteExchange(const ConfStamp& old, const ConfStamp& fresh) noexcept;
-  /// Notes that nothing is left of an exchange.
+  /// Notes that nothing is left of an exchange, the one of a killed holder included.
   void NoteDone() noexcept;
   /// True when the last holder was killed during an exchange, and a file that it left, known by
   /// this stamp, holds somebody's edit: it is neither the old file nor the new one.
@@ -41,7 +41,7 @@ class BRISQ_API ConfLock {
  private:
   void Take(const std::string& path);
   std::string Holder() const;
-  void Note(const std::string& line) noexcept;
+  void Put(const std::string& text, std::size_t at) noexcept;
 
   sys::FileDescriptor file_;
   std::string left_;  // what the last holder had noted

@@ -26,6 +26,7 @@ ConfSave::ConfSave(const std::string& path)
     : target_(safe_replace::Target::Resolve(path)), lock_(target_) {
   SaveLeftover(Replacement::Slot::kFirst);
   SaveLeftover(Replacement::Slot::kSecond);
+  lock_.NoteDone();
 }
 
 ConfSave::~ConfSave() { Abandon(); }
@@ -33,7 +34,11 @@ ConfSave::~ConfSave() { Abandon(); }
 bool ConfSave::Abandon() noexcept {
   if (!current_ || finished_) return true;
   finished_ = true;
-  return current_->TakeBack();
+  if (placements_ == 1) return current_->TakeBack();
+  // What is in place has taken over an edit that is nowhere else by now: it stays, and so does what
+  // it pushed out, which may be a further edit.
+  current_->LeaveOld();
+  return false;
 }
 
 void ConfSave::SaveLeftover(Replacement::Slot slot) {

@@ -32,7 +32,7 @@ class BRISQ_API ConfSave {
   /// Puts `content` in the place of the file known by `known`, durably.
   /// @return nothing when it is done; else what somebody else has made of the file, with the stamp
   /// to give to the next Replace
-  /// @throws as Look: the file is without our content
+  /// @throws as Look: whether the file has our content is what Abandon tells
   std::optional<ConfContent> Replace(const ConfSnapshot& content, const ConfStamp& known);
 
   /// How many times content of ours was put in place. What a later Replace finds was made from the
@@ -41,9 +41,10 @@ class BRISQ_API ConfSave {
   /// Stamp of the file after the last Replace that put content in its place.
   const ConfStamp& stamp() const noexcept { return stamp_; }
 
-  /// Ends without success: puts back what was pushed out.
-  /// @return false when that is not possible, so that the file has our content all the same; what
-  /// it pushed out then stays beside it for the next save
+  /// Ends without success: puts back what was pushed out, unless what is in place has taken over
+  /// somebody's edit meanwhile.
+  /// @return false when it is not put back, so that the file has our content all the same; what it
+  /// pushed out then stays beside it for the next save
   bool Abandon() noexcept;
 
   /// Clears away the old file.

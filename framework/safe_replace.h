@@ -60,6 +60,8 @@ class BRISQ_API Replacement {
   /// Puts back what Publish has exchanged for the new file. False when that is not possible: what
   /// is at the temporary's name then stays there.
   bool TakeBack() noexcept;
+  /// Leaves what Publish has pushed out where it is, for the next save to judge.
+  void LeaveOld() noexcept { exists_ = false; }
 
   /// Stamp of the new file as it was last written.
   const ConfStamp& stamp() const noexcept { return stamp_; }
