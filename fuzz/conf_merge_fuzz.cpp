@@ -1,27 +1,21 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "framework/conf_change.h"
-#include "framework/conf_document.h"
 #include "framework/conf_merge.h"
+#include "fuzz/require.h"
 #include "mgr_err.h"
 
 // What somebody did to a file is done to another copy of it without losing or inventing a line.
 namespace {
 
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
-
-ConfDocument Parse(std::string_view text) {
-  return ConfDocument(std::make_shared<ConfBytes>(text), mgr_token::Params{});
-}
+using fuzz::Parse;
+using fuzz::Require;
 
 std::vector<std::string> SortedLines(const ConfDocument& document) {
   std::vector<std::string> lines;
