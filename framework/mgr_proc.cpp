@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <ostream>
 #include <sstream>
@@ -14,6 +16,7 @@
 #include "framework/number.h"
 #include "framework/pump.h"
 #include "framework/secret_buffer.h"
+#include "framework/secret_text.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
@@ -32,6 +35,8 @@ constexpr int kNotStarted = 127;
 
 constexpr std::size_t kKeptOutput = std::size_t{64} << 20;
 constexpr std::size_t kKeptErrors = std::size_t{64} << 10;
+// More is no password, and looking for each of its lines would take long.
+constexpr std::size_t kLargestSecret = std::size_t{16} << 10;
 
 constexpr double kDefaultLimit = 60;
 constexpr double kLongestLimit = 365.0 * 24 * 3600;
@@ -68,6 +73,16 @@ std::string OutOfTime(double limit) {
   return text.str();
 }
 
+std::string SilentEnd(int result) {
+  constexpr int kSignal = 128;
+  std::string text = "ended with exit status " + std::to_string(result);
+  if (result > kSignal && result < kSignal + NSIG) {
+    const int signal = result - kSignal;
+    text += " (signal " + std::to_string(signal) + ", " + ::strsignal(signal) + ")";
+  }
+  return text + " without a word";
+}
+
 std::chrono::steady_clock::time_point DeadlineAfter(double seconds) {
   return std::chrono::steady_clock::now() +
          std::chrono::microseconds(static_cast<std::int64_t>(seconds * 1e6));
@@ -90,6 +105,7 @@ class Execute::Run {
   void Start();
   int RunChild();
   int Watch(Child& child, Pump& pump);
+  void NoteFailure();
   void LogErrors(pid_t pid) const;
   void LogLoss(pid_t pid) const;
 
@@ -101,7 +117,9 @@ class Execute::Run {
   int result_ = kNotStarted;
   Sink output_;
   Sink errors_;
-  std::string remark_;  // what the child could not say itself
+  MaskedSecret secret_;  // input that a failure must not show
+  std::string failure_;  // what a child that failed printed, in mode 3
+  std::string remark_;   // what the child could not say itself
 };
 
 int Execute::Run::Result() {
@@ -113,8 +131,8 @@ int Execute::Run::Result() {
 }
 
 std::string Execute::Run::Str() {
-  const bool with_errors = Result() != 0 && mode_ == kNoShell;
-  std::string text = with_errors ? output_.Text() + errors_.Text() : output_.Text();
+  const bool failed = Result() != 0 && mode_ == kNoShell;
+  std::string text = failed ? failure_ : output_.Text();
   if (!remark_.empty() && !text.empty() && text.back() != '\n') {
     text += '\n';
   }
@@ -123,12 +141,29 @@ std::string Execute::Run::Str() {
 
 void Execute::Run::Start() {
   input_.Close();
+  if (input_.Text().size() <= kLargestSecret) {
+    secret_ = MaskedSecret(input_.Text());
+  }
   try {
     result_ = RunChild();
   } catch (const std::system_error& error) {
     remark_ = error.what();
   }
   input_.Wipe();
+  NoteFailure();
+}
+
+// A tool may show its input when it fails, and a failure's text reaches terminals and logs.
+void Execute::Run::NoteFailure() {
+  if (mode_ != kNoShell || result_ == 0) {
+    return;
+  }
+  SecretBuffer secret;
+  secret_.Reveal(secret);
+  failure_ = WithoutSecrets(output_.Text() + errors_.Text(), secret.Text());
+  if (failure_.empty() && remark_.empty()) {
+    remark_ = SilentEnd(result_);
+  }
 }
 
 int Execute::Run::RunChild() {

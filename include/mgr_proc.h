@@ -56,8 +56,10 @@ class BRISQ_API Execute {
   int Result();
 
   /// Runs the child as Result() does and returns what it wrote to standard output, at most 64 MiB.
-  /// After a failure in mode 3 standard error follows; when the child could not be started or was
-  /// ended by the limit, a text that says so.
+  /// After a failure in mode 3 standard error follows, each line of the input that stands in either
+  /// is blanked ("***", input of up to 16 KiB), and a child that printed nothing is named by its
+  /// exit status or signal. When the child could not be started or was ended by the limit, a text
+  /// that says so.
   std::string Str();
 
  private:

@@ -46,8 +46,9 @@ std::vector<StandIn> StandIns() {
       {"gets no input", "cat; echo end", "", 0, "end\n"},
       {"prints nothing", ":", "", 0, ""},
       {"prints blanks that stay", "printf ' x \\n\\n'", "", 0, " x \n\n"},
-      {"fails without a word", "exit 1", "", 1, ""},
-      {"fails with the highest status", "exit 255", "", 255, ""},
+      {"fails without a word", "exit 1", "", 1, "ended with exit status 1 without a word"},
+      {"fails with the highest status", "exit 255", "", 255,
+       "ended with exit status 255 without a word"},
       {"fails with both outputs", "echo no >&2; echo out; exit 75", "", 75, "out\nno\n"},
       {"warns and goes well", "echo warning >&2; echo hash", "", 0, "hash\n"},
       {"reads one line of two", "read -r line; echo \"$line\"", "a\nb\n", 0, "a\n"},
@@ -69,13 +70,18 @@ std::vector<StandIn> StandIns() {
       {"takes and gives NUL bytes", "cat", std::string("a\0b\0\0c", 6), 0,
        std::string("a\0b\0\0c", 6)},
       {"takes and gives every byte", "cat", EveryByte(), 0, EveryByte()},
-      {"ends by SIGTERM", "kill -TERM $$", "", 128 + SIGTERM, ""},
+      {"ends by SIGTERM", "kill -TERM $$", "", 128 + SIGTERM,
+       "ended with exit status 143 (signal 15, Terminated) without a word"},
       {"ends by SIGKILL", "echo half; kill -KILL $$", "", 128 + SIGKILL, "half\n"},
-      {"ends by SIGSEGV", "ulimit -c 0; kill -SEGV $$", "", 128 + SIGSEGV, ""},
-      {"ends by SIGPIPE as it does outside", "kill -PIPE $$", "", 128 + SIGPIPE, ""},
-      {"gives a status that looks like a signal", "exit 137", "", 137, ""},
+      {"ends by SIGSEGV", "ulimit -c 0; kill -SEGV $$", "", 128 + SIGSEGV,
+       "ended with exit status 139 (signal 11, Segmentation fault) without a word"},
+      {"ends by SIGPIPE as it does outside", "kill -PIPE $$", "", 128 + SIGPIPE,
+       "ended with exit status 141 (signal 13, Broken pipe) without a word"},
+      {"gives a status that looks like a signal", "exit 137", "", 137,
+       "ended with exit status 137 (signal 9, Killed) without a word"},
       {"closes both outputs and goes well", "exec >&- 2>&-; sleep 0.05", "", 0, ""},
-      {"closes its outputs and fails", "exec >&- 2>&-; sleep 0.05; exit 9", huge, 9, ""},
+      {"closes its outputs and fails", "exec >&- 2>&-; sleep 0.05; exit 9", huge, 9,
+       "ended with exit status 9 without a word"},
       {"writes without an end of line", "printf x", "", 0, "x"},
       {"writes one byte at a time", "for i in 1 2 3 4 5 6 7 8 9; do printf $i; done", "", 0,
        "123456789"},
@@ -93,6 +99,29 @@ TEST_F(MgrProc, EveryStandInGivesItsOwnResultAndOutput) {
     // Comparing first keeps megabytes out of a failure's text.
     EXPECT_TRUE(child.output == output)
         << "got " << output.size() << " bytes: " << output.substr(0, 200);
+  }
+}
+
+// A failure's text is shown to people and logged.
+TEST_F(MgrProc, InputThatAFailingChildPrintsIsBlanked) {
+  const struct {
+    const char* name;
+    const char* body;
+    const char* text;
+  } cases[] = {
+      {"on its output", "cat; exit 1", "***\n***\n"},
+      {"on its errors", "cat >&2; exit 1", "***\n***\n"},
+      {"in a sentence", "read -r a; echo \"password '$a' is bad\"; exit 7",
+       "password '***' is bad\n"},
+      {"over both outputs", "printf S3cr; printf 'et word' >&2; exit 1", "***"},
+      {"by a signal", "cat; kill -KILL $$", "***\n***\n"},
+      {"a child that goes well may print it", "cat", "S3cret word\nS3cret word\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    mgr_proc::Execute run(Stub(c.body), 3);
+    run.In() << "S3cret word\nS3cret word\n";
+    EXPECT_EQ(c.text, run.Str());
   }
 }
 
@@ -287,7 +316,7 @@ TEST_F(MgrProc, NothingOfInputOrOutputIsLoggedAndTheCommandAtLevelNineAlone) {
     support::LogCapture logs(level);
     mgr_proc::Execute run(Stub("cat; echo canary-error >&2; exit 1") + " canary-word", 3);
     run.In() << "canary-input";
-    EXPECT_EQ("canary-inputcanary-error\n", run.Str());
+    EXPECT_EQ("***canary-error\n", run.Str());
     std::string all;
     for (const support::LogLine& line : logs.Lines()) {
       all += line.Short() + "\n";
