@@ -5,7 +5,7 @@
 #include "email.h"
 #include "panel/email_module.h"
 #include "panel/password_line.h"
-#include "panel/text_rules.h"
+#include "panel/stored_password.h"
 
 namespace brisq_panel {
 
@@ -22,7 +22,8 @@ void InPlainWords(const Mailbox& mailbox, const std::function<void()>& calls) {
           email::GetEmailName(mailbox) + " stands in the mail server's list of users already");
     }
     if (error.type() == "value" && error.object() == "passwd") {
-      throw Refused("password", "':' not allowed with a scheme that keeps the clear text");
+      // The password itself has been checked, so this is what the mail server's tool made of it.
+      throw email::Fail("doveadm", "its answer can't stand in a line: " + error.value());
     }
     throw;
   }
@@ -39,6 +40,7 @@ void UpdateWithPassword(Mailbox& mailbox) {
   MailBackend().Update(mailbox);
   mailbox->pwupdate = false;
   mailbox->Post();
+  CheckStoredPassword(email::GetEmailName(mailbox), mailbox->password);
 }
 
 }  // namespace
@@ -49,6 +51,7 @@ void MakeLine(Mailbox& mailbox, const std::string& password) {
     if (email::PasswdInterface* passwords = PasswordBackend()) {
       passwords->Create(email::GetEmailName(mailbox), password);
     }
+    CheckStoredPassword(email::GetEmailName(mailbox), password);
   });
 }
 
@@ -63,7 +66,12 @@ bool BringLineBack(Mailbox& mailbox, const std::string& hash) {
     MailBackend().Update(mailbox);
     return !present->empty();
   }
-  InPlainWords(mailbox, [&] { MailBackend().Create(mailbox); });
+  InPlainWords(mailbox, [&] {
+    MailBackend().Create(mailbox);
+    if (PanelKeepsPassword(mailbox)) {
+      CheckStoredPassword(address, mailbox->password);
+    }
+  });
   if (!PanelKeepsPassword(mailbox) && !hash.empty()) {
     StoreHash(address, hash);
   }
@@ -88,6 +96,7 @@ void SetLinePassword(Mailbox& mailbox, const std::string& password) {
       mailbox->password = "";
       mailbox->Post();
       passwords->Update(email::GetEmailName(mailbox), password);
+      CheckStoredPassword(email::GetEmailName(mailbox), password);
       return;
     }
     mailbox->password = password;

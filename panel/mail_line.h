@@ -8,8 +8,9 @@
 
 /// The part of a mailbox that lies with the back-ends: its line in the mail server's file, with the
 /// password. Steps of the current request; each throws what the back-ends throw, in the user's
-/// words where they name columns of their own, and "plugin" when no mail back-end is at work. The
-/// record stands on a row that is posted.
+/// words where they name columns of their own, and "plugin" when no mail back-end is at work. A
+/// password that was to be set and is not what stands in the line afterwards is an error of type
+/// "email". The record stands on a row that is posted.
 namespace brisq_panel {
 
 using Mailbox = std::shared_ptr<brisq_db::EmailTable>;

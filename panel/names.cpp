@@ -111,11 +111,6 @@ std::string SchemeName(const std::string& scheme) {
   return name.substr(0, name.find('.'));  // ".b64" and ".hex" name an encoding only
 }
 
-bool KeepsClearText(const std::string& scheme) {
-  const std::string lowered = Lowered(scheme);
-  return lowered == "plain" || lowered == "cleartext" || lowered == "plain-trunc";
-}
-
 bool IsBlank(char c) { return c == ' '; }
 
 }  // namespace
@@ -248,6 +243,11 @@ void CheckPassword(const std::string& password, const std::string& scheme) {
   if (IsBlank(password.front()) || IsBlank(password.back())) {
     throw Refused(object, "blank not allowed at an end with a scheme that keeps the clear text");
   }
+}
+
+bool KeepsClearText(const std::string& scheme) {
+  const std::string lowered = Lowered(scheme);
+  return lowered == "plain" || lowered == "cleartext" || lowered == "plain-trunc";
 }
 
 std::string GeneratePassword() {

@@ -61,6 +61,9 @@ BRISQ_API int CheckId(const std::string& object, long long number);
 /// @param scheme  the wished password scheme; empty when unknown
 BRISQ_API void CheckPassword(const std::string& password, const std::string& scheme);
 
+/// True for the schemes whose hash is the password itself.
+BRISQ_API bool KeepsClearText(const std::string& scheme);
+
 /// A password of 24 characters from the system's random source, of 57 letters and digits that can't
 /// be taken for one another: 139 bits.
 BRISQ_API std::string GeneratePassword();

@@ -79,11 +79,33 @@ TEST_P(MailLine, AChangedRowIsWrittenIntoTheLine) {
   EXPECT_THAT(LineOf(kAlice), StartsWith("alice@example.org:{CLEAR}secret:"));
 }
 
-TEST_P(MailLine, ColumnsOfTheBackendBecomePlainWords) {
+TEST_P(MailLine, AnAnswerThatDoesNotFitIntoTheLineIsTheToolsFault) {
   calls_.failing = GetParam() ? "passwords.Update" : "mail.Update";
-  calls_.error = mgr_err::Error("value", "passwd", "':' not allowed");
-  EXPECT_EQ("value: password: ':' not allowed with a scheme that keeps the clear text",
-            panel_test::TextOf([&] { brisq_panel::SetLinePassword(mailbox_, "o:ther"); }));
+  calls_.error = mgr_err::Error("value", "passwd", "line break not allowed");
+  EXPECT_EQ("email: doveadm: its answer can't stand in a line: line break not allowed",
+            panel_test::TextOf([&] { brisq_panel::SetLinePassword(mailbox_, "other"); }));
+}
+
+// The calls that a back-end stores a password in, each followed by a look at what it stored.
+TEST_P(MailLine, WhatIsStoredAndNoHashIsAnError) {
+  const std::string in_use = GetParam() ? "passwords." : "mail.";
+  const std::string problem = "email: doveadm: it gave no hash of the password";
+  const auto store_nothing = [this] {
+    dir_.Write("passwd", "alice@example.org::1:1::/h:::\nbob@example.org::1:1::/h:::\n");
+  };
+  calls_.effects[in_use + "Update"] = store_nothing;
+  EXPECT_EQ(problem, panel_test::TextOf([&] { brisq_panel::SetLinePassword(mailbox_, "other"); }));
+  if (!GetParam()) {
+    EXPECT_EQ(problem, panel_test::TextOf([&] { brisq_panel::BringLineBack(mailbox_, ""); }))
+        << "a line that is there";
+  }
+  calls_.effects[in_use + "Create"] = store_nothing;
+  dir_.Write("passwd", "");
+  EXPECT_EQ(problem, panel_test::TextOf([&] { brisq_panel::MakeLine(mailbox_, "secret"); }));
+  if (!GetParam()) {
+    dir_.Write("passwd", "");
+    EXPECT_EQ(problem, panel_test::TextOf([&] { brisq_panel::BringLineBack(mailbox_, ""); }));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Passwords, MailLine, testing::Bool(), [](const auto& place) {

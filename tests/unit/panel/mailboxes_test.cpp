@@ -179,11 +179,11 @@ TEST_F(Mailboxes, ANameInTheServersOwnListIsTakenToo) {
   ExpectNothing();
 }
 
-TEST_F(Mailboxes, AHashThatDoesNotFitItsColumnIsThePasswordsFault) {
+TEST_F(Mailboxes, AHashThatDoesNotFitItsColumnIsTheToolsFault) {
   UsePasswordBackend();
   calls_.failing = "passwords.Create";
   calls_.error = mgr_err::Error("value", "passwd", "':' not allowed");
-  EXPECT_EQ("value: password: ':' not allowed with a scheme that keeps the clear text", TextOf([] {
+  EXPECT_EQ("email: doveadm: its answer can't stand in a line: ':' not allowed", TextOf([] {
               AddMailbox({"alice@example.org", "se:cret", "", ""});
             }));
   ExpectNothing();
