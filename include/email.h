@@ -115,14 +115,15 @@ namespace box {
 /// Gate for mail work that must not run too often.
 class BRISQ_API DelayedStart {
  public:
-  /// True when the last run of password work is at least "EmailPasswordDelay" seconds ago (0 when
-  /// that is unset), and notes the time of this one then. Any thread.
+  /// True when the last run of password work, by any process of this panel, is at least
+  /// "EmailPasswordDelay" seconds ago (0 when that is unset), and notes the time of this one then.
+  /// A last run that lies in the future, as it may after the clock was set back, counts for none.
+  /// Any thread.
+  /// @throws mgr_err::Error "db" and "locked" from the panel's database
   bool EmailDelay();
 
  private:
   std::mutex mutex_;
-  bool ran_ = false;
-  std::int64_t last_ms_ = 0;
 };
 
 }  // namespace box

@@ -23,6 +23,8 @@ class BRISQ_API PanelState : public mgr_db::CustomTable {
 constexpr const char* kFiguresAsOf = "figures-as-of";
 /// Why the last refresh got no used space; empty when it did.
 constexpr const char* kQuotaProblem = "quota-problem";
+/// When password work was last begun, in milliseconds since 1970; empty when never.
+constexpr const char* kPasswordRunMs = "password-run-ms";
 
 /// A kept value; empty when there is none.
 BRISQ_API std::string KeptValue(const std::string& name);

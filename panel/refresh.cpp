@@ -52,8 +52,12 @@ void RunCache(email::Pop3Interface& backend) {
   rows.Commit();
 }
 
-// A file that somebody else has changed meanwhile is read again next time.
+// A file that somebody else has changed meanwhile is read again next time, and so is one whose
+// passwords still are to be looked at.
 void RecordStamps(const RefreshWatch& watch, const SaveWatch& saves) {
+  if (watch.put_off()) {
+    return;
+  }
   for (const RefreshWatch::File& file : watch.files()) {
     const ConfStamp now = SettledStamp(file.path);
     if (saves.Explains(file.path, file.stamp, now)) {

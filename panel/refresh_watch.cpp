@@ -46,6 +46,12 @@ void RefreshWatch::SawSweep() noexcept {
   }
 }
 
+void RefreshWatch::SawPutOff() noexcept {
+  if (g_watch != nullptr) {
+    g_watch->put_off_ = true;
+  }
+}
+
 std::string RefreshWatch::SweepLimit() {
   return g_watch == nullptr ? std::string()
                             : " AND id <= " + std::to_string(g_watch->last_mailbox_);

@@ -37,10 +37,14 @@ class BRISQ_API RefreshWatch {
   /// Those among them that are no mailbox of the panel.
   const std::vector<std::string>& unknown() const noexcept { return unknown_; }
 
+  /// True when password work was put off to a later refresh, which must walk for it.
+  bool put_off() const noexcept { return put_off_; }
+
   /// Called by the panel's interfaces; do nothing on a thread that nobody watches.
   static void SawFile(const std::string& path, const ConfStamp& stamp, bool changed);
   static void SawName(const std::string& name, bool known);
   static void SawSweep() noexcept;
+  static void SawPutOff() noexcept;
   /// What is to be added to the condition of a sweep; empty on a thread that nobody watches.
   static std::string SweepLimit();
 
@@ -52,6 +56,7 @@ class BRISQ_API RefreshWatch {
   int last_mailbox_;
   bool walked_ = false;
   bool swept_ = false;
+  bool put_off_ = false;
 };
 
 }  // namespace brisq_panel

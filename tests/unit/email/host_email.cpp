@@ -75,9 +75,8 @@ void CleenUpCerts(const std::shared_ptr<brisq_db::EmailDomainTable>& domain,
 namespace box {
 
 bool DelayedStart::EmailDelay() {
+  const std::lock_guard lock(mutex_);
   Host::Instance().Note("EmailDelay");
-  ran_ = true;
-  ++last_ms_;
   return Host::Instance().may_run_password_work;
 }
 

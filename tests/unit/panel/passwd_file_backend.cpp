@@ -134,7 +134,7 @@ void FileMail::Walk() {
   At("walked");
   email->DbDelete("tag != " + std::to_string(tag) + " AND active = 'on'");
   At("swept");
-  if (!caches_passwords) {
+  if (!caches_passwords || !Singleton<email::box::DelayedStart>::Instance().EmailDelay()) {
     return;
   }
   for (lines->First(); !lines->Eof(); lines->Next()) {

@@ -85,6 +85,25 @@ TEST_F(RefreshTest, ItsOwnSavesDoNotMakeItWalkAgain) {
   EXPECT_FALSE(Walks());
 }
 
+// By hand, with the panel keeping the passwords.
+TEST_F(RefreshTest, PasswordsThatAreNotDueYetAreLookedAtByALaterOne) {
+  mail_in_use_->caches_passwords = true;
+  mgr_cf::SetParam("EmailPasswordDelay", "3600");
+  EXPECT_TRUE(Walks());
+  EXPECT_FALSE(Walks());
+  const std::string before = Lines();
+  std::string tampered = before;
+  tampered.replace(tampered.find("{CLEAR}secret"), 13, "{CLEAR}byhand");
+  dir_.Write("passwd", tampered);
+  EXPECT_TRUE(Walks());
+  EXPECT_EQ(tampered, Lines()) << "too early";
+  EXPECT_TRUE(Walks()) << "it has not forgotten";
+  mgr_cf::SetParam("EmailPasswordDelay", "0");
+  EXPECT_TRUE(Walks());
+  EXPECT_EQ(before, Lines());
+  EXPECT_FALSE(Walks());
+}
+
 TEST_F(RefreshTest, AForeignChangeMeanwhileMakesItWalkAgain) {
   mail_in_use_->caches_passwords = true;
   struct Case {

@@ -67,6 +67,14 @@ TEST(RefreshWatch, WithoutOneNothingHappens) {
   RefreshWatch::SawFile("/passwd", kStamp, true);
   RefreshWatch::SawName("a@example.org", false);
   RefreshWatch::SawSweep();
+  RefreshWatch::SawPutOff();
+}
+
+TEST(RefreshWatch, WorkThatIsPutOffIsKnown) {
+  RefreshWatch watch(9);
+  EXPECT_FALSE(watch.put_off());
+  RefreshWatch::SawPutOff();
+  EXPECT_TRUE(watch.put_off());
 }
 
 class WatchedCalls : public panel_test::PanelTest {};
