@@ -9,7 +9,8 @@ from support.instance import brisq_program
 
 @contextlib.contextmanager
 def serving(instance):
-    """While it lasts, `brisq serve` runs for the instance; it must end cleanly on TERM."""
+    """While it lasts, `brisq serve` runs for the instance; it must end cleanly on TERM. Gives a
+    function for what it has said so far."""
     messages = os.path.join(instance.layout.folder, "serve.err")
     with open(messages, "wb") as file:
         server = subprocess.Popen(
@@ -17,7 +18,7 @@ def serving(instance):
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=file)
     try:
         _await_start(server, messages)
-        yield
+        yield lambda: _text(messages)
     finally:
         server.terminate()
         code = server.wait(60)
