@@ -39,6 +39,8 @@ struct Call {
   const Arguments& arguments;
   Output& output;
   const Console& console;
+  /// The configuration file.
+  std::string config = {};
   /// What the program ends with after the data has been written.
   int exit_code = 0;
 };
@@ -70,6 +72,8 @@ struct Command {
   bool changes = false;
   /// Does the work with an open instance; failures leave it as mgr_err::Error.
   std::function<void(Call&)> run;
+  /// True when it only looks. It does not wait then for reloads that others have left.
+  bool reads = false;
 };
 
 /// Offered by every command that changes something; the program itself obeys it.

@@ -23,9 +23,14 @@ std::string Password(const Call& call) {
   return Generates(call) ? brisq_panel::GeneratePassword() : ReadPassword(call.console);
 }
 
-void ShowPassword(Call& call, const std::string& password, Record record) {
+void ShowPassword(Call& call, const std::string& address, const std::string& password,
+                  Record record) {
   if (!Generates(call) || call.arguments.Has(kDryRun.name))
     return call.output.Silent(std::move(record));
+  call.output.IfLost(
+      fmt::format("the new password of {0} is lost: set another one with "
+                  "\"brisq mailbox passwd {0} --generate\"",
+                  address));
   record.emplace_back("password", password);
   call.output.Bare(password, std::move(record));
 }
@@ -42,7 +47,7 @@ void Add(Call& call) {
                                                 .home = call.arguments.Text("--home")});
   call.output.Say(
       fmt::format("mailbox {} added, mail in {}/.maildir", mailbox.address, mailbox.home));
-  ShowPassword(call, password, RecordOf(mailbox));
+  ShowPassword(call, mailbox.address, password, RecordOf(mailbox));
 }
 
 void ListArchive(Call& call) {
@@ -90,7 +95,7 @@ void Passwd(Call& call) {
   const std::string password = Password(call);
   brisq_panel::SetPassword(address, password);
   call.output.Say(fmt::format("mailbox {} has a new password", address));
-  ShowPassword(call, password, {{"address", address}});
+  ShowPassword(call, address, password, {{"address", address}});
 }
 
 void Delete(Call& call) {
@@ -135,14 +140,16 @@ std::vector<Command> Basics() {
        .operands = {},
        .options = {{"--archived", "", "those that were deleted or swept by a refresh"}},
        .one_of = {},
-       .run = List},
+       .run = List,
+       .reads = true},
       {.noun = "mailbox",
        .verb = "show",
        .summary = "Show one mailbox.",
        .operands = {kAddress},
        .options = {},
        .one_of = {},
-       .run = Show},
+       .run = Show,
+       .reads = true},
   };
 }
 

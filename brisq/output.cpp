@@ -74,6 +74,10 @@ void Output::Warn(const std::string& line) {
   console_.err << "brisq: warning: " << Printable(line) << "\n";
 }
 
+std::string Output::Loss() const {
+  return "can't be written" + (advice_.empty() ? "" : "; " + advice_);
+}
+
 void Output::Finish() {
   if (json_) return WriteJson();
   switch (layout_) {

@@ -28,6 +28,10 @@ class Output {
   void Bare(const std::string& line, Record record);
   /// Data that people have been told in words already: only JSON holds it.
   void Silent(Record record) { Add(std::move(record), Layout::kBare); }
+  /// What is to be said when the data can't be written, as a command that is done can't be undone.
+  void IfLost(const std::string& advice) { advice_ = advice; }
+  /// That standard output can't be written, with the advice for that.
+  std::string Loss() const;
   /// A line for the person at the keyboard; none with JSON.
   void Say(const std::string& line);
   /// A line that matters although the command goes on; in JSON also in "warnings".
@@ -56,6 +60,7 @@ class Output {
   std::vector<std::string> bare_;
   std::vector<std::string> warnings_;
   std::vector<std::string> effects_;
+  std::string advice_;
 };
 
 }  // namespace brisq

@@ -60,14 +60,16 @@ std::vector<Command> OwnerCommands() {
        .operands = {},
        .options = {},
        .one_of = {},
-       .run = List},
+       .run = List,
+       .reads = true},
       {.noun = "owner",
        .verb = "show",
        .summary = "Show one owner.",
        .operands = {{"NAME", "name of the owner"}},
        .options = {},
        .one_of = {},
-       .run = Show},
+       .run = Show,
+       .reads = true},
   };
 }
 

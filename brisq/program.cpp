@@ -33,14 +33,17 @@ int Run(const CommandLine& line, const Console& console) {
   brisq_panel::Instance instance(settings);
   WarnOfPlugins(instance, output);
   for (const std::string& words : instance.recovered()) output.Warn(words);
-  Call call{line.arguments, output, console};
+  Call call{line.arguments, output, console, settings.file};
   if (line.arguments.Has(kDryRun.name)) {
     RunDry(*line.command, call);
   } else {
     line.command->run(call);
-    for (const std::string& problem : instance.RunDue()) output.Warn(problem);
+    if (!line.command->reads)
+      for (const std::string& problem : instance.RunDue()) output.Warn(problem);
   }
   output.Finish();
+  console.out.flush();
+  if (!console.out) throw mgr_err::Error("file", "standard output", output.Loss());
   return call.exit_code;
 }
 

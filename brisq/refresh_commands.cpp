@@ -60,7 +60,8 @@ std::vector<Command> RefreshCommands() {
        .operands = {{"PATTERN", "an address, or a pattern with * and ?", false, false}},
        .options = {},
        .one_of = {},
-       .run = Usage},
+       .run = Usage,
+       .reads = true},
   };
 }
 

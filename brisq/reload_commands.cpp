@@ -75,7 +75,8 @@ std::vector<Command> ReloadCommands() {
        .operands = {},
        .options = {},
        .one_of = {},
-       .run = Status},
+       .run = Status,
+       .reads = true},
   };
 }
 

@@ -3,10 +3,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 
 #include "brisq/command_groups.h"
+#include "brisq/config_watch.h"
 #include "brisq/output.h"
 #include "brisq/serve_actions.h"
 #include "framework/descriptor.h"
@@ -18,6 +20,8 @@
 
 namespace brisq {
 namespace {
+
+constexpr std::chrono::seconds kConfigLook{5};
 
 // Readable once TERM or INT has come; the threads that are started later inherit the blocked
 // signals.
@@ -66,7 +70,10 @@ void Serve(Call& call) {
   const StopSignal stop;
   SayWhatRuns(call);
   const reloader::Worker worker;
-  periodic::Scheduler(stop.fd()).Run();
+  ConfigWatch config(call.config);
+  periodic::Scheduler(
+      stop.fd(), [&] { config.TakeUpChanges(); }, kConfigLook)
+      .Run();
   call.output.Say("ended");
 }
 

@@ -28,6 +28,9 @@ class Reader {
   [[noreturn]] void Refuse(const toml::node& node, const std::string& rule) const {
     Refuse(node.source().begin, rule);
   }
+  std::string Place(const toml::source_position& place) const {
+    return file_.string() + ":" + std::to_string(place.line);
+  }
   toml::table Parse() const;
   void ReadTable(const std::string& name, const toml::node& node);
   void ReadPanelEntry(const std::string& key, const toml::node& value);
@@ -73,7 +76,7 @@ toml::table Reader::Parse() const {
 }
 
 void Reader::Refuse(const toml::source_position& place, const std::string& rule) const {
-  throw mgr_err::Error("config", file_.string() + ":" + std::to_string(place.line), rule);
+  throw mgr_err::Error("config", Place(place), rule);
 }
 
 void Reader::ReadTable(const std::string& name, const toml::node& node) {
@@ -122,6 +125,7 @@ void Reader::ReadLogEntry(const std::string& key, const toml::node& value) {
 
 void Reader::ReadParam(const std::string& key, const toml::node& value) {
   settings_.params[key] = Text(key, value);
+  settings_.param_places[key] = Place(value.source().begin);
 }
 
 void Reader::ReadPath(const std::string& key, const toml::node& value) {

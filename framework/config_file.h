@@ -33,6 +33,8 @@ struct Settings {
   /// Parameters and path keys, as they stand.
   std::map<std::string, std::string> params;
   std::map<std::string, std::string> paths;
+  /// "FILE:LINE" of each parameter that the file sets.
+  std::map<std::string, std::string> param_places;
 };
 
 /// Reads a TOML file with the tables [panel] (database, state, plugins), [log] (directory, level,

@@ -72,6 +72,15 @@ Scheduler::Scheduler(int stop)
     : Scheduler([] { return std::chrono::steady_clock::now(); },
                 [stop](Time until) { return WaitUnless(stop, until); }) {}
 
+Scheduler::Scheduler(int stop, std::function<void()> look, std::chrono::milliseconds every)
+    : Scheduler([] { return std::chrono::steady_clock::now(); },
+                [stop, look = std::move(look), every](Time until) {
+                  if (!WaitUnless(stop, std::min(until, std::chrono::steady_clock::now() + every)))
+                    return false;
+                  look();
+                  return true;
+                }) {}
+
 Scheduler::Scheduler(Clock clock, Waiter waiter)
     : clock_(std::move(clock)), waiter_(std::move(waiter)) {}
 

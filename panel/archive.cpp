@@ -1,19 +1,19 @@
 #include "panel/archive.h"
 
 #include "framework/database.h"
+#include "framework/number.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
 #include "panel/records.h"
 #include "panel/utc_time.h"
 #include "str.h"
-#include "test.h"
 
 namespace brisq_panel {
 
 namespace {
 
 constexpr long long kSmallSweep = 10;
-constexpr int kDefaultLimit = 30;
+constexpr double kDefaultLimit = 30;
 
 thread_local int g_permits = 0;
 
@@ -23,9 +23,8 @@ long long Count(const std::string& condition) {
   return str::Int(rows.front().front());
 }
 
-int LimitPercent() {
-  std::string text = mgr_cf::GetParam("EmailSweepLimit");
-  return test::Numeric(text) ? str::Int(text) : kDefaultLimit;
+double LimitPercent() {
+  return ReadNumber(mgr_cf::GetParam("EmailSweepLimit")).value_or(kDefaultLimit);
 }
 
 }  // namespace
@@ -96,7 +95,8 @@ void RefuseLargeSweep(const std::string& condition) {
   }
   const long long taken = Count("(" + condition + ") AND active = 'on'");
   const long long all = Count("active = 'on'");
-  if (taken > kSmallSweep && taken * 100 > all * LimitPercent()) {
+  if (taken > kSmallSweep &&
+      static_cast<double>(taken * 100) > static_cast<double>(all) * LimitPercent()) {
     throw mgr_err::Error("limit", "refresh",
                          str::Str(static_cast<long>(taken)) + " of " +
                              str::Str(static_cast<long>(all)) +

@@ -21,6 +21,7 @@
 #include "mgr_file.h"
 #include "panel/email_module.h"
 #include "panel/email_reload.h"
+#include "panel/numeric_settings.h"
 #include "panel/path_key.h"
 #include "panel/records.h"
 #include "panel/recovery.h"
@@ -146,6 +147,7 @@ std::string BackendProblem(const std::vector<brisq_api::PluginReport>& reports) 
 struct Instance::State {
   explicit State(const mgr_cf::Settings& settings) {
     RequirePaths(settings);
+    CheckNumericSettings(settings);
     MakeStateFolder(settings.state);
     MakeStateFolder(mgr_file::SplitPath(settings.database).first);
     mgr_cf::Apply(settings);

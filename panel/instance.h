@@ -24,10 +24,10 @@ class BRISQ_API Instance {
   /// Opens the panel. The state directory (0700) and the database (0600) are made when they are
   /// missing. Requests whose process has died are recovered. A plug-in that can't be loaded or
   /// built does not fail it: see reports().
-  /// @throws mgr_err::Error "config" for a state or database path that is not given, or when the
-  /// mail back-end's "dovecot-passwd" is no absolute path; "file" when the state directory or the
-  /// database's can't be made or lets other users write; "db" and "locked" from the database;
-  /// "internal" when another instance is open: nothing stays open
+  /// @throws mgr_err::Error "config" for a state or database path that is not given, for a number
+  /// that is none, or when the mail back-end's "dovecot-passwd" is no absolute path; "file" when
+  /// the state directory or the database's can't be made or lets other users write; "db" and
+  /// "locked" from the database; "internal" when another instance is open: nothing stays open
   explicit Instance(const mgr_cf::Settings& settings);
   ~Instance();
   Instance(const Instance&) = delete;

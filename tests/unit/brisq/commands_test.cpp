@@ -258,6 +258,60 @@ TEST_F(CommandsTest, ADamagedDatabaseIsNamed) {
   EXPECT_THAT(ran.err, StartsWith("brisq: failed: " + (dir_ / "state/panel.db") + ": "));
 }
 
+// The mailbox is made by then, so the one thing that is left is to say what to do.
+TEST_F(CommandsTest, APasswordThatCantBeShownIsSaidToBeLost) {
+  AddDomain();
+  for (const char* command : {"add bob@example.org", "passwd bob@example.org"}) {
+    SCOPED_TRACE(command);
+    const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
+                             "' mailbox " + command + " --generate >/dev/full 2>'" +
+                             (dir_ / "err") + "'";
+    EXPECT_EQ(1, WEXITSTATUS(std::system(line.c_str())));
+    EXPECT_THAT(dir_.Read("err"),
+                HasSubstr("brisq: failed: standard output: can't be written; the new password of "
+                          "bob@example.org is lost: set another one with \"brisq mailbox passwd "
+                          "bob@example.org --generate\"\n"));
+  }
+  EXPECT_EQ(1u, Data("mailbox list").size());
+}
+
+TEST_F(CommandsTest, ANumberThatIsNoneIsRefusedWithItsLine) {
+  for (const char* value : {"0", "abc", "", "-1", "60s"}) {
+    SCOPED_TRACE(value);
+    const std::string settings = dir_.Read("brisq.toml");
+    dir_.Write("brisq.toml", "[param]\nExecTimeout = \"" + std::string(value) + "\"\n");
+    const Ran ran = Run("owner list");
+    EXPECT_EQ(10, ran.status);
+    EXPECT_EQ("brisq: config: " + (dir_ / "brisq.toml") +
+                  ":2: \"ExecTimeout\" must be a number of seconds above 0, at most a year\n",
+              ran.err);
+    dir_.Write("brisq.toml", settings);
+  }
+}
+
+// A retry may take as long as the time limit of a child.
+TEST_F(CommandsTest, CommandsThatOnlyLookDoNotWaitForReloads) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  // As a process that was killed before its reload leaves it.
+  ASSERT_EQ(0, std::system(("python3 -c \"import sqlite3; "
+                            "c = sqlite3.connect('" +
+                            (dir_ / "state/panel.db") +
+                            "'); c.execute(\\\"INSERT INTO reload_request (grp, action, hard, at) "
+                            "VALUES ('email.reload', 'dovecot.reload', 0, 0)\\\"); c.commit()\"")
+                               .c_str()));
+  for (const char* words :
+       {"mailbox list", "mailbox show bob@example.org", "mailbox list --archived", "owner list",
+        "owner show demo", "domain list", "domain show example.org", "usage", "tls list",
+        "action list", "reload status"}) {
+    SCOPED_TRACE(words);
+    EXPECT_EQ(0, Run(words).status);
+    EXPECT_EQ(1, Data("reload status")[0]["requests"]);
+  }
+  EXPECT_EQ(0, Run("mailbox set bob@example.org --quota 3").status);
+  EXPECT_EQ(0, Data("reload status")[0]["requests"]);
+}
+
 TEST_F(CommandsTest, AFullStandardOutputIsAnError) {
   AddDomain();
   const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +

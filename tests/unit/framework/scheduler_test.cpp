@@ -210,6 +210,30 @@ TEST(Scheduler, EndsPromptlyWhenItsDescriptorSaysSo) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(10));
 }
 
+// Nothing is due for a day, and yet what has changed is looked at.
+TEST(Scheduler, LooksAsOftenAsAskedWhileItWaits) {
+  periodic::Reset();
+  const Descriptor stop(::eventfd(0, EFD_CLOEXEC));
+  int turns = 0;
+  int looks = 0;
+  const TestAction action("t.look", [&](brisq_api::Session&) {
+    ++turns;
+    ::eventfd_write(stop.get(), 1);
+  });
+  mgr_cf::SetParam("Period", "1440");
+  periodic::RegisterAction("t.look", "", "Period");
+  const auto look = [&] {
+    if (++looks == 3) {
+      mgr_cf::SetParam("Period", "0.0001");
+    }
+  };
+  Scheduler(stop.get(), look, std::chrono::milliseconds(5)).Run();
+  EXPECT_EQ(1, turns);
+  EXPECT_GE(looks, 3);
+  periodic::Reset();
+  mgr_cf::Reset();
+}
+
 TEST(Scheduler, RunsByTheRealClock) {
   periodic::Reset();
   const Descriptor stop(::eventfd(0, EFD_CLOEXEC));

@@ -1,0 +1,34 @@
+#include "brisq/config_watch.h"
+
+#include <exception>
+#include <utility>
+
+#include "framework/config_file.h"
+#include "mgr_log.h"
+#include "panel/numeric_settings.h"
+
+namespace brisq {
+namespace {
+
+mgr_log::Module logger("config", "brisq");
+
+}  // namespace
+
+ConfigWatch::ConfigWatch(std::string file) : file_(std::move(file)) {}
+
+void ConfigWatch::TakeUpChanges() {
+  try {
+    const ConfStamp now = StampAt(file_);
+    if (now == seen_) return;
+    seen_ = now;
+    const mgr_cf::Settings settings = mgr_cf::ReadSettings(file_);
+    brisq_panel::CheckNumericSettings(settings);
+    mgr_cf::Apply(settings);
+    if (logger.Check(mgr_log::kInfo)) logger.Write(mgr_log::kInfo, "%s taken up", file_.c_str());
+  } catch (const std::exception& error) {
+    if (logger.Check(mgr_log::kError))
+      logger.Write(mgr_log::kError, "changed settings not taken up: %s", error.what());
+  }
+}
+
+}  // namespace brisq
