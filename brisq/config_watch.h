@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "framework/conf_stamp.h"
@@ -19,7 +20,7 @@ class ConfigWatch {
 
  private:
   std::string file_;
-  ConfStamp seen_;  // of the last look; of a missing file before the first
+  std::optional<ConfStamp> seen_;  // by the last look
 };
 
 }  // namespace brisq

@@ -62,6 +62,17 @@ std::string PasswdFileText(const std::string& path) {
   return std::string(Open(path)->getConfig()->bytes);
 }
 
+void EachHash(const std::function<void(const std::string&, const std::string&)>& look) {
+  const std::string path = mgr_cf::GetPath("dovecot-passwd");
+  if (path.empty()) {
+    return;
+  }
+  const Cursor<PasswordLines> lines = Open(path);
+  for (lines->First(); !lines->Eof(); lines->Next()) {
+    look(lines->name.Str(), lines->passwd.Str());
+  }
+}
+
 void StoreHash(const std::string& address, const std::string& hash) {
   const Cursor<PasswordLines> lines = Open(mgr_cf::GetPath("dovecot-passwd"));
   lines->Assert(address);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,12 @@ BRISQ_API std::optional<std::string> StoredHash(const std::string& address);
 /// when it does not exist. Waits while somebody writes into it.
 /// @throws mgr_err::Error "file", "locked" when the file can't be read
 BRISQ_API std::string PasswdFileText(const std::string& path);
+
+/// Calls `look` with the name and the hash of each line, in the file's order; with nothing when no
+/// path is set.
+/// @throws mgr_err::Error "file", "locked" when the file can't be read
+BRISQ_API void EachHash(
+    const std::function<void(const std::string& name, const std::string& hash)>& look);
 
 /// Sets the hash in the line of this name; taken back when the current request fails.
 /// @throws mgr_err::Error "missed" without such a line; as a post to the file does

@@ -10,6 +10,7 @@
 #include "panel/archive.h"
 #include "panel/email_module.h"
 #include "panel/file_stamps.h"
+#include "panel/hash_guard.h"
 #include "panel/panel_state.h"
 #include "panel/records.h"
 #include "panel/refresh_lock.h"
@@ -50,6 +51,27 @@ void RunCache(email::Pop3Interface& backend) {
   backend.Cache();
   lines.Save();
   rows.Commit();
+}
+
+email::Fail WrongAnswer(const std::string& problem) {
+  return {"doveadm", problem + "; passwords stay as they were"};
+}
+
+void RunGuarded(email::Pop3Interface& backend) {
+  const HashGuard hashes;
+  try {
+    RunCache(backend);
+  } catch (const mgr_err::Error& error) {
+    hashes.PutBack();
+    if (error.type() == "value" && error.object() == "passwd") {
+      throw WrongAnswer("its answer can't stand in a line: " + error.value());
+    }
+    throw;
+  }
+  const std::string problem = hashes.PutBack();
+  if (!problem.empty()) {
+    throw WrongAnswer(problem);
+  }
 }
 
 // A file that somebody else has changed meanwhile is read again next time, and so is one whose
@@ -119,7 +141,7 @@ RefreshReport Refresh(bool sweep) {
   const SaveWatch saves;
   const RefreshWatch watch(before.empty() ? 0 : before.rbegin()->first);
   try {
-    RunCache(backend);
+    RunGuarded(backend);
   } catch (...) {
     KeepFiguresOfFailure(before, watch);
     throw;

@@ -26,8 +26,9 @@ struct BRISQ_API RefreshReport {
 /// share transactions. One at a time on this machine; on the calling thread.
 /// @param sweep  true: any number of mailboxes may be swept; false: a sweep of more than
 /// "EmailSweepLimit" percent of the active ones, and more than 10, is refused
-/// @throws mgr_err::Error "limit" for a refused sweep, "locked" while another refresh goes on,
-/// "plugin" without a mail back-end; whatever the back-end throws
+/// A password's hash that the back-end replaced by something that is none comes back.
+/// @throws mgr_err::Error "limit" for a refused sweep, "email" for such hashes, "locked" while
+/// another refresh goes on, "plugin" without a mail back-end; whatever the back-end throws
 BRISQ_API RefreshReport Refresh(bool sweep);
 
 }  // namespace brisq_panel

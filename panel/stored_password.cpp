@@ -58,19 +58,9 @@ bool MayBeHashOf(const std::string& body, const std::string& password) {
   return made == nullptr || *made == '*' || body == made;
 }
 
-std::string ClearTextProblem(const Hash& hash, const std::string& password,
-                             const std::string& scheme) {
-  if (!KeepsClearText(scheme)) {
-    return "the password would be kept in the clear, as the scheme " +
-           (scheme.empty() ? "CRAM-MD5" : scheme) + " is not to be had from it";
-  }
-  return hash.body == password ? "" : "its answer is not the password";
-}
-
 }  // namespace
 
-std::string HashProblem(const std::string& hash, const std::string& password,
-                        const std::string& scheme) {
+std::string FormProblem(const std::string& hash, const std::string& scheme) {
   if (hash.empty()) {
     return "it gave no hash of the password";
   }
@@ -79,14 +69,28 @@ std::string HashProblem(const std::string& hash, const std::string& password,
     return "its answer is no hash";
   }
   if (KeepsClearText(parsed->scheme)) {
-    return ClearTextProblem(*parsed, password, scheme);
+    return KeepsClearText(scheme)
+               ? std::string()
+               : "the password would be kept in the clear, as the scheme " +
+                     (scheme.empty() ? "CRAM-MD5" : scheme) + " is not to be had from it";
   }
   // crypt(3) marks a failure by an asterisk.
-  if (parsed->body.front() == '*' ||
-      !std::all_of(parsed->body.begin(), parsed->body.end(), IsOfBody)) {
-    return "its answer is no hash";
+  const bool is_hash = parsed->body.front() != '*' &&
+                       std::all_of(parsed->body.begin(), parsed->body.end(), IsOfBody);
+  return is_hash ? "" : "its answer is no hash";
+}
+
+std::string HashProblem(const std::string& hash, const std::string& password,
+                        const std::string& scheme) {
+  const std::string problem = FormProblem(hash, scheme);
+  if (!problem.empty()) {
+    return problem;
   }
-  return MayBeHashOf(parsed->body, password) ? "" : "its answer is the hash of another password";
+  const Hash parsed = *Parse(hash);
+  if (KeepsClearText(parsed.scheme)) {
+    return parsed.body == password ? "" : "its answer is not the password";
+  }
+  return MayBeHashOf(parsed.body, password) ? "" : "its answer is the hash of another password";
 }
 
 void CheckStoredPassword(const std::string& address, const std::string& password) {

@@ -17,6 +17,10 @@ namespace brisq_panel {
 /// and "locked" when the file can't be read
 BRISQ_API void CheckStoredPassword(const std::string& address, const std::string& password);
 
+/// Why `hash` can't be one of any password, as HashProblem without one to compare it with; empty
+/// when it can.
+BRISQ_API std::string FormProblem(const std::string& hash, const std::string& scheme);
+
 /// Why `hash` is no hash of this password as these settings want it; empty when it is one.
 /// @param scheme  the wished password scheme; empty when none is set
 BRISQ_API std::string HashProblem(const std::string& hash, const std::string& password,

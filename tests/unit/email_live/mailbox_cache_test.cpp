@@ -51,6 +51,7 @@ class LiveRefresh : public live::LiveTest {
                                               "esac\n"
                                               "cat >/dev/null\n"
                                               "[ \"$5\" != \"$(cat failing)\" ] || exit 75\n"
+                                              "[ ! -e silence ] || { cat silence; exit; }\n"
                                               "echo \"{CRAM-MD5}fresh-$5\"\n"));
     mgr_cf::SetParam("DovecotPwScheme", "CRAM-MD5");
     dir_.Write("failing", "");
@@ -265,6 +266,22 @@ TEST_F(LiveRefresh, ARowThatHoldsTheTagByChanceIsKept) {
   Sql("DROP TRIGGER collision");
   WriteFile(File() + "# changed\n");
   EXPECT_THAT(brisq_panel::Refresh(false).swept, ElementsAre("gone@x.org"));
+}
+
+TEST_F(LiveRefresh, AToolThatFailsInSilenceRuinsNoHash) {
+  const std::string before = File();
+  for (const char* answer :
+       {"", "\n", "*0\n", "{CRAM-MD5}*0\n", "Debug: reading\n", "{CLEARTEXT}secret\n"}) {
+    SCOPED_TRACE(answer);
+    dir_.Write("silence", answer);
+    const std::string error = live::ErrorOf([] { brisq_panel::Refresh(false); });
+    EXPECT_THAT(error, StartsWith("email: doveadm: "));
+    EXPECT_THAT(error, HasSubstr("passwords stay as they were"));
+    EXPECT_EQ(before, File());
+  }
+  std::filesystem::remove(dir_ / "silence");
+  EXPECT_TRUE(brisq_panel::Refresh(false).walked) << "it has not forgotten";
+  EXPECT_EQ("ann bob cy dee", Fresh());
 }
 
 TEST_F(LiveRefresh, APasswordThatTheToolCannotHashIsNamedByTheToolAndNeverShown) {
