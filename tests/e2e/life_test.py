@@ -118,25 +118,17 @@ class PanelHoldsThePasswords(Life, MailboxTestCase):
 
     def test_password_runs_of_several_commands_keep_their_distance(self):
         address = self.add("distance")
-        self.set_parameter("EmailPasswordDelay", "3600")
-        self.addCleanup(self.set_parameter, "EmailPasswordDelay", "0")
+        self.instance.configure("param", "EmailPasswordDelay", "3600")
+        self.addCleanup(self.instance.configure, "param", "EmailPasswordDelay", "0")
         self.instance.brisq_json("refresh")  # the first run, or one of another test
         self.set_by_hand(address, "by hand")
         by_hand = self.instance.passwd_line(address)
         for _ in range(2):
             self.instance.brisq_json("refresh")
             self.assertEqual(by_hand, self.instance.passwd_line(address), "too early")
-        self.set_parameter("EmailPasswordDelay", "0")
+        self.instance.configure("param", "EmailPasswordDelay", "0")
         self.instance.brisq_json("refresh")
         self.require_login(address, PASSWORD)
-
-    def set_parameter(self, name, value):
-        """Sets it in the configuration file's table [param]."""
-        with open(self.instance.layout.config, encoding="utf-8") as file:
-            lines = [line for line in file if not line.startswith(name)]
-        lines.insert(lines.index("[param]\n") + 1, f'{name} = "{value}"\n')
-        with open(self.instance.layout.config, "w", encoding="utf-8") as file:
-            file.writelines(lines)
 
 
 if __name__ == "__main__":

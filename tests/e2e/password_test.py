@@ -1,11 +1,16 @@
 """Changed passwords reach a running Dovecot, whatever its looks at the passwd-file miss."""
 
+import os
+import time
 import unittest
 
 from support import clients
 from support.mailbox_case import MailboxTestCase
 
 ROUNDS = 20
+CHANGES = 100
+# Until a change has its effect on a quiet machine; one that is shared by others may be slow.
+EFFECT = 1.5 if os.environ.get("BRISQ_SOAK") else 10  # seconds
 
 
 class PasswordChanges(MailboxTestCase):
@@ -17,14 +22,24 @@ class PasswordChanges(MailboxTestCase):
         self.require_login(address, new)
         self.require_refusal(address, old)
 
-    def test_each_of_20_changes_is_effective(self):
-        address, old = self.add("often", password="word 00"), "word 00"
-        for number in range(1, ROUNDS + 1):
+    def test_each_of_100_changes_in_a_row_is_effective(self):
+        address, old = self.add("often", password="word 000"), "word 000"
+        self.require_login(address, old)
+        slowest = 0
+        for number in range(1, CHANGES + 1):
             with self.subTest(number):
-                new = f"word {number:02}"
+                new = f"word {number:03}"
                 self.change(address, new)
-                self.require_change(address, new, old)
+                changed = time.monotonic()
+                self.instance.eventually(lambda n=new: self.accepts(address, n), "the new one",
+                                         EFFECT)
+                self.assertFalse(self.accepts(address, old), "the old one")
+                slowest = max(slowest, time.monotonic() - changed)
                 old = new
+        print(f"slowest of {CHANGES} changes: {slowest:.2f} s")
+
+    def accepts(self, address, password):
+        return clients.imap_accepts(self.instance.ports, address, password)
 
     def test_two_changes_in_one_second_are_both_seen_without_a_reload(self):
         # A hash of equal length written in the same second looks like the file that Dovecot knows.
