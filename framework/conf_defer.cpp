@@ -38,6 +38,8 @@ void DeferSaves::Save() {
   current->Throw();
 }
 
+bool DeferSaves::Active() noexcept { return current != nullptr; }
+
 void DeferSaves::Look() noexcept {
   if (current == nullptr || current->noted_.empty()) return;
   if (current->between_ == Between::kNever) return;

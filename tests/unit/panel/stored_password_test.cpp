@@ -1,5 +1,6 @@
 #include "panel/stored_password.h"
 
+#include "framework/conf_defer.h"
 #include "framework/config_file.h"
 #include "tests/unit/panel/panel_fixture.h"
 
@@ -115,6 +116,16 @@ TEST_F(StoredPasswordFile, TheLineOfTheAddressIsLookedAt) {
   EXPECT_EQ("email: doveadm: its answer is no hash", Problem("b@x.org"));
   EXPECT_EQ("email: doveadm: it gave no hash of the password", Problem("c@x.org"));
   EXPECT_EQ("email: doveadm: it gave no hash of the password", Problem("d@x.org"));
+}
+
+TEST_F(StoredPasswordFile, WhatIsNotSavedYetIsNotLookedAt) {
+  dir_.Write("passwd", "b@x.org::1:1::/h:::\n");
+  mgr_cf::SetPath("dovecot-passwd", dir_ / "passwd");
+  {
+    const DeferSaves scope;
+    EXPECT_EQ("none", Problem("b@x.org").substr(0, 4));
+  }
+  EXPECT_EQ("email", Problem("b@x.org").substr(0, 5));
 }
 
 TEST_F(StoredPasswordFile, TheWishedSchemeIsThatOfTheConfiguration) {

@@ -62,8 +62,8 @@ TEST_F(SyncTest, ALostFileComesBackWithThePasswordsThatThePanelKeeps) {
 
 TEST_F(SyncTest, PasswordsThatNobodyKeepsAreListedAndMadeOnRequest) {
   Use(true);
-  SetPassword("al@example.org", "now in the file alone");
-  SetPassword("bo@example.org", "now in the file alone");
+  SetPassword("al@example.org", "now-in-the-file-alone");
+  SetPassword("bo@example.org", "now-in-the-file-alone");
   RemoveLine("al@example.org");
   EXPECT_THAT(PlanSync().passwordless, ElementsAre("al@example.org"));
   const SyncReport without = Sync(false);
@@ -78,7 +78,7 @@ TEST_F(SyncTest, PasswordsThatNobodyKeepsAreListedAndMadeOnRequest) {
   EXPECT_THAT(LineOf("al@example.org"),
               StartsWith("al@example.org:{CLEAR}" + with.passwords[0].second + ":"));
   EXPECT_THAT(with.diff.back(), Not(HasSubstr(with.passwords[0].second)));
-  EXPECT_THAT(LineOf("bo@example.org"), StartsWith("bo@example.org:{CLEAR}now in the file alone:"));
+  EXPECT_THAT(LineOf("bo@example.org"), StartsWith("bo@example.org:{CLEAR}now-in-the-file-alone:"));
 }
 
 TEST_F(SyncTest, AKeptPasswordIsHashedAnewWhereTheLineHasNone) {
