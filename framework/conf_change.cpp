@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "framework/conf_line.h"
+#include "framework/conf_merge.h"
 #include "mgr_err.h"
 
 namespace {
@@ -32,7 +33,15 @@ ConfChange ConfChange::Remove(Target target, unsigned long columns) {
   return ConfChange(Kind::kRemove, std::move(target), columns);
 }
 
+ConfChange ConfChange::Edit(std::string from, std::string to) {
+  ConfChange change(Kind::kEdit, {}, 0);
+  change.before_ = std::move(from);
+  change.after_ = std::move(to);
+  return change;
+}
+
 ConfChange ConfChange::Reverse() const {
+  if (kind_ == Kind::kEdit) return Edit(after_, before_);
   ConfChange change(Kind::kRestore, target_, columns_);
   change.before_ = after_;
   change.after_ = before_;
@@ -52,6 +61,9 @@ void ConfChange::Apply(const std::shared_ptr<ConfDocument>& document) {
       break;
     case Kind::kRestore:
       ApplyRestore(*document);
+      break;
+    case Kind::kEdit:
+      ApplyEdit(*document);
       break;
   }
   target_.document = document;
@@ -114,6 +126,41 @@ void ConfChange::Revive(ConfDocument& document) {
   Put(document, target_.line, conf_line::WithEnd(after_ + end_, document.LineEnd()));
 }
 
+void ConfChange::ApplyEdit(ConfDocument& document) {
+  const std::string now = document.Print();
+  if (now == before_) return Rewrite(document, after_);
+  const auto parse = [&](const std::string& text) {
+    return ConfDocument(std::make_shared<ConfBytes>(text), document.Syntax());
+  };
+  ConfDocument merged = parse(now);
+  const ConfDocument from = parse(before_);
+  const ConfDocument to = parse(after_);
+  if (const std::string names = EditConflicts(merged, from, to); !names.empty()) {
+    throw mgr_err::Error("later", names, "changed by somebody else meanwhile");
+  }
+  MergeEdit(merged, from, to);
+  Rewrite(document, merged.Print());
+}
+
+void ConfChange::Rewrite(ConfDocument& document, std::string_view text) {
+  Line same = 0;
+  for (; same < document.Lines(); ++same) {
+    const std::string_view raw = document.Raw(same);
+    // A last line without an end is the same one only when nothing follows it there either.
+    const bool whole = raw.empty() || raw.ends_with('\n') || raw.size() == text.size();
+    if (!whole || !text.starts_with(raw)) break;
+    text.remove_prefix(raw.size());
+  }
+  for (Line line = same; line < document.Lines(); ++line) {
+    if (!document.Raw(line).empty()) Put(document, line, {});
+  }
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
+    Put(document, document.Extend(), std::string(text.substr(0, end)));
+    text.remove_prefix(end);
+  }
+}
+
 ConfChange::Line ConfChange::FindTarget(const ConfDocument& document) const {
   const bool own_place = target_.document.lock().get() == &document;
   if (own_place && target_.line < document.Lines() && document.Name(target_.line) == target_.name &&
@@ -162,6 +209,7 @@ line_undo::Change ConfChange::Trace(const ConfDocument& document) const {
 }
 
 std::string ConfChange::Words() const {
+  if (kind_ == Kind::kEdit) return "edit of the whole file";
   const std::string line = "line of " + target_.name;
   switch (kind_) {
     case Kind::kAdd:
@@ -171,6 +219,7 @@ std::string ConfChange::Words() const {
     case Kind::kRemove:
       return line + " removed";
     case Kind::kRestore:
+    case Kind::kEdit:
       break;
   }
   return line + " restored";

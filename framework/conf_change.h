@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,12 @@ class BRISQ_API ConfChange {
   /// Other values in some of the `columns` columns of a record.
   static ConfChange Set(Target target, unsigned long columns, Values values);
   static ConfChange Remove(Target target, unsigned long columns);
+  /// What somebody has made of the file's whole content `from`: it becomes `to` byte for byte when
+  /// it is still `from`, and else both edits are merged by line and column.
+  ///
+  /// Apply throws mgr_err::Error "later" when both have changed the same: object the names of the
+  /// lines.
+  static ConfChange Edit(std::string from, std::string to);
 
   /// The change that takes back what this one did, as long as nobody else has touched the line
   /// since. Applied later than that it throws mgr_err::Error "later".
@@ -55,13 +62,15 @@ class BRISQ_API ConfChange {
   std::string Words() const;
 
  private:
-  enum class Kind { kAdd, kSet, kRemove, kRestore };
+  enum class Kind { kAdd, kSet, kRemove, kRestore, kEdit };
 
   ConfChange(Kind kind, Target target, unsigned long columns);
   void ApplyAdd(ConfDocument& document, const std::string& text);
   void ApplySet(ConfDocument& document);
   void ApplyRestore(ConfDocument& document);
   void Revive(ConfDocument& document);
+  void ApplyEdit(ConfDocument& document);
+  void Rewrite(ConfDocument& document, std::string_view text);
   mgr_err::Error TooLate() const;
   Line FindTarget(const ConfDocument& document) const;
   Line FindExact(const ConfDocument& document) const;
@@ -72,7 +81,7 @@ class BRISQ_API ConfChange {
   Target target_;
   unsigned long columns_;
   Values values_;
-  // Texts of the line: what Apply found and left; empty for no line.
+  // Texts of the line: what Apply found and left; empty for no line. Of an edit the whole content.
   std::string before_;
   std::string after_;
   std::string end_;  // end of line that a removed line had

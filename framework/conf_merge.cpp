@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -89,6 +90,37 @@ void Replace(ConfDocument& document, Line line, const std::string& text) {
   document.Put(line, text + std::string(end));
 }
 
+// True when there is a column that both have changed, each in its own way.
+bool SameColumns(std::string_view old, std::string_view left, std::string_view right,
+                 char separator) {
+  const Columns before = Split(old, separator);
+  const Columns one = Split(left, separator);
+  const Columns other = Split(right, separator);
+  if (before.size() != one.size() || before.size() != other.size()) return left != right;
+  for (std::size_t at = 0; at < before.size(); ++at) {
+    if (before[at] != one[at] && before[at] != other[at] && one[at] != other[at]) return true;
+  }
+  return false;
+}
+
+// The text of a name's line; empty when there is none.
+std::string_view TextOf(const ConfDocument& document, std::string_view name) {
+  const Line line = document.FindNamed(name);
+  return line == ConfDocument::kNone ? std::string_view() : document.Text(line);
+}
+
+bool Conflicts(const ConfDocument& target, const ConfDocument& from, const ConfDocument& to,
+               std::string_view name) {
+  const std::string_view old = TextOf(from, name);
+  const std::string_view own = TextOf(target, name);
+  const std::string_view edited = TextOf(to, name);
+  if (own == old || edited == old) return false;
+  // What both have removed stays removed; but one added by both would be there twice.
+  if (own == edited) return old.empty();
+  if (old.empty() || own.empty() || edited.empty()) return true;
+  return SameColumns(old, own, edited, target.Syntax().separator);
+}
+
 }  // namespace
 
 void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocument& to) {
@@ -114,4 +146,21 @@ void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocumen
     const Line own = FindText(target, from.Text(line), name);
     if (own != ConfDocument::kNone) target.Put(own, {});
   }
+}
+
+std::string EditConflicts(const ConfDocument& target, const ConfDocument& from,
+                          const ConfDocument& to) {
+  std::set<std::string_view> names;
+  for (const Line line : Missing(from, to)) names.insert(from.Name(line));
+  for (const Line line : Missing(to, from)) names.insert(to.Name(line));
+  names.erase(std::string_view());
+  constexpr std::size_t kMost = 5;
+  std::size_t found = 0;
+  std::string text;
+  for (const std::string_view name : names) {
+    if (!Conflicts(target, from, to, name)) continue;
+    if (++found > kMost) return text + ", ...";
+    text += (text.empty() ? "" : ", ") + std::string(name);
+  }
+  return text;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "brisq_export.h"
 #include "framework/conf_document.h"
 
@@ -9,3 +11,9 @@
 /// changed them, and of changed ones those columns change that were changed. A line that `target`
 /// has removed stays removed.
 BRISQ_API void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocument& to);
+
+/// Names, parted by ", ", of the lines that somebody changed, added or removed between `from` and
+/// `to` and that `target` holds otherwise than `from` in the same columns: MergeEdit would give up
+/// what `target` has, or what `to` has. Of more than five the first five and "...".
+BRISQ_API std::string EditConflicts(const ConfDocument& target, const ConfDocument& from,
+                                    const ConfDocument& to);

@@ -22,6 +22,7 @@
 #include "panel/email_module.h"
 #include "panel/email_reload.h"
 #include "panel/numeric_settings.h"
+#include "panel/passwd_file_edit.h"
 #include "panel/path_key.h"
 #include "panel/records.h"
 #include "panel/recovery.h"
@@ -153,6 +154,7 @@ struct Instance::State {
     mgr_cf::Apply(settings);
     ConfigureLog(settings);
     RefreshLock::SetFolder(settings.state);
+    PasswdFileEdit::SetFolder(settings.state);
     mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"), SealedTextsAreKept);
     database = std::make_unique<OpenedDatabase>(settings.database);
     journal::SetFolder(mgr_file::ConcatPath(settings.state, "journal"));

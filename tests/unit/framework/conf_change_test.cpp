@@ -176,4 +176,41 @@ TEST(ConfChange, SaysInWordsWhatItDoes) {
   EXPECT_EQ(Remove("a").Reverse().Words(), "line of a restored");
 }
 
+TEST(ConfChange, AnEditOfTheWholeFileIsMadeByteForByteAndTakenBack) {
+  const std::string edits[] = {"",
+                               kFile,
+                               kFile + "\n",
+                               "c:3:z\nb:2:y\n#\n",
+                               "#\na:1:x\r\n",
+                               "# new head\n" + kFile,
+                               "#\na:1:x\r\nb:2:y\nshort:1\nc:3:zz\n"};
+  for (const std::string& edited : edits) {
+    SCOPED_TRACE(edited);
+    const auto document = Parse(kFile);
+    ConfChange change = ConfChange::Edit(kFile, edited);
+    change.Apply(document);
+    EXPECT_EQ(document->Print(), edited);
+    EXPECT_EQ(change.Effective(), edited != kFile);
+    EXPECT_EQ(document->FindNamed("b") != ConfDocument::kNone,
+              edited.find("b:2:y") != std::string::npos);
+    ConfChange reverse = change.Reverse();
+    reverse.Apply(document);
+    EXPECT_EQ(document->Print(), kFile);
+    reverse.Undo(*document);
+    change.Undo(*document);
+    EXPECT_EQ(document->Print(), kFile);
+  }
+}
+
+TEST(ConfChange, AnEditOfTheWholeFileIsMergedWithWhatOthersDidOrRefused) {
+  const auto document = Parse("#\na:9:x\r\nb:2:y\nshort:1\nc:3:z\nnew:1:1\n");
+  ConfChange edit = ConfChange::Edit(kFile, "#\na:1:w\r\nb:2:y\nc:3:z");
+  edit.Apply(document);
+  EXPECT_EQ(document->Print(), "#\na:9:w\r\nb:2:y\nc:3:z\nnew:1:1\n");
+  ConfChange clash = ConfChange::Edit(kFile, "#\na:2:x\r\nb:2:y\nshort:1\nc:3:z");
+  EXPECT_EQ(ErrorOf([&] { clash.Apply(document); }),
+            "later: a: changed by somebody else meanwhile");
+  EXPECT_EQ(document->Print(), "#\na:9:w\r\nb:2:y\nc:3:z\nnew:1:1\n");
+}
+
 }  // namespace

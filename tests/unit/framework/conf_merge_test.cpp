@@ -44,4 +44,32 @@ TEST(MergeEdit, DoesToOneDocumentWhatWasDoneToAnother) {
   }
 }
 
+TEST(MergeEdit, WhatBothHaveChangedIsAConflict) {
+  const struct {
+    const char* name;
+    const char* target;
+    const char* from;
+    const char* to;
+    const char* names;
+  } cases[] = {
+      {"only one side", "a:1:x\nb:0:y\n", "a:0:x\nb:0:y\n", "a:0:x\nb:9:y\n", ""},
+      {"other columns", "a:1:x\n", "a:0:x\n", "a:0:y\n", ""},
+      {"same column", "a:1:x\n", "a:0:x\n", "a:2:x\n", "a"},
+      {"same column, same value", "a:1:x\n", "a:0:x\n", "a:1:x\n", ""},
+      {"other shape", "a:1:x\n", "a:0:x\n", "a:0\n", "a"},
+      {"changed and removed", "a:1:x\n", "a:0:x\n", "", "a"},
+      {"removed and changed", "", "a:0:x\n", "a:1:x\n", "a"},
+      {"removed by both", "", "a:0:x\n", "", ""},
+      {"added by both", "a:1:x\n", "", "a:2:x\n", "a"},
+      {"added by both alike", "a:1:x\n", "", "a:1:x\n", "a"},
+      {"comments", "# one\n", "# none\n", "# two\n", ""},
+      {"many", "a:1\nb:1\nc:1\nd:1\ne:1\nf:1\n", "a:0\nb:0\nc:0\nd:0\ne:0\nf:0\n",
+       "a:2\nb:2\nc:2\nd:2\ne:2\nf:2\n", "a, b, c, d, e, ..."},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_EQ(EditConflicts(Parse(test.target), Parse(test.from), Parse(test.to)), test.names);
+  }
+}
+
 }  // namespace
