@@ -12,6 +12,9 @@ inline constexpr int kExitFindings = 5;
 /// Ends a command that went on without the Dovecot side.
 inline constexpr int kExitDovecot = 9;
 
+/// Ends a command whose changes were made but may be lost on a power failure.
+inline constexpr int kExitDoubt = 11;
+
 /// What a type of error means at the edge of the program.
 struct ErrorKind {
   const char* type;   ///< mgr_err::Error::type(); empty for every type that has no row of its own

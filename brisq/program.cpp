@@ -7,6 +7,7 @@
 #include "brisq/exit_codes.h"
 #include "brisq/output.h"
 #include "framework/config_file.h"
+#include "framework/doubts.h"
 #include "framework/modules.h"
 #include "framework/rehearsal.h"
 #include "panel/instance.h"
@@ -19,12 +20,25 @@ void WarnOfPlugins(const brisq_panel::Instance& instance, Output& output) {
     if (!report.error.empty()) output.Warn("plug-in " + report.file + ": " + report.error);
 }
 
+// True when something that was changed may be lost.
+bool WarnOfDoubts(Output& output) {
+  const std::vector<std::string> texts = doubts::Take();
+  for (const std::string& text : texts) output.Warn(text);
+  return !texts.empty();
+}
+
 void RunDry(const Command& command, Call& call) {
   call.output.BeginDryRun();
   const Rehearsal rehearsal;
   command.run(call);
   for (const std::string& effect : rehearsal.effects()) call.output.WouldHappen(effect);
   call.output.Say("nothing was changed");
+}
+
+// For a command that failed: what it took back may be in doubt as well.
+void TellDoubts(const Console& console) {
+  for (const std::string& text : doubts::Take())
+    console.err << "brisq: warning: " << Printable(text) << "\n";
 }
 
 int Run(const CommandLine& line, const Console& console) {
@@ -41,6 +55,7 @@ int Run(const CommandLine& line, const Console& console) {
     if (!line.command->reads)
       for (const std::string& problem : instance.RunDue()) output.Warn(problem);
   }
+  if (WarnOfDoubts(output) && call.exit_code == 0) call.exit_code = kExitDoubt;
   output.Finish();
   console.out.flush();
   if (!console.out) throw mgr_err::Error("file", "standard output", output.Loss());
@@ -58,6 +73,7 @@ int RunProgram(const std::vector<std::string>& words, const Console& console) {
     return exit_code;
   } catch (const mgr_err::Error& error) {
     console.err << ErrorLine(error) << "\n";
+    TellDoubts(console);
     return KindOf(error).exit_code;
   } catch (const std::exception& error) {
     console.err << ErrorLine(mgr_err::Error("internal", "", error.what())) << "\n";

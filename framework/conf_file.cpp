@@ -113,7 +113,9 @@ ConfContent ConfFile::ReadFile() const {
     // edit is whole.
     if (!gap && (content.bytes || document_)) return content;
     if (!gap && waited >= ConfWaitLimit()) {
-      throw mgr_err::Error("locked", path_, "somebody is writing into it");
+      struct stat info {};
+      sys::Stat(AT_FDCWD, path_.c_str(), &info, 0);
+      throw mgr_err::Error("locked", path_, BeingEdited(info));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }

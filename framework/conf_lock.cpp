@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -53,6 +54,21 @@ std::string PidLine() {
   return line + "\n";
 }
 
+bool IsStopped(long pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("State:")) return line.find("\tT") != std::string::npos;
+  }
+  return false;
+}
+
+// Its holder notes something when it takes the lock and at each exchange.
+std::chrono::seconds SinceLastNote(int fd) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return {};
+  return std::chrono::seconds(std::time(nullptr) - info.st_mtim.tv_sec);
+}
+
 std::string ReadNote(int fd) {
   std::array<char, 256> text{};
   const ssize_t size = ::pread(fd, text.data(), text.size(), 0);
@@ -71,7 +87,7 @@ std::string DescribeProcess(long pid) {
   std::string command;
   std::getline(info, command);
   const std::string text = "PID " + std::to_string(pid);
-  return command.empty() ? text : text + " (" + command + ")";
+  return command.empty() ? text + ", which has ended," : text + " (" + command + ")";
 }
 
 std::string DescribeWriters(const struct stat& file) {
@@ -85,11 +101,19 @@ std::string DescribeWriters(const struct stat& file) {
   return text.empty() ? DescribeProcess(0) : text;
 }
 
+std::string BeingEdited(const struct stat& file) {
+  return "is being edited: " + DescribeWriters(file) +
+         " has it open for writing; try again when that has ended";
+}
+
 ConfLock::ConfLock(const safe_replace::Target& target) {
   const std::string name = "." + target.name + ".brisq-lock";
   constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
   file_ = sys::FileDescriptor(sys::Open(target.directory.get(), name.c_str(), kFlags, 0600));
-  if (!file_) sys::Fail("open", name, target.path + " can't be locked and is unchanged");
+  if (!file_) {
+    const std::string folder = target.path.substr(0, target.path.rfind('/') + 1);
+    sys::Fail("open", folder + name, target.path + " can't be locked and is unchanged");
+  }
   Take(target.path);
 }
 
@@ -100,9 +124,7 @@ void ConfLock::Take(const std::string& path) {
   while (sys::FLock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK) sys::Fail("flock", path, "it can't be locked and is unchanged");
     if (Clock::now() >= end) {
-      throw mgr_err::Error("locked", path,
-                           "busy: " + Holder() + " holds the lock; waited " +
-                               std::to_string(limit.count() / 1000) + " s");
+      throw mgr_err::Error("locked", path, Busy(limit));
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, std::chrono::microseconds(5000));
@@ -135,6 +157,14 @@ bool ConfLock::LeftAnEdit(const ConfStamp& left) const {
   return left.inode != fresh && left != old;
 }
 
-std::string ConfLock::Holder() const {
-  return DescribeProcess(std::strtol(ReadNote(file_.get()).c_str(), nullptr, 10));
+std::string ConfLock::Busy(std::chrono::milliseconds waited) const {
+  const long holder = std::strtol(ReadNote(file_.get()).c_str(), nullptr, 10);
+  const auto seconds = std::max(std::chrono::duration_cast<std::chrono::seconds>(waited),
+                                SinceLastNote(file_.get()));
+  std::string text = "busy: " + DescribeProcess(holder) + " holds the lock for " +
+                     std::to_string(seconds.count()) + " s";
+  if (IsStopped(holder)) {
+    text += "; it is stopped, kill -CONT " + std::to_string(holder) + " lets it go on";
+  }
+  return text + "; unchanged";
 }

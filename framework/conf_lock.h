@@ -12,8 +12,12 @@
 BRISQ_API std::chrono::milliseconds ConfWaitLimit() noexcept;
 BRISQ_API void SetConfWaitLimit(std::chrono::milliseconds limit) noexcept;
 
-/// Name and number of a process, as "PID n (command)"; "an unknown process" for 0.
+/// Name and number of a process, as "PID n (command)"; "PID n, which has ended," for one that has,
+/// "an unknown process" for 0.
 BRISQ_API std::string DescribeProcess(long pid);
+
+/// Why a file that somebody writes into can't be used, naming who does.
+BRISQ_API std::string BeingEdited(const struct stat& file);
 
 /// The processes that have a file open for writing, in words.
 BRISQ_API std::string DescribeWriters(const struct stat& file);
@@ -40,7 +44,7 @@ class BRISQ_API ConfLock {
 
  private:
   void Take(const std::string& path);
-  std::string Holder() const;
+  std::string Busy(std::chrono::milliseconds waited) const;
   void Put(const std::string& text, std::size_t at) noexcept;
 
   sys::FileDescriptor file_;

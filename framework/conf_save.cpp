@@ -85,9 +85,7 @@ ConfContent ConfSave::ReadWhenQuiet(const std::string& name, bool may_be_missing
     if (!content.bytes && waited >= ConfWaitLimit()) {
       struct stat info {};
       sys::Stat(target_.directory.get(), name.c_str(), &info, 0);
-      throw mgr_err::Error(
-          "locked", target_.path,
-          "is being edited: " + DescribeWriters(info) + " has it open for writing");
+      throw mgr_err::Error("locked", target_.path, BeingEdited(info));
     }
     std::this_thread::sleep_for(kPause);
   }
@@ -104,6 +102,9 @@ ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp
   fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{});
   auto watch = std::make_unique<WriterWatch>(old.get());
   if (watch->state() == WriterWatch::State::kWritten) return Outcome::kChanged;
+  // An edit that has set size and time back shows in the change of status alone, and only until our
+  // own exchange changes that.
+  if (placements_ == 0 && old && StampOf(target_.name) != known) return Outcome::kChanged;
   lock_.NoteExchange(known, fresh->stamp());
   const Outcome outcome = fresh->Publish(known);
   if (outcome == Outcome::kChanged) return outcome;

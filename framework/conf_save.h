@@ -48,7 +48,7 @@ class BRISQ_API ConfSave {
   bool Abandon() noexcept;
 
   /// Clears away the old file.
-  /// @throws mgr_err::Error "file" that says that the change was made and may be lost
+  /// @throws mgr_err::Error "doubt": the change was made and may be lost on a power failure
   void Finish();
 
  private:

@@ -20,7 +20,7 @@ std::int64_t Nanoseconds(const struct timespec& time) noexcept {
 // Steps of the clocks that file systems take their times from are 10 ms at most.
 constexpr std::int64_t kClockStep = 20'000'000;
 // Who writes in place pauses less than this within one edit, as a rule; used where the system can't
-// tell whether anybody writes.
+// tell whether anybody writes, and for a file that is empty.
 constexpr std::int64_t kPauseOfWriters = 100'000'000;
 
 // Nanoseconds since the last change; large when a clock has been set back since.
@@ -31,8 +31,18 @@ std::int64_t Age(const ConfStamp& stamp) noexcept {
   return age >= 0 ? age : std::numeric_limits<std::int64_t>::max();
 }
 
+const char* KindOf(const struct stat& info) {
+  if (S_ISDIR(info.st_mode)) return "a directory";
+  if (S_ISFIFO(info.st_mode)) return "a FIFO";
+  if (S_ISSOCK(info.st_mode)) return "a socket";
+  return "a device";
+}
+
 void RequireRegular(const struct stat& info, const std::string& path) {
-  if (!S_ISREG(info.st_mode)) throw mgr_err::Error("file", path, "not a regular file");
+  if (S_ISREG(info.st_mode)) return;
+  throw mgr_err::Error("file", path,
+                       std::string("not a regular file but ") + KindOf(info) +
+                           "; put the file there or set another path");
 }
 
 }  // namespace
@@ -129,7 +139,9 @@ ConfContent ReadAt(int directory, const std::string& name, const std::string& pa
   if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>(), true};
   const WriterWatch::State writers = WriterWatch(file.get()).state();
   const ConfStamp stamp = ConfStamp::Of(info);
-  const bool may_go_on = writers == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
+  // Who writes in place by several openings leaves it empty in between.
+  const bool may_go_on =
+      (writers == WriterWatch::State::kUnknown || stamp.size == 0) && Age(stamp) < kPauseOfWriters;
   if (writers == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
   return ReadContent(file.get(), path);
 }

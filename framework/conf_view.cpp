@@ -4,6 +4,7 @@
 
 #include "framework/conf_defer.h"
 #include "framework/conf_line.h"
+#include "framework/doubts.h"
 #include "framework/line_undo.h"
 #include "framework/random_hex.h"
 #include "framework/rehearsal.h"
@@ -21,6 +22,18 @@ ConfFile::Journal Journalled(const std::string& file, const std::string& words) 
     entry->Write({line_undo::ToStep(change.Trace(document), file, words, key)}, false);
   };
   return {note, entry};
+}
+
+// A change that was made is no reason for a request to take back everything else, even when it may
+// not outlive a power failure: that is told at the request's end.
+void SaveOrDoubt(const std::shared_ptr<ConfFile>& file,
+                 const std::shared_ptr<ConfFile::Waiting>& waiting) {
+  try {
+    DeferSaves::SaveOrNote(file, waiting);
+  } catch (const mgr_err::Error& error) {
+    if (error.type() != "doubt" || Request::Current() == nullptr) throw;
+    doubts::Note(error.object() + " " + error.value());
+  }
 }
 
 }  // namespace
@@ -134,10 +147,10 @@ dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
   // doubt.
   if (Request* request = Request::Current(); request != nullptr) {
     request->OnRollback(words, [file = file_, waiting] {
-      if (const auto reverse = file->ApplyReverse(*waiting)) DeferSaves::SaveOrNote(file, reverse);
+      if (const auto reverse = file->ApplyReverse(*waiting)) SaveOrDoubt(file, reverse);
     });
   }
-  if (durable) DeferSaves::SaveOrNote(file_, waiting);
+  if (durable) SaveOrDoubt(file_, waiting);
   const ConfFile::Reading reading = file_->Read();
   Follow(reading.document);
   if (waiting->change.Document().lock() != document_) return {};

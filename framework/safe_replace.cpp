@@ -11,6 +11,7 @@
 #include <climits>
 #include <csignal>
 #include <ctime>
+#include <system_error>
 
 #include "framework/file_metadata.h"
 #include "mgr_err.h"
@@ -106,7 +107,9 @@ Target Target::Resolve(const std::string& path) {
   target.name = target.path.substr(target.path.rfind('/') + 1);
   target.directory =
       sys::FileDescriptor(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
-  if (!target.directory) sys::Fail("open", folder);
+  if (!target.directory) {
+    sys::Fail("open", folder, path == target.path ? "" : path + " is a link that leads there");
+  }
   RequireGuarded(target.directory.get(), folder);
   return target;
 }
@@ -249,9 +252,12 @@ void Sweep(const Target& target, Replacement::Slot slot) {
 }
 
 void SyncDirectory(const Target& target) {
-  if (sys::FSync(target.directory.get()) == 0) return;
-  sys::Fail("fsync", FolderOf(target.path),
-            target.path + " was changed, but the change may be lost on a power failure");
+  // A file system that can't sync directories (EINVAL) has nothing to sync.
+  if (sys::FSync(target.directory.get()) == 0 || errno == EINVAL) return;
+  const std::string reason = std::generic_category().message(errno);
+  throw mgr_err::Error("doubt", target.path,
+                       "was changed, but the change may be lost on a power failure: fsync of " +
+                           FolderOf(target.path) + ": " + reason);
 }
 
 }  // namespace safe_replace

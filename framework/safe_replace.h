@@ -93,8 +93,8 @@ BRISQ_API std::string KeepAside(const Target& target, Replacement::Slot slot);
 /// @throws mgr_err::Error "file"
 BRISQ_API void Sweep(const Target& target, Replacement::Slot slot);
 
-/// Makes the directory's names durable.
-/// @throws mgr_err::Error "file" that says that the change was made and may be lost
+/// Makes the directory's names durable; nothing to do on a file system that can't.
+/// @throws mgr_err::Error "doubt": the change was made and may be lost on a power failure
 BRISQ_API void SyncDirectory(const Target& target);
 
 }  // namespace safe_replace

@@ -52,6 +52,8 @@ const char* Remedy(int error) {
       return " (the disk is full)";
     case EDQUOT:
       return " (the disk quota is used up)";
+    case EFBIG:
+      return " (larger than this process may write; ulimit -f shows the limit)";
     case EROFS:
       return " (mount it writable)";
     default:

@@ -14,7 +14,7 @@ namespace mgr_err {
 /// Types in use: "value" (input that a rule forbids), "usage" (a command that can't be read),
 /// "config" (the configuration file), "missed" (nothing has this name), "exists", "locked",
 /// "limit", "file" (the system refused a file operation), "email" (the mail server's side failed),
-/// "db", "plugin", "later" (may work when tried again) and "internal".
+/// "db", "plugin", "later" (try again), "doubt" (done, but may be lost) and "internal".
 ///
 /// The text of what() is made once from the three parts, as "TYPE: OBJECT: VALUE" with empty parts
 /// left out. A secret must never be given as a part: the text goes to logs and terminals.

@@ -61,7 +61,8 @@ TEST_F(ConfCacheTest, WhatIsNoFileIsRefused) {
   ASSERT_EQ(::mkfifo((folder_ / "fifo").c_str(), 0600), 0);
   for (const char* name : {"folder", "fifo"}) {
     const std::string path = folder_ / name;
-    EXPECT_EQ(ErrorOf([&] { Config(path, true); }), "file: " + path + ": not a regular file");
+    EXPECT_NE(ErrorOf([&] { Config(path, true); }).find(path + ": not a regular file"),
+              std::string::npos);
   }
 }
 

@@ -7,14 +7,17 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "framework/conf_lock.h"
 #include "tests/support/sys_fault.h"
 #include "tests/unit/framework/conf_fixture.h"
 
@@ -302,7 +305,79 @@ TEST_F(ConfFileTest, AFirstReadingWaitsForAnEditInProgress) {
   Write("");
   SetConfWaitLimit(std::chrono::milliseconds(20));
   const sys::FileDescriptor editor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
-  EXPECT_EQ(ErrorOf([this] { Open(); }), "locked: " + path_ + ": somebody is writing into it");
+  EXPECT_EQ(ErrorOf([this] { Open(); }),
+            "locked: " + path_ + ": is being edited: " + DescribeProcess(::getpid()) +
+                " has it open for writing; try again when that has ended");
+}
+
+// Who writes in place by several openings leaves the file empty for a moment.
+TEST_F(ConfFileTest, AFileThatIsEmptyForAMomentIsNotTaken) {
+  using Clock = std::chrono::steady_clock;
+  Write(Line("a") + "\n");
+  const auto users = Open();
+  // On a machine that is slow at this moment the file may rest for too long: then once more.
+  for (int tries = 0; tries < 100; ++tries) {
+    Write(Line("a") + "\n" + Line("b") + "\n");
+    ASSERT_EQ(Names(users).size(), 2U);
+    const auto begin = Clock::now();
+    Write("");
+    const std::size_t seen = Names(users).size();
+    if (Clock::now() - begin > std::chrono::milliseconds(80)) continue;
+    EXPECT_EQ(seen, 2U);
+    Write(Line("a") + "\n");
+    EXPECT_EQ(Names(users), std::vector<std::string>{"a"});
+    return;
+  }
+  FAIL() << "never quick enough to see it";
+}
+
+TEST_F(ConfFileTest, AFileThatStaysEmptyIsTaken) {
+  Write(Line("a") + "\n");
+  const auto users = Open();
+  Write("");
+  // What is waited for is the file's age itself.
+  std::this_thread::sleep_for(std::chrono::milliseconds(120));
+  EXPECT_EQ(Names(users), std::vector<std::string>{});
+}
+
+/// Makes the file what it was, with its time, as `cp -p` does with a backup.
+void Restore(const std::string& path, const std::string& content, const struct stat& info) {
+  const sys::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+  ASSERT_EQ(::write(file.get(), content.data(), content.size()),
+            static_cast<ssize_t>(content.size()));
+  const struct timespec times[2] = {info.st_atim, info.st_mtim};
+  ASSERT_EQ(::futimens(file.get(), times), 0);
+}
+
+TEST_F(ConfFileTest, ARestoredBackupOfEqualSizeIsSomebodysEdit) {
+  const std::string backup = Line("a", "old") + "\n" + Line("b", "old") + "\n";
+  Write(backup);
+  struct stat info {};
+  ASSERT_EQ(::stat(path_.c_str(), &info), 0);
+  const auto users = Open();
+  SetPassword(users, "a", "new");
+  Restore(path_, backup, info);
+  users->Assert("a");
+  EXPECT_EQ(users->passwd.Str(), "old");
+  SetPassword(users, "b", "new");
+  EXPECT_EQ(Content(), Line("a", "old") + "\n" + Line("b", "new") + "\n");
+}
+
+// Between our look and our exchange, with size and time of modification as they were.
+TEST_F(ConfFileTest, AnEditThatSetsItsTimeBackWhileWeSaveIsKept) {
+  Write(Line("a", "old") + "\n" + Line("b", "old") + "\n");
+  const auto users = Open();
+  struct stat info {};
+  ASSERT_EQ(::stat(path_.c_str(), &info), 0);
+  support::SysFault calls;
+  bool done = false;
+  calls.OnCall([&](std::string_view call, std::size_t) {
+    if (call != "futimens" || std::exchange(done, true)) return;
+    Restore(path_, Line("a", "old") + "\n" + Line("b", "OLD") + "\n", info);
+  });
+  SetPassword(users, "a", "new");
+  EXPECT_TRUE(done);
+  EXPECT_EQ(Content(), Line("a", "new") + "\n" + Line("b", "OLD") + "\n");
 }
 
 TEST_F(ConfFileTest, ManyChangesOfOneLineDoNotFillTheMemory) {

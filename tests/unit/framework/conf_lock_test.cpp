@@ -36,7 +36,7 @@ TEST_F(ConfLockTest, ExcludesOtherThreadsAndNamesTheHolder) {
   std::string error;
   std::thread([&] { error = ErrorOf([&] { const ConfLock other(target); }); }).join();
   EXPECT_EQ(error, "locked: " + path_ + ": busy: " + DescribeProcess(::getpid()) +
-                       " holds the lock; waited 0 s");
+                       " holds the lock for 0 s; unchanged");
 }
 
 TEST_F(ConfLockTest, IsFreeAgainAtTheEndOfItsLife) {

@@ -56,7 +56,7 @@ TEST_F(ConfStampTest, ARenamingIsNoChangeOfContent) {
 }
 
 TEST_F(ConfStampTest, ReadsTheWholeFileWithItsStamp) {
-  for (const std::size_t size : {0UL, 1UL, 4096UL, 100000UL}) {
+  for (const std::size_t size : {1UL, 4096UL, 100000UL}) {
     SCOPED_TRACE(size);
     folder_.Write("file", std::string(size, 'x'));
     const ConfContent content = Read();
@@ -65,6 +65,15 @@ TEST_F(ConfStampTest, ReadsTheWholeFileWithItsStamp) {
     EXPECT_EQ(content.stamp, StampAt(path_));
     EXPECT_FALSE(content.settled) << "it was changed a moment ago";
   }
+}
+
+TEST_F(ConfStampTest, AnEmptyFileCountsOnceItHasRested) {
+  folder_.Write("file", "");
+  // What is waited for is the file's age itself.
+  std::this_thread::sleep_for(std::chrono::milliseconds(120));
+  const ConfContent content = Read();
+  ASSERT_TRUE(content.bytes);
+  EXPECT_EQ(content.bytes->size(), 0U);
 }
 
 TEST_F(ConfStampTest, AFileThatHasRestedIsSettled) {
@@ -84,9 +93,15 @@ TEST_F(ConfStampTest, AMissingFileIsEmpty) {
 TEST_F(ConfStampTest, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
   ASSERT_EQ(::mkfifo((folder_ / "fifo").c_str(), 0600), 0);
   folder_.MakeFolder("folder");
-  for (const std::string& path : {folder_ / "fifo", folder_ / "folder", std::string("/dev/null")}) {
-    EXPECT_EQ(ErrorOf([&] { ReadAt(AT_FDCWD, path, path); }),
-              "file: " + path + ": not a regular file");
+  const struct {
+    std::string path;
+    const char* kind;
+  } cases[] = {
+      {folder_ / "fifo", "a FIFO"}, {folder_ / "folder", "a directory"}, {"/dev/null", "a device"}};
+  for (const auto& item : cases) {
+    EXPECT_EQ(ErrorOf([&] { ReadAt(AT_FDCWD, item.path, item.path); }),
+              "file: " + item.path + ": not a regular file but " + item.kind +
+                  "; put the file there or set another path");
   }
 }
 
