@@ -20,7 +20,7 @@ std::int64_t Nanoseconds(const struct timespec& time) noexcept {
 // Steps of the clocks that file systems take their times from are 10 ms at most.
 constexpr std::int64_t kClockStep = 20'000'000;
 // Who writes in place pauses less than this within one edit, as a rule; used where the system can't
-// tell whether anybody writes, and for a file that is empty.
+// tell whether anybody writes.
 constexpr std::int64_t kPauseOfWriters = 100'000'000;
 
 // Nanoseconds since the last change; large when a clock has been set back since.
@@ -139,9 +139,7 @@ ConfContent ReadAt(int directory, const std::string& name, const std::string& pa
   if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>(), true};
   const WriterWatch::State writers = WriterWatch(file.get()).state();
   const ConfStamp stamp = ConfStamp::Of(info);
-  // Who writes in place by several openings leaves it empty in between.
-  const bool may_go_on =
-      (writers == WriterWatch::State::kUnknown || stamp.size == 0) && Age(stamp) < kPauseOfWriters;
+  const bool may_go_on = writers == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
   if (writers == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
   return ReadContent(file.get(), path);
 }

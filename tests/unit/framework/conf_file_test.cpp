@@ -310,36 +310,6 @@ TEST_F(ConfFileTest, AFirstReadingWaitsForAnEditInProgress) {
                 " has it open for writing; try again when that has ended");
 }
 
-// Who writes in place by several openings leaves the file empty for a moment.
-TEST_F(ConfFileTest, AFileThatIsEmptyForAMomentIsNotTaken) {
-  using Clock = std::chrono::steady_clock;
-  Write(Line("a") + "\n");
-  const auto users = Open();
-  // On a machine that is slow at this moment the file may rest for too long: then once more.
-  for (int tries = 0; tries < 100; ++tries) {
-    Write(Line("a") + "\n" + Line("b") + "\n");
-    ASSERT_EQ(Names(users).size(), 2U);
-    const auto begin = Clock::now();
-    Write("");
-    const std::size_t seen = Names(users).size();
-    if (Clock::now() - begin > std::chrono::milliseconds(80)) continue;
-    EXPECT_EQ(seen, 2U);
-    Write(Line("a") + "\n");
-    EXPECT_EQ(Names(users), std::vector<std::string>{"a"});
-    return;
-  }
-  FAIL() << "never quick enough to see it";
-}
-
-TEST_F(ConfFileTest, AFileThatStaysEmptyIsTaken) {
-  Write(Line("a") + "\n");
-  const auto users = Open();
-  Write("");
-  // What is waited for is the file's age itself.
-  std::this_thread::sleep_for(std::chrono::milliseconds(120));
-  EXPECT_EQ(Names(users), std::vector<std::string>{});
-}
-
 /// Makes the file what it was, with its time, as `cp -p` does with a backup.
 void Restore(const std::string& path, const std::string& content, const struct stat& info) {
   const sys::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
