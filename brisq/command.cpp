@@ -17,9 +17,10 @@ std::vector<std::string> Arguments::List(const std::string& name) const {
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
-    for (const auto& group : {OwnerCommands(), DomainCommands(), MailboxCommands(),
-                              RefreshCommands(), PasswdFileCommands(), SyncCommands(),
-                              TlsCommands(), ReloadCommands(), ActionCommands(), ServeCommands()})
+    for (const auto& group :
+         {OwnerCommands(), DomainCommands(), MailboxCommands(), RefreshCommands(),
+          PasswdFileCommands(), CheckCommands(), SyncCommands(), TlsCommands(), ReloadCommands(),
+          ActionCommands(), ServeCommands()})
       all.insert(all.end(), group.begin(), group.end());
     for (Command& command : all)
       if (command.changes) command.options.push_back(kDryRun);

@@ -12,6 +12,7 @@ std::vector<Command> DomainCommands();
 std::vector<Command> MailboxCommands();
 std::vector<Command> RefreshCommands();
 std::vector<Command> PasswdFileCommands();
+std::vector<Command> CheckCommands();
 std::vector<Command> SyncCommands();
 std::vector<Command> TlsCommands();
 std::vector<Command> ReloadCommands();

@@ -4,12 +4,12 @@
 #include <ostream>
 
 #include "brisq/command_line.h"
+#include "brisq/dry_run.h"
 #include "brisq/exit_codes.h"
 #include "brisq/output.h"
 #include "framework/config_file.h"
 #include "framework/doubts.h"
 #include "framework/modules.h"
-#include "framework/rehearsal.h"
 #include "panel/instance.h"
 
 namespace brisq {
@@ -27,14 +27,6 @@ bool WarnOfDoubts(Output& output) {
   return !texts.empty();
 }
 
-void RunDry(const Command& command, Call& call) {
-  call.output.BeginDryRun();
-  const Rehearsal rehearsal;
-  command.run(call);
-  for (const std::string& effect : rehearsal.effects()) call.output.WouldHappen(effect);
-  call.output.Say("nothing was changed");
-}
-
 // For a command that failed: what it took back may be in doubt as well.
 void TellDoubts(const Console& console) {
   for (const std::string& text : doubts::Take())
@@ -48,8 +40,8 @@ int Run(const CommandLine& line, const Console& console) {
   WarnOfPlugins(instance, output);
   for (const std::string& words : instance.recovered()) output.Warn(words);
   Call call{line.arguments, output, console, settings.file};
-  if (line.arguments.Has(kDryRun.name)) {
-    RunDry(*line.command, call);
+  if (line.command->changes && line.arguments.Has(kDryRun.name)) {
+    RunDry(call, [&] { line.command->run(call); });
   } else {
     line.command->run(call);
     if (!line.command->reads)

@@ -96,7 +96,8 @@ std::string EmailTable::Schema() const {
          "owner INTEGER NOT NULL REFERENCES owners (id), password TEXT NOT NULL,"
          "pwupdate TEXT NOT NULL, home TEXT NOT NULL, quota TEXT NOT NULL, used INTEGER NOT NULL,"
          "active TEXT NOT NULL, tag INTEGER NOT NULL, UNIQUE (domain, name));"
-         "CREATE INDEX IF NOT EXISTS mailboxes_of_owner ON mailboxes (owner)";
+         "CREATE INDEX IF NOT EXISTS mailboxes_of_owner ON mailboxes (owner);"
+         "CREATE INDEX IF NOT EXISTS mailboxes_of_home ON mailboxes (home)";
 }
 
 namespace {

@@ -21,6 +21,7 @@
 #include "mgr_file.h"
 #include "panel/email_module.h"
 #include "panel/email_reload.h"
+#include "panel/instance_places.h"
 #include "panel/numeric_settings.h"
 #include "panel/passwd_file_edit.h"
 #include "panel/path_key.h"
@@ -155,6 +156,7 @@ struct Instance::State {
     ConfigureLog(settings);
     RefreshLock::SetFolder(settings.state);
     PasswdFileEdit::SetFolder(settings.state);
+    SetInstancePlaces({settings.state, settings.database, settings.log_directory});
     mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"), SealedTextsAreKept);
     database = std::make_unique<OpenedDatabase>(settings.database);
     journal::SetFolder(mgr_file::ConcatPath(settings.state, "journal"));

@@ -4,6 +4,7 @@
 #include "mgr_cf.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/homes.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -41,6 +42,7 @@ void Move(const Mailbox& mailbox, const std::string& home, Request& request) {
   CheckHomeBelow(home, email::GetEmailOwner(mailbox)->home);
   const std::string old = mailbox->home;
   if (home != old) {
+    CheckHomeIsFree(home, mailbox->id);
     request.AddNote("the mail of " + email::GetEmailName(mailbox) + " stays in " + old);
     mailbox->home = home;
   }

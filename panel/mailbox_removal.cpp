@@ -3,6 +3,7 @@
 #include "email.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/homes.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -51,6 +52,7 @@ Mailbox InsertRow(const MailboxArchive& archive, const Address& address) {
   mailbox->domain = static_cast<int>(domain->id);
   mailbox->owner = static_cast<int>(owner->id);
   mailbox->home = HomeOf(archive, address, owner->home);
+  CheckHomeIsFree(mailbox->home, 0);
   mailbox->quota = std::string(archive.quota);
   mailbox->used = static_cast<int>(archive.used);
   mailbox->active = static_cast<bool>(archive.active);

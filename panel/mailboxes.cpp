@@ -3,6 +3,7 @@
 #include "framework/database.h"
 #include "mgr_cf.h"
 #include "panel/email_module.h"
+#include "panel/homes.h"
 #include "panel/mail_line.h"
 #include "panel/names.h"
 #include "panel/records.h"
@@ -76,6 +77,7 @@ Mailbox InsertRow(const Plan& plan, const std::string& password) {
   if (email->DbFind({{"domain", plan.domain->id.AsString()}, {"name", plan.address.local}})) {
     throw mgr_err::Error("exists", "mailbox", plan.address.Full());
   }
+  CheckHomeIsFree(plan.home, 0);
   email->New();
   email->name = plan.address.local;
   email->domain = static_cast<int>(plan.domain->id);

@@ -29,10 +29,10 @@ struct BRISQ_API NewMailbox {
 
 /// Adds an active mailbox, owned by its domain's owner: the row, the mail back-end's part, and the
 /// password, which a registered password back-end keeps, else the table, sealed.
-/// @throws mgr_err::Error "value" from the rules of names.h; "missed" with object "domain";
-/// "limit" for a domain that is switched off; "exists" with object "mailbox", also when the mail
-/// server has one of this name already; "plugin" when no mail back-end is at work; whatever the
-/// back-ends throw
+/// @throws mgr_err::Error "value" from the rules of names.h and homes.h; "missed" with object
+/// "domain"; "limit" for a domain that is switched off; "exists" with object "mailbox", also when
+/// the mail server has one of this name already; "plugin" when no mail back-end is at work;
+/// whatever the back-ends throw
 BRISQ_API MailboxInfo AddMailbox(const NewMailbox& mailbox);
 
 /// Home of a mailbox for which none was given.

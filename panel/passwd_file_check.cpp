@@ -233,7 +233,7 @@ std::vector<Finding> CheckPasswdFile() {
       findings.push_back({"PASSWD-MISSING", Severity::kError, path,
                           "does not exist, so nobody can log in; active mailboxes: " +
                               std::to_string(active.size()),
-                          "put it back from a backup"});
+                          "brisq sync, or put it back from a backup"});
     }
     return findings;
   }

@@ -228,7 +228,7 @@ std::vector<Finding> ComparePasswdNames(const std::string& path, std::string_vie
     if (off.count(name) != 0) {
       findings.push_back({"PASSWD-INACTIVE", Severity::kError, At(path, line),
                           "mailbox " + name + " is switched off, but its line lets its user in",
-                          "remove the line, or brisq mailbox set " + name + " --active on"});
+                          "brisq sync, or brisq mailbox set " + name + " --active on"});
     } else if (on.count(name) == 0) {
       findings.push_back({"PASSWD-STRANGER", Severity::kWarning, At(path, line),
                           name + " is no mailbox of the panel",
@@ -239,7 +239,7 @@ std::vector<Finding> ComparePasswdNames(const std::string& path, std::string_vie
     if (document.FindRecord(address, kColumns) != ConfDocument::kNone) continue;
     findings.push_back({"PASSWD-NO-LINE", Severity::kError, address,
                         "the mailbox has no line in " + path + ", so nobody can log in",
-                        "put the line back, or brisq mailbox delete " + address});
+                        "brisq sync, or brisq mailbox delete " + address});
   }
   return findings;
 }

@@ -125,13 +125,13 @@ TEST(PasswdLines, NamesAreComparedBothWays) {
       ElementsAre(
           "PASSWD-INACTIVE error /users, line 2: mailbox b@x is switched off, but its line lets "
           "its "
-          "user in (fix: remove the line, or brisq mailbox set b@x --active on)",
+          "user in (fix: brisq sync, or brisq mailbox set b@x --active on)",
           "PASSWD-STRANGER warning /users, line 3: c@x is no mailbox of the panel (fix: remove the "
           "line, or brisq mailbox add after removing it)",
           "PASSWD-NO-LINE error d@x: the mailbox has no line in /users, so nobody can log in (fix: "
-          "put the line back, or brisq mailbox delete d@x)",
+          "brisq sync, or brisq mailbox delete d@x)",
           "PASSWD-NO-LINE error e@x: the mailbox has no line in /users, so nobody can log in (fix: "
-          "put the line back, or brisq mailbox delete e@x)"));
+          "brisq sync, or brisq mailbox delete e@x)"));
 }
 
 }  // namespace

@@ -1,0 +1,199 @@
+#include "panel/check_homes.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <set>
+
+#include "email.h"
+#include "framework/user_dir.h"
+#include "mgr_err.h"
+#include "panel/home_job.h"
+#include "panel/mail_line.h"
+#include "panel/maildir.h"
+#include "panel/mend_jobs.h"
+#include "panel/records.h"
+
+namespace brisq_panel {
+
+namespace {
+
+using Owner = std::shared_ptr<brisq_db::User>;
+
+void CheckOwner(const Owner& owner, Drifts& drifts) {
+  const std::string home = owner->home;
+  const uid_t uid = owner->OwnerUid();
+  const gid_t gid = owner->OwnerGid();
+  struct stat state {};
+  if (::lstat(home.c_str(), &state) != 0) {
+    drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is missing",
+                 "brisq check --fix", [=] { new MakeHome(home, uid, gid); });
+  } else if (!S_ISDIR(state.st_mode)) {
+    drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is no directory",
+                 "put a directory there");
+  } else if (state.st_uid != uid && state.st_uid != 0) {
+    drifts.Error("OWNER-ACCESS", home,
+                 "belongs to uid " + std::to_string(state.st_uid) + " instead of " +
+                     std::to_string(uid) + ", so no mailbox can be made in it",
+                 "chown " + std::to_string(uid) + " " + home);
+  } else if ((state.st_mode & S_IWOTH) != 0) {
+    const mode_t mode = state.st_mode & 07775;
+    drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + home,
+                 [=] { new SetAccess(home, mode); });
+  }
+}
+
+// What stands in the way at a path that was refused.
+void AddRefusal(const mgr_err::Error& error, Drifts& drifts) {
+  struct stat state {};
+  const bool seen = ::lstat(error.object().c_str(), &state) == 0;
+  const char* code = seen && S_ISLNK(state.st_mode)   ? "MAILDIR-LINK"
+                     : seen && S_ISDIR(state.st_mode) ? "MAILDIR-OWNER"
+                                                      : "MAILDIR-KIND";
+  drifts.Error(code, error.object(), error.value(),
+               "see what it is and who made it; then remove it or chown it to the owner");
+}
+
+/// The checks of one mailbox.
+class MailboxChecks {
+ public:
+  MailboxChecks(const Owner& owner, std::string home, Drifts& drifts)
+      : owner_(owner), home_(std::move(home)), drifts_(drifts) {}
+
+  void CheckMaildir() {
+    try {
+      const mgr_file::safe::Folder maildir = MaildirOf(*owner_, home_);
+      if (user_dir::CheckMakePath(maildir)) {
+        return AddMissing(maildir.path());
+      }
+      CheckFolder(maildir);
+      for (const char* name : kMaildirFolders) {
+        CheckPart(maildir, name);
+      }
+    } catch (const mgr_err::Error& error) {
+      AddRefusal(error, drifts_);
+    }
+  }
+
+ private:
+  void AddMissing(const std::string& path) {
+    drifts_.Error("MAILDIR-MISSING", path, "is missing", "brisq check --fix",
+                  [owner = owner_, home = home_] { MakeMaildir(owner, home); });
+  }
+
+  void CheckPart(const mgr_file::safe::Folder& maildir, const char* name) {
+    const mgr_file::safe::Folder part(maildir.root(), mgr_file::ConcatPath(maildir.path(), name),
+                                      maildir.uid(), maildir.gid());
+    try {
+      if (user_dir::CheckMakePath(part)) {
+        return AddMissing(part.path());
+      }
+      CheckFolder(part);
+    } catch (const mgr_err::Error& error) {
+      AddRefusal(error, drifts_);
+    }
+  }
+
+  void CheckFolder(const mgr_file::safe::Folder& folder) {
+    const Descriptor fd = user_dir::Open(folder);
+    struct stat state {};
+    ::fstat(fd.get(), &state);
+    const bool open = (state.st_mode & S_IRWXO) != 0;
+    if (!open && (state.st_mode & S_IRWXU) == S_IRWXU) {
+      return;
+    }
+    const mode_t mode = (state.st_mode & 07770) | S_IRWXU;
+    drifts_.Warning("MAILDIR-MODE", folder.path(),
+                    open ? "everybody may enter it" : "its owner may not use it",
+                    "chmod u+rwx,o= " + folder.path(), [=] { new SetFolderMode(folder, mode); });
+  }
+
+  const Owner owner_;
+  const std::string home_;
+  Drifts& drifts_;
+};
+
+bool LiesIn(const std::string& inner, const std::string& outer) {
+  return inner == outer || inner.starts_with(outer + "/");
+}
+
+struct Home {
+  std::string path;
+  std::string address;
+
+  // "/" before every other character, so that what lies in a home follows it.
+  bool operator<(const Home& other) const {
+    const auto before = [](char left, char right) {
+      return left != right && (left == '/' || (right != '/' && left < right));
+    };
+    if (path == other.path) {
+      return address < other.address;
+    }
+    return std::lexicographical_compare(path.begin(), path.end(), other.path.begin(),
+                                        other.path.end(), before);
+  }
+};
+
+// Tells the addresses whose homes are shared.
+std::set<std::string> CheckShared(const std::set<Home>& homes, Drifts& drifts) {
+  std::set<std::string> shared;
+  const Home* outer = nullptr;
+  for (const Home& home : homes) {
+    if (outer != nullptr && LiesIn(home.path, outer->path)) {
+      const bool same = home.path == outer->path;
+      drifts.Error("HOME-SHARED", home.address,
+                   (same ? "has the home of " : "has its home in that of ") + outer->address,
+                   "brisq mailbox set " + home.address + " --home DIR, and move its mail there");
+      shared.insert(home.address);
+    } else {
+      outer = &home;
+    }
+  }
+  return shared;
+}
+
+template <class Work>
+void ForEachMailbox(const Work& work) {
+  const Mailbox mailbox = Table<brisq_db::EmailTable>();
+  for (mailbox->DbSelect(); !mailbox->Eof(); mailbox->Next()) {
+    // A refresh fills a home that is empty.
+    if (!std::string(mailbox->home).empty()) {
+      work(mailbox, email::GetEmailName(mailbox));
+    }
+  }
+}
+
+void CheckMailbox(const Mailbox& mailbox, const std::string& address, Drifts& drifts) {
+  const Owner owner = email::GetEmailOwner(mailbox);
+  const std::string home = mailbox->home;
+  if (!LiesIn(home, owner->home)) {
+    drifts.Error("HOME-OUTSIDE", address,
+                 "has its home " + home + " outside of its owner's, " + std::string(owner->home),
+                 "brisq mailbox set " + address + " --home DIR");
+  } else if (mailbox->active && mgr_file::Exists(owner->home)) {
+    MailboxChecks(owner, home, drifts).CheckMaildir();
+  }
+}
+
+}  // namespace
+
+void CheckHomes(Drifts& drifts) {
+  const Owner owner = Table<brisq_db::User>();
+  for (owner->DbSelect({}, "name"); !owner->Eof(); owner->Next()) {
+    CheckOwner(FindOwner(owner->name), drifts);
+  }
+  std::set<Home> homes;
+  ForEachMailbox([&](const Mailbox& mailbox, const std::string& address) {
+    homes.insert({mailbox->home, address});
+  });
+  const std::set<std::string> shared = CheckShared(homes, drifts);
+  ForEachMailbox([&](const Mailbox& mailbox, const std::string& address) {
+    // Nothing is made in a home that is about to become another one.
+    if (shared.count(address) == 0) {
+      CheckMailbox(mailbox, address, drifts);
+    }
+  });
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,23 @@
+#include "panel/check_journal.h"
+
+#include "framework/journal.h"
+
+namespace brisq_panel {
+
+void CheckJournal(Drifts& drifts) {
+  if (journal::Folder().empty()) {
+    return;
+  }
+  for (const journal::OpenEntry& entry : journal::OpenEntries()) {
+    if (entry.alive) {
+      continue;
+    }
+    const std::string steps = entry.steps.empty() ? "" : "; its last step: " + entry.steps.back();
+    drifts.Error("JOURNAL-OPEN", journal::Folder() + "/" + entry.id,
+                 entry.request + " of " + entry.who + " at " + entry.started +
+                     " was killed and is not taken back yet" + steps,
+                 "end what the log \"brisq\" names, then brisq check again");
+  }
+}
+
+}  // namespace brisq_panel

@@ -1,0 +1,133 @@
+#include "panel/check_tls.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+
+#include "brisq_api.h"
+#include "email.h"
+#include "framework/modules.h"
+#include "mgr_cf.h"
+#include "mgr_file.h"
+#include "panel/certificate_cleanup.h"
+#include "panel/domains.h"
+#include "panel/email_module.h"
+#include "panel/mend_jobs.h"
+#include "panel/tls_state.h"
+
+namespace brisq_panel {
+
+namespace {
+
+// Links and snippet anew, as setting the certificate makes them.
+std::function<void()> SetAnew(const DomainInfo& domain) {
+  return [=] { MailBackend().SetSSLCertForDomain(domain.name, domain.cert, domain.key); };
+}
+
+std::string Command(const DomainInfo& domain) {
+  return "brisq tls set " + domain.name + " --cert " + domain.cert + " --key " + domain.key;
+}
+
+bool IsThere(const std::string& path) {
+  struct stat state {};
+  return ::lstat(path.c_str(), &state) == 0;
+}
+
+// False when setting the certificate anew would make Dovecot fail.
+bool CheckFiles(const DomainInfo& domain, Drifts& drifts) {
+  bool all = true;
+  for (const std::string& file : {domain.cert, domain.key}) {
+    if (mgr_file::Info(file, 2).IsMissed()) {
+      drifts.Error("TLS-FILE", domain.name, file + " is missing",
+                   "put it back, or brisq tls unset " + domain.name);
+      all = false;
+    }
+  }
+  return all;
+}
+
+void CheckDomain(const DomainInfo& domain, Drifts& drifts) {
+  bool mendable = CheckFiles(domain, drifts);
+  const TlsPlaces places = PlacesOf(domain.name);
+  std::vector<std::string> texts = PlaceFindings(domain.name, domain.cert, domain.key);
+  // What was edited by hand is first, as nothing may be written over it.
+  std::reverse(texts.begin(), texts.end());
+  for (const std::string& text : texts) {
+    const std::string object = text.substr(0, text.find(' '));
+    const std::string what = text.substr(object.size() + 1);
+    if (object == places.snippet && IsThere(object)) {
+      drifts.Warning("TLS-EDITED", object, what, Command(domain) + ", to have it written anew");
+      mendable = false;
+      continue;
+    }
+    drifts.Error(object == places.snippet ? "TLS-SNIPPET" : "TLS-LINK", object, what,
+                 Command(domain), mendable ? SetAnew(domain) : nullptr);
+  }
+}
+
+void CheckAccess(const std::string& snippet, Drifts& drifts) {
+  struct stat state {};
+  if (::lstat(snippet.c_str(), &state) != 0 || !S_ISREG(state.st_mode)) {
+    return;
+  }
+  const bool foreign = state.st_uid != 0 && state.st_uid != ::geteuid();
+  if (!foreign && (state.st_mode & (S_IWGRP | S_IWOTH)) == 0) {
+    return;
+  }
+  drifts.Error("TLS-ACCESS", snippet, "others than root may change it",
+               "chown root " + snippet + " && chmod 0600 " + snippet,
+               [=] { new SetAccess(snippet, 0600, ::geteuid()); });
+}
+
+std::function<void()> Prune() {
+  if (brisq_api::FindAction(kCheckAction) == nullptr) {
+    return {};
+  }
+  return [] {
+    brisq_api::InternalCall(kCheckAction, "");
+    if (brisq_api::FindAction(kReloadAction) != nullptr) {
+      new mgr_job::CallOnCommit(kReloadAction, "hard=on");
+    }
+  };
+}
+
+void CheckSnippets(const std::set<std::string>& known, Drifts& drifts) {
+  for (mgr_file::Dir folder(SnippetFolder()); folder.Read();) {
+    if (!folder.HasExt(".conf")) {
+      continue;
+    }
+    const std::string snippet = folder.FullName();
+    CheckAccess(snippet, drifts);
+    if (known.count(snippet) != 0) {
+      continue;  // what is wrong with it was found with its domain
+    }
+    const std::string missing = MissingFileOf(snippet);
+    if (!missing.empty()) {
+      drifts.Error("TLS-DANGLING", snippet,
+                   "names " + missing + ", which is missing: Dovecot would not come up",
+                   "brisq tls prune", Prune());
+    } else {
+      drifts.Warning("TLS-STRANGER", snippet, "belongs to no domain that has a certificate",
+                     "remove it, or brisq tls set for its domain");
+    }
+  }
+}
+
+}  // namespace
+
+void CheckTls(Drifts& drifts) {
+  std::set<std::string> snippets;
+  for (const DomainInfo& domain : ListDomains()) {
+    if (!domain.cert.empty()) {
+      snippets.insert(PlacesOf(domain.name).snippet);
+      CheckDomain(domain, drifts);
+    }
+  }
+  if (!mgr_cf::GetPath("dovecot-certconf").empty()) {
+    CheckSnippets(snippets, drifts);
+  }
+}
+
+}  // namespace brisq_panel

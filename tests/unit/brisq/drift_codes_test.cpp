@@ -1,0 +1,250 @@
+// Every code of docs/operate/checks.md: a drift is planted, found, mended or left, by the built
+// program.
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <regex>
+#include <set>
+
+#include "tests/unit/brisq/instance_fixture.h"
+
+namespace brisq {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+enum class Then { kMended, kLeft };
+
+struct Plant {
+  const char* name;
+  const char* code;
+  const char* script;  // for the shell, in the instance's folder; SQL stands for its database
+  Then then;
+};
+
+constexpr Then kMended = Then::kMended;
+constexpr Then kLeft = Then::kLeft;
+
+const Plant kPlants[] = {
+    {"a file that is gone", "PASSWD-MISSING", "rm passwd", kLeft},
+    {"a link to nothing", "PASSWD-DANGLING", "rm passwd; ln -s gone passwd", kLeft},
+    {"a file that root alone reads", "PASSWD-UNREADABLE", "chgrp root passwd", kMended},
+    {"a file that everybody writes", "PASSWD-WRITABLE", "chmod 666 passwd", kMended},
+    {"a file that everybody reads", "PASSWD-READABLE", "chmod 644 passwd", kMended},
+    {"a file of another user", "PASSWD-OWNER", "chown 5000 passwd", kMended},
+    {"a line with few columns", "PASSWD-SHORT", "echo 'x@y.org:h' >>passwd", kLeft},
+    {"a line twice", "PASSWD-DUPLICATE", "cat passwd passwd >p && cat p >passwd && rm p", kLeft},
+    {"a line without a mailbox", "PASSWD-STRANGER", "echo 'x@y.org:{X}h:1:1::/h:::m' >>passwd",
+     kLeft},
+    {"a line that was lost", "PASSWD-NO-LINE", "sed -i /^al@/d passwd", kLeft},
+    {"a line of one who is off", "PASSWD-INACTIVE",
+     "SQL \"UPDATE mailboxes SET active = 'off' WHERE name = 'al'\"", kLeft},
+    {"a line without a hash", "PASSWD-NO-HASH", "sed -i 's/{CRAM-MD5}hash//' passwd", kLeft},
+    {"a scheme without a hash", "PASSWD-OPEN", "sed -i 's/}hash/}/' passwd", kLeft},
+    {"the uid 0", "PASSWD-ROOT", "sed -i 's/:5000:5000:/:0:5000:/' passwd", kLeft},
+    {"a uid in words", "PASSWD-ID", "sed -i 's/:5000:5000:/:al:5000:/' passwd", kLeft},
+    {"a relative home", "PASSWD-HOME", "sed -i 's,::/,::,' passwd", kLeft},
+    {"a word that opens", "PASSWD-NOPASSWORD", "sed -i 's/$/ nopassword/' passwd", kLeft},
+    {"a variable", "PASSWD-PERCENT", "sed -i 's/$/ x=%u/' passwd", kLeft},
+    {"a control character", "PASSWD-BYTES", "printf 'x@y.org:{X}h\\001:1:1::/h:::m\\n' >>passwd",
+     kLeft},
+    {"a name in capitals", "PASSWD-NAME", "echo 'X@y.org:{X}h:1:1::/h:::m' >>passwd", kLeft},
+    {"another quota", "LINE-DIFFERS", "sed -i s/=2048M/=1M/ passwd", kLeft},
+    {"another gid", "LINE-DIFFERS", "sed -i s/:5000::/:5001::/ passwd", kLeft},
+    {"no owner's home", "OWNER-HOME", "mv home moved", kMended},
+    {"an owner's home that is a file", "OWNER-HOME", "mv home moved; touch home", kLeft},
+    {"an owner's home of another", "OWNER-ACCESS", "chown 6000 home", kLeft},
+    {"an owner's home that is open", "OWNER-ACCESS", "chmod o+w home", kMended},
+    {"two in one home", "HOME-SHARED",
+     "SQL \"UPDATE mailboxes SET home = (SELECT home FROM mailboxes WHERE name = 'al')\"", kLeft},
+    {"a home in a home", "HOME-SHARED",
+     "SQL \"UPDATE mailboxes SET home = (SELECT home FROM mailboxes WHERE name = 'al') || '/x'"
+     " WHERE name = 'bo'\"",
+     kLeft},
+    {"a home elsewhere", "HOME-OUTSIDE",
+     "SQL \"UPDATE mailboxes SET home = '/elsewhere' WHERE name = 'al'\"", kLeft},
+    {"no Maildir", "MAILDIR-MISSING", "rm -r home/mail/example.org/al/.maildir", kMended},
+    {"no folder of it", "MAILDIR-MISSING", "rmdir home/mail/example.org/al/.maildir/cur", kMended},
+    {"a link on the way", "MAILDIR-LINK",
+     "cd home/mail/example.org && mv al x && ln -s x al && chown -h 5000 al", kLeft},
+    {"a link in it", "MAILDIR-LINK",
+     "cd home/mail/example.org/al/.maildir && mv new x && ln -s x new", kLeft},
+    {"a foreign folder", "MAILDIR-OWNER", "chown 6000 home/mail/example.org/al/.maildir/cur",
+     kLeft},
+    {"a file in the way", "MAILDIR-KIND",
+     "cd home/mail/example.org/al/.maildir && rmdir tmp && touch tmp", kLeft},
+    {"an open Maildir", "MAILDIR-MODE", "chmod 755 home/mail/example.org/al/.maildir", kMended},
+    {"a shut Maildir", "MAILDIR-MODE", "chmod 0 home/mail/example.org/al/.maildir/new", kMended},
+    {"no certificate file", "TLS-FILE",
+     "SQL \"UPDATE domains SET cert = '/nowhere' WHERE cert != ''\"", kLeft},
+    {"no link", "TLS-LINK", "rm ssl/example.org.crt", kMended},
+    {"a link elsewhere", "TLS-LINK", "ln -sfn /etc/hostname ssl/example.org.key", kMended},
+    {"no snippet", "TLS-SNIPPET", "rm certs/example.org.conf", kMended},
+    {"a snippet by hand", "TLS-EDITED", "echo '# mine' >>certs/example.org.conf", kLeft},
+    {"a snippet that dangles", "TLS-DANGLING",
+     "printf 'local_name x {\\n\\tssl_cert = </nowhere\\n}\\n' >certs/x.conf", kMended},
+    {"a foreign snippet", "TLS-STRANGER",
+     "printf 'local_name x {\\n\\tssl_cert = </dev/null\\n}\\n' >certs/x.conf", kLeft},
+    {"an open snippet", "TLS-ACCESS", "chmod 666 certs/example.org.conf", kMended},
+    {"an open key", "STATE-ACCESS", "touch state/seal.key; chmod 644 state/seal.key", kMended},
+    {"a lock of another", "STATE-ACCESS", "chown 5000 state/reload.lock", kMended},
+    {"a password without its key", "KEY-LOST",
+     "SQL \"UPDATE mailboxes SET password = 's1:abc' WHERE name = 'al'\"", kLeft},
+    {"a damaged database", "DATABASE-DAMAGED",
+     // An index that does not have what its table has.
+     "sqlite3 state/panel.db '.dbconfig defensive off' \"PRAGMA writable_schema = ON; UPDATE"
+     " sqlite_master SET sql = 'CREATE INDEX mailboxes_of_owner ON mailboxes (name)'"
+     " WHERE name = 'mailboxes_of_owner'\"",
+     kLeft},
+    {"an open log", "LOG-ACCESS", "touch log/x.log.1; chmod 644 log/x.log.1", kMended},
+    {"an open folder of logs", "LOG-ACCESS", "chmod 777 log", kMended},
+    {"a request that can't be taken back", "JOURNAL-OPEN",
+     "mkdir -p -m 700 state/journal; cp ENTRY state/journal/0123456789abcdef", kLeft},
+    {"a killed save", "LEFTOVER-SAVE", "cp passwd .passwd.brisq-new", kMended},
+    {"another killed save", "LEFTOVER-SAVE", "cp passwd .passwd.brisq-next", kMended},
+    {"an edit set aside", "LEFTOVER-EDIT", "cp passwd passwd.edited-1", kLeft},
+    {"a killed request", "LEFTOVER-JOB", "touch certs/.brisq-job-0123456789abcdef", kMended},
+    {"a killed request's link", "LEFTOVER-JOB", "ln -s x ssl/.brisq-job-0123456789abcdef", kMended},
+    {"a folder that everybody writes", "CHECK-FAILED", "chmod 777 .", kLeft},
+    {"a folder that everybody writes, for the file", "PASSWD-DIRECTORY", "chmod 777 .", kLeft},
+};
+
+// A record of the journal, with its checksum (FNV-1a).
+std::string Record(const std::string& text) {
+  std::uint64_t sum = 0xcbf29ce484222325u;
+  for (const char c : text) sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+  char digits[17];
+  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(sum));
+  return std::string(digits) + " " + text + "\n";
+}
+
+class DriftCodesTest : public InstanceTest {
+ protected:
+  void SetUp() override {
+    ProgramTest::SetUp();
+    // As on a server, Dovecot's user gets to the file.
+    ASSERT_EQ(0, ::chmod(dir_.path().c_str(), 0711));
+    AddDomain();
+    AddMailbox("al@example.org");
+    AddMailbox("bo@example.org");
+    Expect(0, "tls set example.org " + MakeCertificate("example.org"));
+    // Of a process that died; nobody can open what it had sealed.
+    beside_.Write("entry",
+                  Record("request name=mailbox%20add started=2026-01-31T10:00:00Z who=root") +
+                      Record("line file=" + (dir_ / "passwd") +
+                             " key=k name=x@example.org sealed=s1:abc what=line%20added"));
+    Shell("cp -a . '" + Kept() + "'");
+  }
+
+  std::string Kept() const { return beside_ / "kept"; }
+
+  void Shell(const std::string& script) {
+    const std::string sql = "sql() { sqlite3 state/panel.db \"$1\"; }; ";
+    const std::string whole = "cd '" + dir_.path() + "' && { " + sql + script + "; }";
+    EXPECT_EQ(0, std::system(("bash -c '" + std::regex_replace(whole, std::regex("'"), "'\\''") +
+                              "' >/dev/null")
+                                 .c_str()))
+        << script;
+  }
+
+  void Do(const Plant& plant) {
+    const std::string script = std::regex_replace(plant.script, std::regex("SQL"), "sql");
+    Shell(std::regex_replace(script, std::regex("ENTRY"), beside_ / "entry"));
+  }
+
+  void Reset() { Shell("find . -mindepth 1 -delete; cp -a '" + Kept() + "/.' ."); }
+
+  // Lines of a check that hold a code.
+  static bool Tells(const Ran& ran, const std::string& code) {
+    return ("\n" + ran.out).find("\n" + code + " ") != std::string::npos;
+  }
+};
+
+TEST_F(DriftCodesTest, AnInstanceInOrderHasNoFindings) {
+  const auto before = Everything();
+  EXPECT_EQ("", Expect(0, "check").out);
+  EXPECT_EQ("", Expect(0, "check --fix").out);
+  EXPECT_EQ("", ChangedSince(before));
+}
+
+TEST_F(DriftCodesTest, EachDriftIsFoundAndMendedOrLeft) {
+  for (const Plant& plant : kPlants) {
+    SCOPED_TRACE(plant.name);
+    Reset();
+    Do(plant);
+    const Ran found = Expect(5, "check");
+    EXPECT_TRUE(Tells(found, plant.code)) << found.out;
+    EXPECT_THAT(found.out, Not(HasSubstr("}hash"))) << "no finding shows a hash";
+    const bool offered = found.out.find("check --fix") != std::string::npos;
+    EXPECT_EQ(plant.then == kMended, offered) << found.out;
+    if (plant.then == kLeft) {
+      const auto before = Everything();
+      EXPECT_TRUE(Tells(Expect(5, "check --fix"), plant.code));
+      EXPECT_EQ("", ChangedSince(before)) << "nothing that needs a choice is changed";
+      continue;
+    }
+    const auto before = Everything();
+    const Ran dry = Expect(0, "check --fix --dry-run");
+    EXPECT_THAT(dry.err, HasSubstr(std::string("dry run: mended: ") + plant.code));
+    EXPECT_EQ("", ChangedSince(before));
+    EXPECT_THAT(Expect(0, "check --fix").err, HasSubstr(std::string("mended: ") + plant.code));
+    EXPECT_EQ("", Expect(0, "check").out);
+  }
+}
+
+TEST_F(DriftCodesTest, OneAreaIsLookedAtAlone) {
+  Shell("rm ssl/example.org.crt; chmod 777 log");
+  EXPECT_THAT(Expect(5, "check --only tls").out, Not(HasSubstr("LOG-ACCESS")));
+  EXPECT_THAT(Expect(5, "check --only state").out, Not(HasSubstr("TLS-LINK")));
+  Expect(0, "check --only homes");
+  EXPECT_THAT(Expect(10, "check --only nonsense").err, HasSubstr("must be one of state, passwd"));
+}
+
+TEST_F(DriftCodesTest, FindingsAreObjectsInJson) {
+  Shell("chmod 644 passwd");
+  EXPECT_THAT(Expect(5, "check --json").out,
+              HasSubstr("\"code\":\"PASSWD-READABLE\",\"severity\":\"warning\""));
+}
+
+std::set<std::string> CodesIn(const std::string& text, const std::string& pattern) {
+  std::set<std::string> codes;
+  const std::regex code(pattern);
+  for (std::sregex_iterator at(text.begin(), text.end(), code), end; at != end; ++at) {
+    codes.insert((*at)[1]);
+  }
+  return codes;
+}
+
+// Codes whose drift can't be planted everywhere have their tests beside their code.
+TEST(DriftCodesTableTest, EveryDocumentedCodeHasATestAndEveryTestedOneIsDocumented) {
+  const std::string root = BRISQ_TEST_SOURCE_DIR;
+  const std::set<std::string> documented =
+      CodesIn(support::ReadFile(root + "/docs/operate/checks.md"), "`([A-Z]+-[A-Z-]+)`");
+  const std::string beside =
+      support::ReadFile(root + "/tests/unit/panel/passwd_file_check_test.cpp") +
+      support::ReadFile(root + "/tests/unit/panel/passwd_lines_test.cpp");
+  std::set<std::string> tested = CodesIn(beside, "(PASSWD-[A-Z-]+)");
+  for (const Plant& plant : kPlants) tested.insert(plant.code);
+  EXPECT_EQ(documented, tested);
+  EXPECT_GE(documented.size(), 40u);
+}
+
+// Those that the code can tell are the documented ones.
+TEST(DriftCodesTableTest, EveryCodeInTheSourcesIsDocumented) {
+  const std::string root = BRISQ_TEST_SOURCE_DIR;
+  std::string sources;
+  for (const auto& entry : std::filesystem::directory_iterator(root + "/panel")) {
+    if (entry.path().extension() == ".cpp") sources += support::ReadFile(entry.path());
+  }
+  const std::string families =
+      "PASSWD|LINE|OWNER|HOME|MAILDIR|TLS|STATE|DATABASE|KEY|LOG|JOURNAL|LEFTOVER"
+      "|CHECK";
+  EXPECT_EQ(CodesIn(support::ReadFile(root + "/docs/operate/checks.md"), "`([A-Z]+-[A-Z-]+)`"),
+            CodesIn(sources, "\"((?:" + families + ")-[A-Z-]+)\""));
+}
+
+}  // namespace
+}  // namespace brisq
