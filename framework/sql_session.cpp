@@ -11,6 +11,7 @@
 
 #include "framework/rehearsal.h"
 #include "framework/request.h"
+#include "framework/write_turn.h"
 #include "mgr_err.h"
 #include "str.h"
 
@@ -82,6 +83,7 @@ struct SqlSession::Database {
   bool in_group = false;
   bool in_rehearsal = false;
   Clock::time_point group_began;
+  std::unique_ptr<WriteTurn> turn;  // of the request's transaction
   // Behind the session, so that they are finalised before it is closed.
   std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
 };
@@ -249,17 +251,26 @@ void SqlSession::EndRehearsal() {
 }
 
 void SqlSession::BeginTransaction() {
-  Run(InRehearsal() ? "SAVEPOINT request" : "BEGIN IMMEDIATE");
+  if (InRehearsal()) {
+    Run("SAVEPOINT request");
+  } else {
+    auto turn = std::make_unique<WriteTurn>(database_->file,
+                                            std::chrono::milliseconds(database_->busy_limit_ms));
+    Run("BEGIN IMMEDIATE");
+    database_->turn = std::move(turn);
+  }
   database_->in_request = true;
 }
 
 void SqlSession::CommitTransaction() {
   Run(database_->in_rehearsal ? "RELEASE request" : "COMMIT");
   database_->in_request = false;
+  database_->turn.reset();
 }
 
 void SqlSession::RollbackTransaction() {
   database_->in_request = false;
+  const std::unique_ptr<WriteTurn> ending = std::move(database_->turn);
   Rollback(database_->in_rehearsal ? "ROLLBACK TO request" : "ROLLBACK");
 }
 
