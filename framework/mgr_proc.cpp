@@ -1,13 +1,18 @@
 #include "mgr_proc.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <optional>
 #include <ostream>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -46,11 +51,35 @@ double LimitInSeconds() {
   return seconds && *seconds > 0 ? std::min(*seconds, kLongestLimit) : kDefaultLimit;
 }
 
+// A file that the system can start by itself; a script without its first line needs a shell.
+bool IsBinary(const std::string& path) {
+  std::array<char, 4> magic{};
+  std::ifstream file(path, std::ios::binary);
+  file.read(magic.data(), magic.size());
+  return file &&
+         std::string_view(magic.data(), magic.size()) ==
+             "\x7f"
+             "ELF" &&
+         ::access(path.c_str(), X_OK) == 0;
+}
+
+// True when a shell would do nothing but start the program that the command line begins with, so
+// that starting the shell can be saved. Only a program that is given by its path and is there: what
+// is to be said of another one is the shell's.
+bool NeedsNoShell(const std::string& command) {
+  constexpr const char* kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+@%, ";
+  if (!command.starts_with('/') || command.find_first_not_of(kPlain) != std::string::npos) {
+    return false;
+  }
+  return IsBinary(command.substr(0, command.find(' ')));
+}
+
 std::vector<std::string> Words(const std::string& command, int mode) {
   if (command.find('\0') != std::string::npos) {
     throw std::system_error(EINVAL, std::generic_category(), "can't start a command with a NUL");
   }
-  if (mode == kShell) {
+  if (mode == kShell && !NeedsNoShell(command)) {
     // What follows "--" is the command line even when it begins with "-".
     return {"/bin/sh", "-c", "--", command};
   }

@@ -31,11 +31,12 @@ class BRISQ_API Execute {
   /// Prepares a run and starts nothing.
   ///
   /// @param command  the command line
-  /// @param mode     2: `command` is run by "/bin/sh -c", input is empty, standard output is
-  /// captured and standard error goes to the
-  ///                 log. 3: no shell; `command` is split at spaces, the first word is the program
-  ///                 (found by PATH when it has no slash), In() is its input, standard output is
-  ///                 captured and standard error is kept apart.
+  /// @param mode     2: `command` is run by "/bin/sh -c", or as that shell would run it: one that
+  ///                 names a program by its path and holds nothing for a shell to do starts it
+  ///                 directly. Input is empty, standard output is captured and standard error goes
+  ///                 to the log. 3: no shell; `command` is split at spaces, the first word is the
+  ///                 program (found by PATH when it has no slash), In() is its input, standard
+  ///                 output is captured and standard error is kept apart.
   /// @throws mgr_err::Error "internal" for another mode
   Execute(const std::string& command, int mode);
 

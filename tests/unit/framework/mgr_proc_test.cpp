@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -122,6 +123,40 @@ TEST_F(MgrProc, InputThatAFailingChildPrintsIsBlanked) {
     mgr_proc::Execute run(Stub(c.body), 3);
     run.In() << "S3cret word\nS3cret word\n";
     EXPECT_EQ(c.text, run.Str());
+  }
+}
+
+// Number of the process that started the one whose line of /proc this is.
+int ParentIn(const std::string& stat) {
+  std::istringstream words(stat.substr(stat.rfind(')') + 1));
+  std::string state;
+  int parent = 0;
+  words >> state >> parent;
+  return parent;
+}
+
+TEST_F(MgrProc, ShellIsStartedOnlyWhenItHasSomethingToDo) {
+  const std::string script = directory_.Write("script", "cat /proc/self/stat\n");
+  ASSERT_EQ(0, ::chmod(script.c_str(), 0755));
+  struct Case {
+    std::string name;
+    std::string command;
+    bool direct;
+  };
+  const Case cases[] = {{"a program by its path", "/bin/cat /proc/self/stat", true},
+                        {"blanks around words", "/bin/cat   /proc/self/stat ", true},
+                        {"a program by its name", "cat /proc/self/stat", false},
+                        {"a pipe", "/bin/cat /proc/self/stat | cat", false},
+                        {"a variable", "/bin/cat /proc/${NONE}self/stat", false},
+                        {"a quotation mark", "/bin/cat '/proc/self/stat'", false},
+                        {"a pattern", "/bin/cat /proc/self/sta?", false},
+                        {"two commands", "/bin/cat /proc/self/stat; true", false},
+                        {"a script that only a shell can run", script, false}};
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    mgr_proc::Execute run(test.command, 2);
+    EXPECT_EQ(0, run.Result());
+    EXPECT_EQ(test.direct, ParentIn(run.Str()) == ::getpid()) << run.Str();
   }
 }
 
