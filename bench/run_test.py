@@ -63,6 +63,10 @@ class TableTest(unittest.TestCase):
         self.assertTrue(table.all_met([result(1), result(9, stretch=True)]))
         self.assertFalse(table.all_met([result(1), result(1.1)]))
 
+    def test_what_could_not_be_measured_is_missed(self):
+        self.assertFalse(table.all_met([table.unmeasured(10)]))
+        self.assertIn("could not be measured", table.render([table.unmeasured(10)]))
+
     def test_figures_have_a_fitting_unit(self):
         for given, expected in ((2.5, "2.50 s"), (0.0123, "12.3 ms"), (456e-6, "456 us"),
                                 (7e-9, "7.00 ns")):

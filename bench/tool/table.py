@@ -38,6 +38,11 @@ def _figure(value, unit):
     return f"{value:.{digits}f} {unit}"
 
 
+def unmeasured(row):
+    """A line for what ended in an error: it misses whatever the goal is."""
+    return Result(row, "could not be measured", "", "", float("inf"), 0)
+
+
 def duration(seconds):
     """A time with a unit that suits it."""
     for factor, unit in ((1, "s"), (1e3, "ms"), (1e6, "us"), (1e9, "ns")):
