@@ -24,6 +24,9 @@ endif()
 
 add_compile_definitions($<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 add_compile_options($<$<CONFIG:Release>:-fstack-protector-strong>)
+# Nobody replaces functions of the libraries from outside: calls within one are plain calls.
+add_compile_options($<$<CONFIG:Release>:-fno-semantic-interposition>)
+add_link_options($<$<CONFIG:Release>:-Wl,-Bsymbolic-functions>)
 add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 add_link_options($<$<CONFIG:Release>:-Wl,-z,relro,-z,now>)
 

@@ -6,18 +6,33 @@
 #include <utility>
 
 #include "framework/conf_line.h"
+#include "framework/conf_memory.h"
+#include "framework/in_two.h"
 #include "mgr_err.h"
 
 namespace {
 
 constexpr std::size_t kMostLines = 4'000'000'000;
+// From this size on a second thread pays.
+constexpr std::size_t kInHalves = std::size_t{8} << 20;
 
-// Number of lines to expect, judged by the beginning of the file.
+// Number of lines to expect, judged by samples at both ends and in the middle of the file. A guess
+// too low costs time, one too high costs memory.
 std::size_t GuessLines(std::string_view bytes) {
   constexpr std::size_t kSample = std::size_t{64} << 10;
-  const std::string_view sample = bytes.substr(0, kSample);
-  const auto lines = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\n')) + 1;
-  return sample.size() < kSample ? lines : lines * (bytes.size() / kSample + 1) * 17 / 16;
+  std::size_t lines = 0;
+  const auto count = [&](std::size_t at) {
+    const std::string_view sample = bytes.substr(at, kSample);
+    lines += static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\n'));
+  };
+  count(0);
+  if (bytes.size() <= 3 * kSample) {
+    for (std::size_t at = kSample; at < bytes.size(); at += kSample) count(at);
+    return lines + 1;
+  }
+  count(bytes.size() / 2);
+  count(bytes.size() - kSample);
+  return (lines + 1) * (bytes.size() / (3 * kSample) + 1) * 65 / 64;
 }
 
 const char* FindByte(const char* from, const char* end, char byte) {
@@ -34,7 +49,6 @@ class ConfDocument::Ahead {
   bool Full() const noexcept { return last_ - first_ == kEntries; }
   bool Empty() const noexcept { return last_ == first_; }
   void Push(const Named& named) noexcept { ring_[last_++ % kEntries] = named; }
-  const Named& Newest() const noexcept { return ring_[(last_ - 1) % kEntries]; }
   Named Pop() noexcept { return ring_[first_++ % kEntries]; }
 
  private:
@@ -52,22 +66,48 @@ ConfDocument::ConfDocument(std::shared_ptr<const ConfBytes> bytes, mgr_token::Pa
 void ConfDocument::FindLines() {
   const std::string_view bytes = bytes_->View();
   if (bytes.empty()) return;
-  begins_.reserve(GuessLines(bytes));
+  const std::size_t expected = GuessLines(bytes);
+  begins_.reserve(expected);
+  WantLargePages(begins_.data(), expected * sizeof(std::uint64_t));
+  std::size_t half = bytes.size();
+  if (bytes.size() >= kInHalves) half = std::min(bytes.find('\n', half / 2), half - 1) + 1;
+  // The index can't be filled by two, but finding and hashing the names takes most of the time.
+  std::vector<Seen> upper;
+  const auto find_upper = [&] {
+    upper.reserve(expected / 2);
+    Scan(half, bytes.size(), [&](const Seen& seen) { upper.push_back(seen); });
+  };
   Ahead ahead;
-  const char* const end = bytes.data() + bytes.size();
-  for (const char* at = bytes.data(); at < end;) {
-    const char* const next = std::min(FindByte(at, end, '\n') + 1, end);
-    const Line line = Lines();
-    begins_.push_back(static_cast<std::uint64_t>(at - bytes.data()));
-    const std::string_view name = NameOf({at, static_cast<std::size_t>(next - at)});
-    at = next;
-    if (name.empty()) continue;
-    if (ahead.Full()) Enter(ahead.Pop());
-    ahead.Push({line, ConfIndex::Hash(name)});
-    index_.Prefetch(ahead.Newest().hash);
+  const auto enter = [&](const Seen& seen) { EnterAhead(seen, ahead); };
+  if (half < bytes.size()) {
+    InTwo([&] { Scan(0, half, enter); }, find_upper);
+  } else {
+    Scan(0, half, enter);
   }
+  for (const Seen& seen : upper) enter(seen);
   while (!ahead.Empty()) Enter(ahead.Pop());
   if (begins_.size() > kMostLines) throw mgr_err::Error("limit", "lines", "too many in one file");
+}
+
+template <class Take>
+void ConfDocument::Scan(std::size_t begin, std::size_t end, const Take& take) const {
+  const char* const first = bytes_->View().data();
+  const char* const last = first + end;
+  for (const char* at = first + begin; at < last;) {
+    const char* const next = std::min(FindByte(at, last, '\n') + 1, last);
+    const std::string_view name = NameOf({at, static_cast<std::size_t>(next - at)});
+    take(Seen{static_cast<std::uint64_t>(at - first), name.empty() ? 0 : ConfIndex::Hash(name),
+              !name.empty()});
+    at = next;
+  }
+}
+
+void ConfDocument::EnterAhead(const Seen& seen, Ahead& ahead) {
+  begins_.push_back(seen.begin);
+  if (!seen.named) return;
+  if (ahead.Full()) Enter(ahead.Pop());
+  ahead.Push({Lines() - 1, seen.hash});
+  index_.Prefetch(seen.hash);
 }
 
 void ConfDocument::Enter(const Named& named) {

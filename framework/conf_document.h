@@ -29,7 +29,7 @@ struct ConfSnapshot {
 /// line's name is the text before its first separator; blank lines and those that begin with the
 /// separator or a comment character have none. A line with a name and enough columns is a record.
 ///
-/// Costs about 21 bytes a line beside the bytes. Not synchronised: reading by several threads at
+/// Costs about 20 bytes a line beside the bytes. Not synchronised: reading by several threads at
 /// once is fine while nobody changes it.
 class BRISQ_API ConfDocument {
  public:
@@ -84,11 +84,20 @@ class BRISQ_API ConfDocument {
     Line line;
     std::uint32_t hash;
   };
+  // A line as it is found in the bytes.
+  struct Seen {
+    std::uint64_t begin;
+    std::uint32_t hash;
+    bool named;
+  };
   class Ahead;
   // Set in an entry of `begins_` whose other bits are a number in `edits_`.
   static constexpr std::uint64_t kEdited = std::uint64_t{1} << 63;
 
   void FindLines();
+  template <class Take>
+  void Scan(std::size_t begin, std::size_t end, const Take& take) const;
+  void EnterAhead(const Seen& seen, Ahead& ahead);
   void Enter(const Named& named);
   void EnterSameName(Line first, const Named& named);
   void Leave(Line line);

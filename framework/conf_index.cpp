@@ -44,7 +44,7 @@ std::uint32_t ConfIndex::Hash(std::string_view name) noexcept {
 ConfIndex::ConfIndex(std::size_t lines) { Allocate(lines); }
 
 void ConfIndex::Allocate(std::size_t lines) {
-  capacity_ = lines + lines * 5 / 8 + 16;
+  capacity_ = lines + lines / 2 + 16;
   memory_ = ConfMemory(capacity_ * sizeof(std::uint64_t));
   slots_ = static_cast<std::uint64_t*>(memory_.data());
 }

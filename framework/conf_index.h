@@ -8,7 +8,7 @@
 #include "framework/conf_memory.h"
 
 /// Lines by the hash of their name: a flat table with linear probing, 8 bytes a slot and about
-/// 13 bytes a line.
+/// 12 bytes a line.
 ///
 /// A slot keeps 32 bits of hash, from which its home follows, so growing and erasing never touch
 /// the names. Several lines with one hash are told apart by the caller.

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -35,4 +36,11 @@ ConfMemory::ConfMemory(std::size_t bytes) {
   void* block = large ? Map(bytes) : std::calloc(bytes, 1);
   if (block == nullptr) throw std::bad_alloc();
   block_ = std::unique_ptr<void, Release>(block, Release{bytes, large});
+}
+
+void WantLargePages(void* block, std::size_t bytes) noexcept {
+  const auto begin = reinterpret_cast<std::uintptr_t>(block);
+  const std::uintptr_t first = (begin + kLargePage - 1) / kLargePage * kLargePage;
+  const std::uintptr_t last = (begin + bytes) / kLargePage * kLargePage;
+  if (first < last) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
 }

@@ -27,3 +27,7 @@ class BRISQ_API ConfMemory {
 
   std::unique_ptr<void, Release> block_{nullptr, Release{0, false}};
 };
+
+/// Asks the system for large pages in a block that lies somewhere else, as far as it covers whole
+/// ones. Best before the block is touched.
+BRISQ_API void WantLargePages(void* block, std::size_t bytes) noexcept;

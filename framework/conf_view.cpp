@@ -113,14 +113,23 @@ std::string ConfView::Value(dd::RecordPtr place, unsigned long column) {
 
 void ConfView::CheckValue(unsigned long column, const std::string& field,
                           const std::string& value) const {
-  const auto refuse_if = [&](bool bad, const std::string& rule) {
+  const auto refuse_if = [&](bool bad, const char* rule) {
     if (bad) throw mgr_err::Error("value", field, rule);
   };
-  refuse_if(value.find_first_of("\r\n") != std::string::npos, "line break not allowed");
-  refuse_if(value.find('\0') != std::string::npos, "NUL not allowed");
-  const char separator = syntax_.separator;
-  refuse_if(column < Columns() && value.find(separator) != std::string::npos,
-            std::string("must not contain '") + separator + "'");
+  bool line_break = false;
+  bool nul = false;
+  bool separator = false;
+  for (const char each : value) {
+    line_break = line_break || each == '\n' || each == '\r';
+    nul = nul || each == '\0';
+    separator = separator || each == syntax_.separator;
+  }
+  refuse_if(line_break, "line break not allowed");
+  refuse_if(nul, "NUL not allowed");
+  if (separator && column < Columns()) {
+    throw mgr_err::Error("value", field,
+                         std::string("must not contain '") + syntax_.separator + "'");
+  }
   const bool comment = !value.empty() && syntax_.comment.find(value[0]) != std::string::npos;
   refuse_if(column == 1 && comment, "must not begin as a comment does");
 }

@@ -230,4 +230,35 @@ TEST(ConfDocument, AgreesWithASimpleModelUnderRandomChanges) {
   }
 }
 
+// A file that two threads read: the line at its middle is as whole as any other, wherever the
+// middle is in it.
+TEST(ConfDocument, ALargeFileIsTakenApartAsASmallOneIs) {
+  constexpr std::size_t kLines = 90'000;
+  std::string text;
+  for (std::size_t line = 0; line < kLines; ++line) {
+    text += "u" + std::to_string(line) + ":" + std::string(90, 'x') + ":c\n";
+  }
+  for (std::size_t shift = 0; shift < 4; ++shift) {
+    SCOPED_TRACE(shift * 25);
+    const std::string head = "#" + std::string(shift * 50, '-') + "\n";
+    const ConfDocument document = Parse(head + text);
+    ASSERT_EQ(kLines + 1, document.Lines());
+    ASSERT_TRUE(document.Print() == head + text);
+    for (std::size_t line = 0; line < kLines; ++line) {
+      ASSERT_EQ(line + 1, document.FindRecord("u" + std::to_string(line), 3));
+    }
+  }
+}
+
+// Behind the middle of such a file there is no further line.
+TEST(ConfDocument, HoldsOneLineThatIsALargeFile) {
+  for (const char* end : {"", "\n"}) {
+    const std::string text = "name:" + std::string(std::size_t{9} << 20, 'x') + end;
+    const ConfDocument document = Parse(text);
+    EXPECT_EQ(1u, document.Lines());
+    EXPECT_EQ(0u, document.FindRecord("name", 2));
+    EXPECT_TRUE(document.Print() == text);
+  }
+}
+
 }  // namespace

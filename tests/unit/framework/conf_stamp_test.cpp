@@ -76,6 +76,19 @@ TEST_F(ConfStampTest, AnEmptyFileCountsOnceItHasRested) {
   EXPECT_EQ(content.bytes->size(), 0U);
 }
 
+// From some size on two threads read.
+TEST_F(ConfStampTest, ReadsALargeFileWhole) {
+  std::string text;
+  for (int line = 0; text.size() < (std::size_t{9} << 20); ++line) {
+    text += std::to_string(line) + ":text\n";
+  }
+  folder_.Write("file", text);
+  const ConfContent content = Read();
+  ASSERT_TRUE(content.bytes);
+  EXPECT_TRUE(content.bytes->View() == text);
+  EXPECT_EQ(content.stamp, StampAt(path_));
+}
+
 TEST_F(ConfStampTest, AFileThatHasRestedIsSettled) {
   folder_.Write("file", "abc");
   // What is waited for is the file's age itself.
