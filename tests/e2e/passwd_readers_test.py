@@ -2,6 +2,7 @@
 
 import os
 import threading
+import time
 import unittest
 
 from support import clients
@@ -9,7 +10,8 @@ from support.mailbox_case import MailboxTestCase
 
 CHANGES = 1000 if os.environ.get("BRISQ_SOAK") == "1" else 200
 PASSWORD = "steady"
-NAIVE_WRITES = 40  # at most; the first that Dovecot meets half done ends the control
+NAIVE_WRITES = 10  # at most; the first that Dovecot meets half done ends the control
+HALF_DONE = 3  # seconds: Dovecot looks at the file once a second at most
 
 
 class Logins(threading.Thread):
@@ -31,6 +33,11 @@ class Logins(threading.Thread):
         self.join()
         if self.error:
             raise self.error
+
+    def wait_for_refusal(self, seconds):
+        end = time.monotonic() + seconds
+        while not self.refused and time.monotonic() < end:
+            self.ending.wait(0.02)
 
     def run(self):
         try:
@@ -72,9 +79,8 @@ class PasswdReaders(MailboxTestCase):
         with self.logins(address) as imap:
             for _ in range(NAIVE_WRITES):
                 with open(self.instance.layout.users, "wb", buffering=0) as file:
-                    imap.ending.wait(0.5)
+                    imap.wait_for_refusal(HALF_DONE)
                     file.write(content)
-                imap.ending.wait(0.5)
                 if imap.refused:
                     break
         print(f"control: refused: {imap.refused} of {imap.done}")

@@ -9,8 +9,9 @@ from support.mailbox_case import MailboxTestCase
 
 ROUNDS = 20
 CHANGES = 100
-# Until a change has its effect on a quiet machine; one that is shared by others may be slow.
-EFFECT = 1.5 if os.environ.get("BRISQ_SOAK") else 10  # seconds
+EFFECT = 1.5  # seconds until the new password works and the old one is refused
+PATIENCE = 10  # seconds: a machine that is shared with others may stall
+STALLS = 0 if os.environ.get("BRISQ_SOAK") else 2  # changes that may take longer than EFFECT
 
 
 class PasswordChanges(MailboxTestCase):
@@ -25,18 +26,19 @@ class PasswordChanges(MailboxTestCase):
     def test_each_of_100_changes_in_a_row_is_effective(self):
         address, old = self.add("often", password="word 000"), "word 000"
         self.require_login(address, old)
-        slowest = 0
+        took = []
         for number in range(1, CHANGES + 1):
             with self.subTest(number):
                 new = f"word {number:03}"
                 self.change(address, new)
                 changed = time.monotonic()
                 self.instance.eventually(lambda n=new: self.accepts(address, n), "the new one",
-                                         EFFECT)
+                                         PATIENCE)
                 self.assertFalse(self.accepts(address, old), "the old one")
-                slowest = max(slowest, time.monotonic() - changed)
+                took.append(time.monotonic() - changed)
                 old = new
-        print(f"slowest of {CHANGES} changes: {slowest:.2f} s")
+        print(f"slowest of {CHANGES} changes: {max(took):.2f} s")
+        self.assertLessEqual(sum(each > EFFECT for each in took), STALLS, took)
 
     def accepts(self, address, password):
         return clients.imap_accepts(self.instance.ports, address, password)
