@@ -269,10 +269,13 @@ std::string FileSwap::WhereOldIs() const {
 }
 
 void FileSwap::RemoveAside() noexcept {
-  if (!aside_.empty()) {
-    Unlink(aside_);
-    aside_.clear();
+  if (aside_.empty()) {
+    return;
   }
+  if (Unlink(aside_) != 0 && errno != ENOENT && Request::Current() != nullptr) {
+    Request::Current()->KeepEntry();
+  }
+  aside_.clear();
 }
 
 void FileSwap::PutInPlace() {

@@ -79,6 +79,9 @@ class BRISQ_API Request {
   /// The journal's entry of this request, for steps that another thread may take; null while
   /// nothing is to be noted.
   std::shared_ptr<journal::Entry> JournalEntry();
+  /// Leaves the journal's entry there when the request has ended, for the next start to clear up
+  /// what could not be removed.
+  void KeepEntry() noexcept { undone_ = false; }
   /// 16 hexadecimal digits, by which the journal and the list of jobs know the request.
   const std::string& id() const noexcept { return id_; }
 

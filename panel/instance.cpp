@@ -188,12 +188,17 @@ const std::vector<brisq_api::PluginReport>& Instance::reports() const noexcept {
 const std::vector<std::string>& Instance::recovered() const noexcept { return state_->recovered; }
 
 std::vector<std::string> Instance::RunDue() {
-  due::RunQueuedCommands();
   std::vector<std::string> problems;
-  for (const reloader::ReloadRun& run : reloader::RunDue()) {
-    if (!run.error.empty()) {
-      problems.push_back(std::string(run.hard ? "restart" : "reload") + " failed: " + run.error);
+  try {
+    due::RunQueuedCommands();
+    for (const reloader::ReloadRun& run : reloader::RunDue()) {
+      if (!run.error.empty()) {
+        problems.push_back(std::string(run.hard ? "restart" : "reload") + " failed: " + run.error);
+      }
     }
+  } catch (const mgr_err::Error& error) {
+    // What the command was for has been done.
+    problems.push_back(std::string("reload not done yet: ") + error.what());
   }
   return problems;
 }

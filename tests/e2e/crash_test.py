@@ -57,8 +57,9 @@ OPERATIONS = (
 class Prepared:
     """A bench on which one operation is ready to be run, with the states before and after it."""
 
-    def __init__(self, operation, auth="dovecot"):
+    def __init__(self, operation, auth="dovecot", exact=True):
         self.operation = operation
+        self.exact = exact
         self.bench = CrashBench(auth)
         try:
             self.words = self._filled(operation.words)
@@ -68,9 +69,9 @@ class Prepared:
             if os.path.exists(reloads):
                 os.unlink(reloads)
             self.bench.save()
-            self.before = self.bench.state()
+            self.before = self.bench.state(exact)
             self.calls = self.bench.count(*self.words, stdin=operation.stdin)
-            self.after = self.bench.state()
+            self.after = self.bench.state(exact)
         except BaseException:
             self.close()
             raise
@@ -88,13 +89,14 @@ class Prepared:
 
     def damage(self):
         """What is wrong with the state, in a few words; None when it is all or nothing."""
-        state = self.bench.state()
+        state = self.bench.state(self.exact)
         if state == self.before:
             return None
         if state != self.after:
             return (f"neither: before {differences(self.before, state)} "
                     f"| after {differences(self.after, state)}")
-        if self.operation.owes_restart and "restart" not in self.bench.reloads():
+        restarted = "restart" in self.bench.reloads() or self.bench.restart_waits()
+        if self.operation.owes_restart and not restarted:
             return "the mail server was never restarted"
         return None
 
@@ -105,11 +107,11 @@ class Prepared:
         return f"left in the journal: {left}" if left else self.damage()
 
 
-def for_each_operation(work, auth="dovecot"):
+def for_each_operation(work, auth="dovecot", exact=True):
     """Calls `work` with each operation prepared, some at the same time; the sums of the tuples
     that it returns, and the texts."""
     def run(operation):
-        prepared = Prepared(operation, auth)
+        prepared = Prepared(operation, auth, exact)
         try:
             return work(prepared)
         finally:
@@ -167,6 +169,104 @@ class Kill(unittest.TestCase):
             lambda prepared: tally(prepared, range(1, prepared.calls + 1, 3), kill_and_forget))
         print(f"killed without a journal: {points} points, {len(damaged)} damaged")
         self.assertGreater(len(damaged), 100)
+
+
+def crashes(prepared):
+    """Calls before which the operation is killed, so that there is something to recover."""
+    if SOAK:
+        return range(1, prepared.calls + 1, 8)
+    return (prepared.calls // 2, prepared.calls * 3 // 4, prepared.calls - 3)
+
+
+def kill_recoveries(after_kill, step=1):
+    """Work for for_each_operation: kills the recovery from some crashes at each of its calls, or
+    at each of some; `after_kill` gets the bench."""
+    def work(prepared):
+        points, damaged = 0, []
+        for crash in crashes(prepared):
+            prepared.killed_at(crash)
+            for call in range(1, prepared.bench.count(*NEXT_COMMAND) + 1, step):
+                prepared.killed_at(crash)
+                points += prepared.bench.killed(*NEXT_COMMAND, stop_at=call)
+                after_kill(prepared.bench)
+                damage = prepared.damage_after_recovery()
+                if damage:
+                    damaged.append(f"{prepared.operation.name} killed at {crash}, its recovery at "
+                                   f"{call}: {damage}")
+        return points, damaged
+    return work
+
+
+class KillRecovery(unittest.TestCase):
+    """SIGKILL before each call of the command that recovers a killed one."""
+
+    def test_at_every_call_the_next_recovery_succeeds(self):
+        points, damaged = for_each_operation(kill_recoveries(lambda bench: None))
+        print(f"recovery killed: {points} points, {len(damaged)} damaged")
+        self.assertEqual([], damaged[:5])
+        self.assertGreater(points, 900)
+
+    def test_without_the_journal_halves_are_left(self):
+        points, damaged = for_each_operation(kill_recoveries(CrashBench.forget_journal, 3))
+        print(f"recovery killed without a journal: {points} points, {len(damaged)} damaged")
+        self.assertGreater(len(damaged), 100)
+
+
+class Refusal(unittest.TestCase):
+    """The system refuses each call of each command, once."""
+
+    @staticmethod
+    def trial(prepared, call, error, reads):
+        """The command with this call refused; whether it was, and what is wrong."""
+        prepared.bench.reset()
+        code, said = prepared.bench.run(*prepared.words, stdin=prepared.operation.stdin,
+                                        fail_at=call, fail_with=error, count_reads=reads,
+                                        calls_file=prepared.bench.calls_file)
+        with open(prepared.bench.calls_file, encoding="utf-8") as file:
+            refused = file.read().split()[1:]
+        prepared.bench.sweep()
+        if code == 0:
+            # What could not be removed is cleared away by the next command, or by the check of
+            # snippets that a server makes from time to time.
+            if prepared.operation.owes_restart:
+                prepared.bench.must("tls", "prune")
+            damage = prepared.damage_after_recovery()
+            state = prepared.bench.state(prepared.exact)
+            if state != prepared.after:
+                damage = f"success, but {differences(prepared.after, state)}"
+            return refused, damage
+        if not said.startswith("brisq: ") or said.count(":") < 2:
+            return refused, f"the message names nothing: {said!r}"
+        done = prepared.bench.state(prepared.exact) == prepared.after
+        if done and "changed" not in said and "lost" not in said:
+            return refused, f"done, but the message says otherwise: {said!r}"
+        return refused, prepared.damage() or prepared.damage_after_recovery()
+
+    def refuse(self, error, reads=0):
+        def work(prepared):
+            points, damaged = 0, []
+            prepared.bench.reset()
+            calls = prepared.bench.count(*prepared.words, stdin=prepared.operation.stdin,
+                                         count_reads=reads)
+            for call in range(1, calls + 1):
+                refused, damage = self.trial(prepared, call, error, reads)
+                points += len(refused)
+                if damage:
+                    damaged.append(f"{prepared.operation.name}, call {call} {refused}: {damage}")
+            return points, damaged
+
+        # A line that is brought back while its process goes on may stand behind the others.
+        points, damaged = for_each_operation(work, exact=False)
+        print(f"refused with {errno.errorcode[error]}: {points} points, {len(damaged)} damaged")
+        self.assertEqual([], damaged[:5])
+        return points
+
+    def test_a_full_disk_at_every_call_leaves_all_or_nothing(self):
+        self.assertGreater(self.refuse(errno.ENOSPC), 900)
+
+    @unittest.skipUnless(SOAK, "BRISQ_SOAK=1 runs it")
+    def test_a_broken_disk_at_every_call_leaves_all_or_nothing(self):
+        self.assertGreater(self.refuse(errno.EIO, reads=1), 2000)
 
 
 if __name__ == "__main__":

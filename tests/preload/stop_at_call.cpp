@@ -3,7 +3,6 @@
 //
 //   STOP_AT=n             SIGKILL before call n, counted from 1
 //   FAIL_AT=n FAIL_WITH=e call n fails with errno e
-//   COUNT_FROM=TEXT       counting begins with the first call on a path that holds TEXT
 //   COUNT_READS=1         calls that only read are counted too
 //   CALLS_FILE=PATH       at the program's end its number of calls is written there, and which call
 //                         was made to fail
@@ -25,7 +24,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -34,14 +32,12 @@ struct Orders {
   long fail_at = 0;
   int fail_with = 0;
   bool reads = false;
-  const char* count_from = nullptr;
   const char* calls_file = nullptr;
   pid_t pid = 0;
 };
 
 Orders orders;
 std::atomic<long> calls{0};
-std::atomic<bool> counting{false};
 const char* failed_call = "";
 
 long Number(const char* name) {
@@ -54,10 +50,8 @@ __attribute__((constructor)) void ReadOrders() {
   orders.fail_at = Number("FAIL_AT");
   orders.fail_with = static_cast<int>(Number("FAIL_WITH"));
   orders.reads = Number("COUNT_READS") != 0;
-  orders.count_from = std::getenv("COUNT_FROM");
   orders.calls_file = std::getenv("CALLS_FILE");
   orders.pid = static_cast<pid_t>(syscall(SYS_getpid));
-  counting = orders.count_from == nullptr;
 }
 
 __attribute__((destructor)) void TellCalls() {
@@ -71,12 +65,8 @@ __attribute__((destructor)) void TellCalls() {
 }
 
 // True when the call must fail; errno is set then.
-bool Refused(const char* call, const char* path) {
+bool Refused(const char* call) {
   if (orders.pid == 0 || syscall(SYS_getpid) != orders.pid) return false;
-  if (!counting) {
-    if (path == nullptr || std::strstr(path, orders.count_from) == nullptr) return false;
-    counting = true;
-  }
   const long number = ++calls;
   if (number == orders.stop_at) syscall(SYS_kill, orders.pid, SIGKILL);
   if (number != orders.fail_at) return false;
@@ -85,7 +75,7 @@ bool Refused(const char* call, const char* path) {
   return true;
 }
 
-bool RefusedRead(const char* call, const char* path) { return orders.reads && Refused(call, path); }
+bool RefusedRead(const char* call) { return orders.reads && Refused(call); }
 bool Standard(int fd) { return fd >= 0 && fd <= 2; }
 
 template <class F>
@@ -96,34 +86,34 @@ F Next(F, const char* name) {
 }  // namespace
 
 // What stands for a call of this name with the same parameters; `condition` makes it count.
-#define CALL(result, name, parameters, arguments, path) \
+#define CALL(result, name, parameters, arguments) \
+  extern "C" result name parameters {             \
+    static const auto next = Next(&name, #name);  \
+    if (Refused(#name)) return -1;                \
+    return next arguments;                        \
+  }
+#define CALL_FD(result, name, parameters, arguments) \
+  extern "C" result name parameters {                \
+    static const auto next = Next(&name, #name);     \
+    if (!Standard(fd) && Refused(#name)) return -1;  \
+    return next arguments;                           \
+  }
+#define READ_FD(result, name, parameters, arguments)    \
   extern "C" result name parameters {                   \
     static const auto next = Next(&name, #name);        \
-    if (Refused(#name, path)) return -1;                \
+    if (!Standard(fd) && RefusedRead(#name)) return -1; \
     return next arguments;                              \
   }
-#define CALL_FD(result, name, parameters, arguments)         \
-  extern "C" result name parameters {                        \
-    static const auto next = Next(&name, #name);             \
-    if (!Standard(fd) && Refused(#name, nullptr)) return -1; \
-    return next arguments;                                   \
-  }
-#define READ_FD(result, name, parameters, arguments)             \
-  extern "C" result name parameters {                            \
-    static const auto next = Next(&name, #name);                 \
-    if (!Standard(fd) && RefusedRead(#name, nullptr)) return -1; \
-    return next arguments;                                       \
-  }
-#define OPEN(name, first, passed)                                             \
-  extern "C" int name(first const char* path, int flags, ...) {               \
-    static const auto next = Next(&name, #name);                              \
-    va_list rest;                                                             \
-    va_start(rest, flags);                                                    \
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;    \
-    va_end(rest);                                                             \
-    const bool changes = (flags & (O_CREAT | O_TRUNC)) != 0;                  \
-    if (changes ? Refused(#name, path) : RefusedRead(#name, path)) return -1; \
-    return next(passed path, flags, mode);                                    \
+#define OPEN(name, first, passed)                                          \
+  extern "C" int name(first const char* path, int flags, ...) {            \
+    static const auto next = Next(&name, #name);                           \
+    va_list rest;                                                          \
+    va_start(rest, flags);                                                 \
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0; \
+    va_end(rest);                                                          \
+    const bool changes = (flags & (O_CREAT | O_TRUNC)) != 0;               \
+    if (changes ? Refused(#name) : RefusedRead(#name)) return -1;          \
+    return next(passed path, flags, mode);                                 \
   }
 #define COMMA ,
 
@@ -146,25 +136,23 @@ CALL_FD(int, fchmod, (int fd, mode_t mode) noexcept, (fd, mode))
 CALL_FD(int, fchown, (int fd, uid_t uid, gid_t gid) noexcept, (fd, uid, gid))
 CALL_FD(int, futimens, (int fd, const struct timespec times[2]) noexcept, (fd, times))
 CALL_FD(int, flock, (int fd, int operation) noexcept, (fd, operation))
-CALL(int, unlink, (const char* path) noexcept, (path), path)
-CALL(int, unlinkat, (int directory, const char* path, int flags) noexcept, (directory, path, flags),
-     path)
-CALL(int, rename, (const char* from, const char* to) noexcept, (from, to), to)
-CALL(int, renameat, (int a, const char* from, int b, const char* to) noexcept, (a, from, b, to), to)
+CALL(int, unlink, (const char* path) noexcept, (path))
+CALL(int, unlinkat, (int directory, const char* path, int flags) noexcept, (directory, path, flags))
+CALL(int, rename, (const char* from, const char* to) noexcept, (from, to))
+CALL(int, renameat, (int a, const char* from, int b, const char* to) noexcept, (a, from, b, to))
 CALL(int, renameat2, (int a, const char* from, int b, const char* to, unsigned flags) noexcept,
-     (a, from, b, to, flags), to)
-CALL(int, mkdir, (const char* path, mode_t mode) noexcept, (path, mode), path)
-CALL(int, mkdirat, (int directory, const char* path, mode_t mode) noexcept, (directory, path, mode),
-     path)
-CALL(int, rmdir, (const char* path) noexcept, (path), path)
-CALL(int, link, (const char* from, const char* to) noexcept, (from, to), to)
+     (a, from, b, to, flags))
+CALL(int, mkdir, (const char* path, mode_t mode) noexcept, (path, mode))
+CALL(int, mkdirat, (int directory, const char* path, mode_t mode) noexcept, (directory, path, mode))
+CALL(int, rmdir, (const char* path) noexcept, (path))
+CALL(int, link, (const char* from, const char* to) noexcept, (from, to))
 CALL(int, linkat, (int a, const char* from, int b, const char* to, int flags) noexcept,
-     (a, from, b, to, flags), to)
-CALL(int, symlink, (const char* target, const char* path) noexcept, (target, path), path)
+     (a, from, b, to, flags))
+CALL(int, symlink, (const char* target, const char* path) noexcept, (target, path))
 CALL(int, symlinkat, (const char* target, int directory, const char* path) noexcept,
-     (target, directory, path), path)
-CALL(int, chmod, (const char* path, mode_t mode) noexcept, (path, mode), path)
-CALL(int, chown, (const char* path, uid_t uid, gid_t gid) noexcept, (path, uid, gid), path)
+     (target, directory, path))
+CALL(int, chmod, (const char* path, mode_t mode) noexcept, (path, mode))
+CALL(int, chown, (const char* path, uid_t uid, gid_t gid) noexcept, (path, uid, gid))
 
 READ_FD(ssize_t, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
 READ_FD(ssize_t, pread, (int fd, void* buffer, size_t size, off_t at), (fd, buffer, size, at))
@@ -176,6 +164,6 @@ extern "C" int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_
                            const posix_spawnattr_t* attributes, char* const arguments[],
                            char* const environment[]) {
   static const auto next = Next(&posix_spawn, "posix_spawn");
-  if (Refused("posix_spawn", path)) return errno;
+  if (Refused("posix_spawn")) return errno;
   return next(pid, path, actions, attributes, arguments, environment);
 }

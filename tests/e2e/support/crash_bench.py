@@ -117,7 +117,8 @@ class CrashBench:
         return os.path.join(self.live, name + ".key")
 
     def save(self):
-        """The state to which `reset` goes back."""
+        """The state to which `reset` goes back. Not for one that a killed program has left: a
+        copy has other inode numbers."""
         shutil.rmtree(self.saved, ignore_errors=True)
         subprocess.run(["cp", "-a", self.live, self.saved], check=True)
 
@@ -161,6 +162,13 @@ class CrashBench:
         """What a program without a journal would have to recover with."""
         shutil.rmtree(os.path.join(self.live, "state", "journal"), ignore_errors=True)
 
+    def sweep(self):
+        """Removes what the passwd-file's next save would: the old file that could not be removed."""
+        for name in (".users.brisq-new", ".users.brisq-next"):
+            path = os.path.join(self.live, "dovecot", name)
+            if os.path.exists(path):
+                os.unlink(path)
+
     def journal(self):
         folder = os.path.join(self.live, "state", "journal")
         return sorted(os.listdir(folder)) if os.path.isdir(folder) else []
@@ -172,9 +180,17 @@ class CrashBench:
         with open(path, encoding="utf-8") as file:
             return file.read().split()
 
-    def state(self):
-        """Everything that the administrator or the mail server could see: rows and files."""
-        return {"rows": self._rows(), "files": self._files()}
+    def restart_waits(self):
+        """True when a restart is stored that no run has served yet."""
+        with sqlite3.connect(os.path.join(self.live, "state", "panel.db")) as database:
+            rows = database.execute("SELECT 1 FROM reload_request WHERE hard = 1").fetchall()
+        database.close()
+        return bool(rows)
+
+    def state(self, exact=True):
+        """Everything that the administrator or the mail server could see: rows and files.
+        `exact`: with the order of the passwd-file's lines."""
+        return {"rows": self._rows(), "files": self._files(exact)}
 
     def _rows(self):
         with sqlite3.connect(os.path.join(self.live, "state", "panel.db")) as database:
@@ -185,7 +201,7 @@ class CrashBench:
         rows["integrity"] = check
         return rows
 
-    def _files(self):
+    def _files(self, exact):
         found = {}
         folders = [self.live]
         while folders:
@@ -193,20 +209,23 @@ class CrashBench:
             for entry in os.scandir(folder):
                 if entry.name in IGNORED:
                     continue
-                found[os.path.relpath(entry.path, self.live)] = self._print(entry.path)
+                found[os.path.relpath(entry.path, self.live)] = self._print(entry.path, exact)
                 if entry.is_dir(follow_symlinks=False):
                     folders.append(entry.path)
         return found
 
     @staticmethod
-    def _print(path):
+    def _print(path, exact):
         info = os.lstat(path)
         what = (stat.S_IFMT(info.st_mode), info.st_mode & 0o7777, info.st_uid, info.st_gid)
         if stat.S_ISLNK(info.st_mode):
             return what + (os.readlink(path),)
         if stat.S_ISREG(info.st_mode):
             with open(path, "rb") as file:
-                return what + (hashlib.sha256(file.read()).hexdigest(),)
+                content = file.read()
+            if os.path.basename(path) == "users" and not exact:
+                content = b"\n".join(sorted(content.split(b"\n")))
+            return what + (hashlib.sha256(content).hexdigest(),)
         return what
 
 
