@@ -20,7 +20,7 @@ const std::vector<Command>& Commands() {
     for (const auto& group :
          {OwnerCommands(), DomainCommands(), MailboxCommands(), RefreshCommands(),
           PasswdFileCommands(), CheckCommands(), SyncCommands(), TlsCommands(), ReloadCommands(),
-          ActionCommands(), ServeCommands()})
+          JobCommands(), ActionCommands(), ServeCommands()})
       all.insert(all.end(), group.begin(), group.end());
     for (Command& command : all)
       if (command.changes) command.options.push_back(kDryRun);

@@ -16,6 +16,7 @@ std::vector<Command> CheckCommands();
 std::vector<Command> SyncCommands();
 std::vector<Command> TlsCommands();
 std::vector<Command> ReloadCommands();
+std::vector<Command> JobCommands();
 std::vector<Command> ActionCommands();
 std::vector<Command> ServeCommands();
 

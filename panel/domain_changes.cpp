@@ -3,6 +3,7 @@
 #include "email.h"
 #include "panel/certificate_cleanup.h"
 #include "panel/email_module.h"
+#include "panel/job_log.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
 #include "panel/records.h"
@@ -52,6 +53,7 @@ DomainInfo SetDomain(const std::string& text, const DomainChange& change) {
   const std::string owner = change.owner ? CheckOwnerName(*change.owner) : std::string();
   email::Pop3Interface& backend = MailBackend();
   RunRequest("domain set", [&](Request& request) {
+    JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
     if (change.owner) {
       GiveTo(domain, owner);
@@ -70,6 +72,7 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
   email::Pop3Interface& backend = MailBackend();
   std::vector<RemovedMailbox> removed;
   RunRequest("domain delete", [&](Request&) {
+    JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
     ForEachMailbox(domain,
                    [&](const Mailbox& mailbox) { removed.push_back(RemoveMailbox(mailbox)); });

@@ -120,6 +120,7 @@ void ConfigureLog(const mgr_cf::Settings& settings) {
 void DeclareParams() {
   mgr_cf::AddParam("EmailSweepLimit", "30");
   mgr_cf::AddParam("EmailPasswordDelay", "0");
+  mgr_cf::AddParam("JobHistoryDays", "90");
 }
 
 std::vector<brisq_api::PluginReport> StartPlugins(const mgr_cf::Settings& settings) {

@@ -5,6 +5,7 @@
 #include "panel/archive.h"
 #include "panel/email_module.h"
 #include "panel/homes.h"
+#include "panel/job_log.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -49,6 +50,7 @@ void Move(const Mailbox& mailbox, const std::string& home, Request& request) {
 }
 
 void Change(const Address& address, const Checked& change, Request& request) {
+  JobLog::Watch(kMailbox, address.Full());
   Mailbox mailbox = FindMailbox(address);
   if (change.quota) {
     mailbox->quota = *change.quota;
@@ -95,6 +97,7 @@ void SetPassword(const std::string& text, const std::string& password) {
   CheckPassword(password, mgr_cf::GetParam("DovecotPwScheme"));
   MailBackend();
   RunRequest("mailbox passwd", [&](Request&) {
+    JobLog::Watch(kMailbox, address.Full());
     Mailbox mailbox = FindMailbox(address);
     if (mailbox->active) {
       SetLinePassword(mailbox, password);

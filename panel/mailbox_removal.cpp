@@ -4,6 +4,7 @@
 #include "panel/archive.h"
 #include "panel/email_module.h"
 #include "panel/homes.h"
+#include "panel/job_log.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -64,6 +65,7 @@ Mailbox InsertRow(const MailboxArchive& archive, const Address& address) {
 }
 
 void Restore(const Address& address, Request& request) {
+  JobLog::Watch(kMailbox, address.Full());
   const auto archive = FindArchived(address, {kSwept, kDeleted});
   if (!archive) {
     throw mgr_err::Error("missed", "archived mailbox", address.Full());

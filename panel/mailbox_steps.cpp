@@ -2,6 +2,7 @@
 
 #include "email.h"
 #include "panel/archive.h"
+#include "panel/job_log.h"
 #include "panel/names.h"
 
 namespace brisq_panel {
@@ -51,6 +52,7 @@ void SwitchOn(Mailbox& mailbox, Request& request) {
 }  // namespace
 
 void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {
+  JobLog::Watch(kMailbox, email::GetEmailName(mailbox));
   if (on) {
     SwitchOn(mailbox, request);
   } else {
@@ -59,6 +61,7 @@ void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {
 }
 
 RemovedMailbox RemoveMailbox(Mailbox mailbox) {
+  JobLog::Watch(kMailbox, email::GetEmailName(mailbox));
   RemovedMailbox removed{email::GetEmailName(mailbox), mailbox->home};
   const std::string hash = mailbox->active ? TakeLineOut(mailbox) : ForgetHash(mailbox);
   ArchiveMailbox(mailbox, kDeleted, hash);

@@ -4,6 +4,7 @@
 #include "mgr_cf.h"
 #include "panel/email_module.h"
 #include "panel/homes.h"
+#include "panel/job_log.h"
 #include "panel/mail_line.h"
 #include "panel/names.h"
 #include "panel/records.h"
@@ -102,6 +103,7 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   const Plan plan = MakePlan(mailbox);
   MailBackend();
   RunRequest("mailbox add", [&](Request&) {
+    JobLog::Watch(kMailbox, plan.address.Full());
     Mailbox email = InsertRow(plan, mailbox.password);
     MakeLine(email, mailbox.password);
   });

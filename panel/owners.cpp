@@ -6,6 +6,7 @@
 
 #include "framework/file_error.h"
 #include "panel/home_job.h"
+#include "panel/job_log.h"
 #include "panel/names.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
@@ -65,6 +66,7 @@ AddedOwner AddOwner(const OwnerInfo& given) {
   const OwnerInfo owner = Checked(given);
   std::vector<std::string> of_home;
   auto notes = RunRequest("owner add", [&](Request&) {
+    JobLog::Watch(kOwner, owner.name);
     InsertRow(owner);
     of_home = ProvideHome(owner);
   });

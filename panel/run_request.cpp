@@ -7,6 +7,7 @@
 #include "framework/rehearsal.h"
 #include "mgr_err.h"
 #include "panel/held_signals.h"
+#include "panel/job_log.h"
 #include "panel/recovery.h"
 
 namespace brisq_panel {
@@ -23,6 +24,13 @@ mgr_err::Error WithNotes(const mgr_err::Error& error, const std::vector<std::str
     full.set_report();
   }
   return full;
+}
+
+// As a part of the request that goes on; the notes are those that it adds.
+std::vector<std::string> Join(Request& outer, const std::function<void(Request&)>& work) {
+  const auto before = static_cast<std::ptrdiff_t>(outer.Notes().size());
+  work(outer);
+  return {outer.Notes().begin() + before, outer.Notes().end()};
 }
 
 // The lock is waited for, and meanwhile its holder may have died: what that has left must be dealt
@@ -46,13 +54,18 @@ std::vector<std::string> LockAfterTheDead(std::optional<Request>& request,
 
 std::vector<std::string> RunRequest(const std::string& name,
                                     const std::function<void(Request&)>& work) {
+  if (Request* outer = Request::Current()) {
+    return Join(*outer, work);
+  }
   const HeldSignals held;  // ends last: taking back must not be cut off either
   std::optional<Request> request;
   try {
     for (const std::string& words : LockAfterTheDead(request, name)) {
       request->AddNote(words);
     }
+    JobLog log;
     work(*request);
+    log.Write(*request);
     request->Commit();
   } catch (const mgr_err::Error& error) {
     request->Rollback();

@@ -14,6 +14,7 @@
 #include "panel/certificate_cleanup.h"
 #include "panel/certificates.h"
 #include "panel/email_module.h"
+#include "panel/job_log.h"
 #include "panel/names.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
@@ -164,6 +165,7 @@ std::vector<std::string> SetCertificate(const std::string& text, const std::stri
   FindDomain(name);
   std::vector<std::string> warnings = CheckFiles(name, cert, key, force);
   RunRequest("tls set", [&](Request&) {
+    JobLog::Watch(kDomain, name);
     const auto domain = FindDomain(name);
     domain->cert = cert;
     domain->key = key;
@@ -177,6 +179,7 @@ void UnsetCertificate(const std::string& text) {
   const std::string name = CheckDomain(text);
   email::Pop3Interface& backend = MailBackend();
   RunRequest("tls unset", [&](Request&) {
+    JobLog::Watch(kDomain, name);
     auto domain = FindDomain(name);
     if (std::string(domain->cert).empty()) {
       throw mgr_err::Error("missed", "certificate", name);

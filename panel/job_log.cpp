@@ -1,0 +1,151 @@
+#include "panel/job_log.h"
+
+#include <algorithm>
+#include <chrono>
+#include <list>
+
+#include "framework/acting_user.h"
+#include "framework/job_table.h"
+#include "framework/journal_record.h"
+#include "framework/rehearsal.h"
+#include "framework/seal.h"
+#include "framework/utc.h"
+#include "mgr_cf.h"
+#include "str.h"
+#include "test.h"
+
+namespace brisq_panel {
+
+namespace {
+
+thread_local JobLog* g_current = nullptr;
+
+constexpr const char* kBefore = "before.";
+constexpr const char* kAfter = "after.";
+constexpr const char* kHidden = "(hidden)";
+constexpr int kDefaultDays = 90;
+
+bool IsSecret(const std::string& name) { return name == kHash || name == kKeptPassword; }
+
+// Names of values are single words in a step.
+std::string Word(std::string name) {
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return name;
+}
+
+std::string Name(std::string word) {
+  std::replace(word.begin(), word.end(), '_', ' ');
+  return word;
+}
+
+void AddValues(journal::Step& step, const char* prefix, const ObjectState& state, Secrets secrets) {
+  for (const auto& [name, value] : state) {
+    const bool hide = secrets == Secrets::kHidden && IsSecret(name) && !value.empty();
+    step.values[prefix + Word(name)] = hide ? kHidden : value;
+  }
+}
+
+ObjectState ValuesOf(const journal::Step& step, const std::string& prefix) {
+  ObjectState state;
+  for (const auto& [word, value] : step.values) {
+    if (word.starts_with(prefix)) {
+      state[Name(word.substr(prefix.size()))] = value;
+    }
+  }
+  return state;
+}
+
+// Of an object that was there before and is there now, what differs.
+void KeepDifferences(ObjectChange& change) {
+  for (auto value = change.after.begin(); value != change.after.end();) {
+    if (change.before[value->first] == value->second) {
+      change.before.erase(value->first);
+      value = change.after.erase(value);
+    } else {
+      ++value;
+    }
+  }
+}
+
+std::chrono::hours KeptFor() {
+  std::string days = mgr_cf::GetParam("JobHistoryDays");
+  return std::chrono::hours(24) * (test::Numeric(days) ? str::Int(days) : kDefaultDays);
+}
+
+}  // namespace
+
+JobLog::JobLog() { g_current = this; }
+
+JobLog::~JobLog() { g_current = nullptr; }
+
+void JobLog::Watch(const std::string& kind, const std::string& name) {
+  if (g_current == nullptr) {
+    return;
+  }
+  const auto& watched = g_current->watched_;
+  if (std::none_of(watched.begin(), watched.end(), [&](const ObjectChange& known) {
+        return known.kind == kind && known.name == name;
+      })) {
+    g_current->watched_.push_back({kind, name, StateOf(kind, name), {}});
+  }
+}
+
+void JobLog::Undoes(int job) {
+  if (g_current != nullptr) {
+    g_current->undoes_ = job;
+  }
+}
+
+std::vector<ObjectChange> JobLog::Changes() const {
+  std::vector<ObjectChange> changes;
+  for (ObjectChange change : watched_) {
+    change.after = StateOf(change.kind, change.name);
+    if (!change.Made() && !change.Removed()) {
+      KeepDifferences(change);
+    }
+    if (!change.before.empty() || !change.after.empty()) {
+      changes.push_back(std::move(change));
+    }
+  }
+  return changes;
+}
+
+void JobLog::Write(const Request& request) {
+  const std::vector<ObjectChange> changes = Changes();
+  if (changes.empty() || Rehearsal::Current() != nullptr) {
+    return;
+  }
+  job_table::Add({0, request.id(), request.name(), ActingUser(), UtcText(request.started()),
+                  job_table::kDone, ToText(changes, Secrets::kHidden),
+                  mgr_seal::Seal(ToText(changes, Secrets::kKept)), undoes_});
+  if (const auto kept = KeptFor(); kept.count() > 0) {
+    job_table::ForgetBefore(UtcText(request.started() - kept));
+  }
+}
+
+std::string ToText(const std::vector<ObjectChange>& changes, Secrets secrets) {
+  std::string text;
+  for (const ObjectChange& change : changes) {
+    journal::Step step{change.kind, {{"name", change.name}}};
+    AddValues(step, kBefore, change.before, secrets);
+    AddValues(step, kAfter, change.after, secrets);
+    text += journal::Text(step) + "\n";
+  }
+  return text;
+}
+
+std::vector<ObjectChange> FromText(const std::string& text) {
+  std::list<std::string> lines;
+  str::Split(text, "\n", lines);
+  std::vector<ObjectChange> changes;
+  for (const std::string& line : lines) {
+    if (!line.empty()) {
+      const journal::Step step = journal::FromText(line);
+      changes.push_back(
+          {step.kind, step.Value("name"), ValuesOf(step, kBefore), ValuesOf(step, kAfter)});
+    }
+  }
+  return changes;
+}
+
+}  // namespace brisq_panel

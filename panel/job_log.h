@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "brisq_export.h"
+#include "framework/request.h"
+#include "panel/object_state.h"
+
+/// Keeping what a request has changed, with before and after, in the table of jobs.
+namespace brisq_panel {
+
+/// What a request has changed of one object.
+struct BRISQ_API ObjectChange {
+  std::string kind;
+  std::string name;
+  ObjectState before;  ///< empty for an object that was made
+  ObjectState after;   ///< empty for one that was removed; else the same names as in `before`
+
+  bool Made() const { return before.empty(); }
+  bool Removed() const { return after.empty(); }
+};
+
+/// The objects that the request of this thread may change. One per request, made by RunRequest.
+class BRISQ_API JobLog {
+ public:
+  JobLog();
+  ~JobLog();
+  JobLog(const JobLog&) = delete;
+  JobLog& operator=(const JobLog&) = delete;
+
+  /// Notes an object as it is before it is changed; only its first state in a request counts. Does
+  /// nothing without a log on this thread.
+  /// @throws as StateOf
+  static void Watch(const std::string& kind, const std::string& name);
+  /// Notes that the request takes back this job.
+  static void Undoes(int job);
+
+  /// Adds the job's row to the request's transaction, if something was changed, and forgets jobs
+  /// that are older than "JobHistoryDays".
+  /// @throws as StateOf; what sealing throws
+  void Write(const Request& request);
+
+ private:
+  std::vector<ObjectChange> Changes() const;
+
+  std::vector<ObjectChange> watched_;  // `after` is not known yet
+  int undoes_ = 0;
+};
+
+/// Changes as lines of text, and back. With `secrets` hidden a value that may not be shown is
+/// "(hidden)".
+enum class Secrets { kHidden, kKept };
+BRISQ_API std::string ToText(const std::vector<ObjectChange>& changes, Secrets secrets);
+BRISQ_API std::vector<ObjectChange> FromText(const std::string& text);
+
+}  // namespace brisq_panel
