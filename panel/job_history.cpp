@@ -1,5 +1,7 @@
 #include "panel/job_history.h"
 
+#include <algorithm>
+
 #include "framework/job_table.h"
 #include "framework/seal.h"
 #include "mgr_err.h"
@@ -162,7 +164,12 @@ void Undo(int id, const ObjectChange& change) {
 }
 
 // Domains come before their mailboxes, but for one that goes.
-bool ComesFirst(const ObjectChange& change) { return change.kind == kDomain && !change.Made(); }
+int TurnOf(const ObjectChange& change) {
+  if (change.kind != kDomain) {
+    return 1;
+  }
+  return change.Made() ? 2 : 0;
+}
 
 }  // namespace
 
@@ -180,18 +187,17 @@ std::vector<std::string> UndoJob(int id) {
   return RunRequest("job undo", [&](Request&) {
     const job_table::Job job = Find(id);
     RequireUndoable(job);
-    const std::vector<ObjectChange> changes = FromText(mgr_seal::Open(job.sealed));
+    std::vector<ObjectChange> changes = FromText(mgr_seal::Open(job.sealed));
+    std::stable_sort(changes.begin(), changes.end(), [](const auto& left, const auto& right) {
+      return TurnOf(left) < TurnOf(right);
+    });
     for (const ObjectChange& change : changes) {
       RequireAsLeft(id, change);
       JobLog::Watch(change.kind, change.name);
     }
     JobLog::Undoes(id);
-    for (const bool first : {true, false}) {
-      for (const ObjectChange& change : changes) {
-        if (ComesFirst(change) == first) {
-          Undo(id, change);
-        }
-      }
+    for (const ObjectChange& change : changes) {
+      Undo(id, change);
     }
   });
 }

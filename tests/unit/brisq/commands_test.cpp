@@ -102,6 +102,29 @@ TEST_F(CommandsTest, ADeletedMailboxComesBackWithItsPassword) {
   EXPECT_EQ(before, dir_.Read("passwd"));
 }
 
+TEST_F(CommandsTest, AJobIsListedShownAndUndone) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  const std::string before = dir_.Read("passwd");
+  EXPECT_EQ(0, Run("mailbox set bob@example.org --quota 7").status);
+  const json latest = Data("job list --last 1")[0];
+  EXPECT_EQ("mailbox set", latest["command"]);
+  EXPECT_EQ("bob@example.org", latest["objects"]);
+  EXPECT_EQ("done", latest["state"]);
+  const std::string number = std::to_string(latest["job"].get<int>());
+  const json change = Data("job show " + number)[0];
+  EXPECT_EQ("mailbox bob@example.org", change["object"]);
+  EXPECT_EQ("quota", change["value"]);
+  EXPECT_EQ("7", change["after"]);
+  EXPECT_EQ(0, Run("job undo " + number).status);
+  EXPECT_EQ(before, dir_.Read("passwd"));
+  EXPECT_THAT(Run("job undo " + number).err, HasSubstr("is undone by job"));
+  EXPECT_EQ(8, Run("job undo " + number).status);
+  EXPECT_EQ(4, Run("job undo 4711").status);
+  EXPECT_EQ(10, Run("job show one").status);
+  EXPECT_GT(Data("job list").size(), 3u);
+}
+
 TEST_F(CommandsTest, ADomainIsChangedAndDeletedWithItsMailboxes) {
   AddDomain();
   AddMailbox("bob@example.org");

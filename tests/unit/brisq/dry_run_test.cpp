@@ -34,6 +34,7 @@ const Change kChanges[] = {
     {"tls set example.org FILES", "certs/example.org.conf written"},
     {"tls unset secure.org", "ssl/secure.org.crt removed"},
     {"tls prune", "certs/gone.org.conf removed"},
+    {"job undo 3", "line of bob@example.org removed"},
     {"sync", "-bob@example.org:{CRAM-MD5}***:5000:5000"},
     {"sync --generate", "line of bob@example.org changed"},
     {"reload now", "reload of the mail server"},

@@ -1,6 +1,8 @@
 #include "panel/job_history.h"
 
+#include "framework/config_file.h"
 #include "framework/job_table.h"
+#include "mgr_cf.h"
 #include "panel/domain_changes.h"
 #include "panel/mailbox_changes.h"
 #include "panel/mailbox_removal.h"

@@ -92,9 +92,10 @@ TEST_F(JobLogTest, OldJobsAreForgottenAfterTheDaysThatAreSet) {
 }
 
 TEST_F(JobLogTest, WithoutALogNothingIsWatched) {
+  const std::size_t jobs = job_table::Latest(0).size();
   JobLog::Watch("mailbox", "no address at all");
   JobLog::Undoes(3);
-  EXPECT_THAT(job_table::Latest(0), IsEmpty());
+  EXPECT_EQ(jobs, job_table::Latest(0).size());
 }
 
 TEST_F(JobLogTest, TextsBearEveryValue) {
