@@ -235,7 +235,7 @@ class Refusal(unittest.TestCase):
             if state != prepared.after:
                 damage = f"success, but {differences(prepared.after, state)}"
             return refused, damage
-        if not said.startswith("brisq: ") or said.count(":") < 2:
+        if "brisq: " not in said or said.count(":") < 2:
             return refused, f"the message names nothing: {said!r}"
         done = prepared.bench.state(prepared.exact) == prepared.after
         if done and "changed" not in said and "lost" not in said:
