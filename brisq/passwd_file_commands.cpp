@@ -63,7 +63,7 @@ void Edit(Call& call) {
   PasswdFileEdit edit;
   if (!EditUntilRight(call, edit, editor)) return;
   edit.Save();
-  call.output.Say("the passwd-file was changed");
+  if (!call.arguments.Has(kDryRun.name)) call.output.Say("the passwd-file was changed");
 }
 
 }  // namespace
@@ -83,6 +83,7 @@ std::vector<Command> PasswdFileCommands() {
        .operands = {},
        .options = {},
        .one_of = {},
+       .changes = true,
        .run = Edit},
   };
 }

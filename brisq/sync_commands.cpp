@@ -46,7 +46,16 @@ void Plan(Call& call) {
   if (report.Differs()) call.exit_code = kExitFindings;
 }
 
+std::string LostPasswords(const SyncReport& report) {
+  std::string advice =
+      "the new passwords of these are lost; set others with \"brisq mailbox passwd "
+      "ADDRESS --generate\":";
+  for (const auto& [address, password] : report.passwords) advice += " " + address;
+  return advice;
+}
+
 void ShowPasswords(Call& call, const SyncReport& report) {
+  if (!report.passwords.empty()) call.output.IfLost(LostPasswords(report));
   for (const auto& [address, password] : report.passwords)
     call.output.Bare(
         address + " " + password,

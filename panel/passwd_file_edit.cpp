@@ -14,6 +14,7 @@
 #include "framework/conf_stamp.h"
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/rehearsal.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
@@ -112,6 +113,7 @@ PasswdFileEdit::Review PasswdFileEdit::Look() {
 }
 
 void PasswdFileEdit::Save() {
+  if (Rehearsal* rehearsal = Rehearsal::Current()) return rehearsal->Note(path_ + " edited");
   try {
     file_->Save(file_->Apply(ConfChange::Edit(before_, after_)));
   } catch (const mgr_err::Error& error) {

@@ -39,6 +39,7 @@ const Change kChanges[] = {
     {"sync --generate", "line of bob@example.org changed"},
     {"reload now", "reload of the mail server"},
     {"reload now --restart", "restart of the mail server"},
+    {"passwd-file edit", "passwd edited"},
     {"action run dovecot.certs.check", "certs/gone.org.conf removed"},
 };
 
@@ -62,7 +63,14 @@ class DryRunTest : public InstanceTest {
     dir_.Write("passwd", Replaced(Passwd(), "=2048M", "=9M"));
     dir_.Write("certs/gone.org.conf", "local_name gone.org {\n\tssl_cert = </nowhere\n}\n");
     doveadm_.Answers("{CRAM-MD5}another\n");
+    // The editor of passwd-file edit.
+    setenv("EDITOR", "sed -i s/5000:5000/5000:5001/", 1);
     doveadm_.Reports("bob@example.org User quota STORAGE 3072 - 0\n");
+  }
+
+  void TearDown() override {
+    unsetenv("EDITOR");
+    ProgramTest::TearDown();
   }
 
   std::string Words(const std::string& words) const {
