@@ -143,6 +143,7 @@ std::string CheckDomain(const std::string& text) {
   const std::string object = "domain";
   RefuseEmpty(object, text);
   RefuseControl(object, text);
+  RefuseInvisible(object, text);
   RefuseAnyOf(object, text, ":%/ ");
   RequireLeadingLetterOrDigit(object, text);
   // Converting costs time with the square of the length; no form is shorter than a quarter.

@@ -48,6 +48,12 @@ char32_t NextCharacter(std::string_view& text) {
   return IsCharacter(c, length) ? c : kInvalid;
 }
 
+constexpr bool IsInvisible(char32_t c) {
+  return c == 0xAD || c == 0x34F || (c >= 0x180B && c <= 0x180F) || c == 0x200B ||
+         (c >= 0x2060 && c <= 0x206F) || (c >= 0xFE00 && c <= 0xFE0F) || c == 0xFEFF ||
+         (c >= 0xE0000 && c <= 0xE0FFF);
+}
+
 constexpr bool IsControl(char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
 
 }  // namespace
@@ -70,6 +76,14 @@ void RefuseControl(const std::string& object, std::string_view text) {
     }
     if (IsControl(c)) {
       throw Refused(object, "control character not allowed");
+    }
+  }
+}
+
+void RefuseInvisible(const std::string& object, std::string_view text) {
+  while (!text.empty()) {
+    if (IsInvisible(NextCharacter(text))) {
+      throw Refused(object, "invisible character not allowed");
     }
   }
 }

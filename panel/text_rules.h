@@ -31,4 +31,8 @@ constexpr bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
 constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr char ToLower(char c) { return IsUpper(c) ? static_cast<char>(c - 'A' + 'a') : c; }
 
+/// Refuses characters that are not seen and that names are compared without: soft hyphens, spaces
+/// of no width, selectors of variants. `text` is valid UTF-8.
+BRISQ_API void RefuseInvisible(const std::string& object, std::string_view text);
+
 }  // namespace brisq_panel

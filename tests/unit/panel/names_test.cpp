@@ -303,10 +303,15 @@ TEST(Names, BadDomainsAreRefused) {
       {"A-label of nothing", "xn--0.org", "not a valid domain name"},
       {"A-label of an ASCII name", "xn--example-.org", "not a valid domain name"},
       {"A-label of an upper-case umlaut", "xn--Bcher-kva0a.org", "not a valid domain name"},
-      {"heart",
+      {"heart", "\xe2\x99\xa5-.org", "not a valid domain name"},
+      {"heart with a selector",
        "\xe2\x99\xa5"
        "\xef\xb8\x8f-.org",
-       "not a valid domain name"},
+       "invisible character not allowed"},
+      {"space of no width",
+       "a\xe2\x80\x8b"
+       "b.org",
+       "invisible character not allowed"},
   };
   for (const Refusal& c : bad) {
     SCOPED_TRACE(c.name);

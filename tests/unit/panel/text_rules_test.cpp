@@ -76,4 +76,15 @@ TEST(TextRules, LowerCaseIsThatOfAscii) {
   }
 }
 
+TEST(TextRules, CharactersThatAreNotSeenAreRefused) {
+  for (const char* text :
+       {"a\xc2\xad", "\xe2\x80\x8b", "a\xe2\x81\xa0z", "\xef\xbb\xbf", "\xef\xb8\x8f"}) {
+    SCOPED_TRACE(testing::PrintToString(text));
+    EXPECT_EQ("value: x: invisible character not allowed",
+              RuleOf([text] { brisq_panel::RefuseInvisible("x", text); }));
+  }
+  EXPECT_EQ("accepted",
+            RuleOf([] { brisq_panel::RefuseInvisible("x", "a \xc3\xbc\xe4\xbe\x8b"); }));
+}
+
 }  // namespace
