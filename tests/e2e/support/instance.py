@@ -34,8 +34,13 @@ service anvil {
 """
 
 BAD_LINE = re.compile(r"(Error|Fatal|Panic): ")
-# A server stopped right after its start ends its statistics process before that has answered.
-HARMLESS = re.compile(r"stats-writer.*: Timeout waiting for handshake response")
+# What Dovecot may say without harm to anybody who logs in:
+HARMLESS = re.compile("|".join((
+    # A server stopped right after its start ends its statistics process before that has answered.
+    r"stats-writer.*: Timeout waiting for handshake response",
+    # A reload ends the process that a login process, started just then in reserve, has asked.
+    r"Error reading configuration: read\(.*/config\) failed: .*Connection reset by peer",
+    r"service\([a-z0-9]+-login\): child \d+ returned error 89 \(Fatal failure\)")))
 
 
 def brisq_program():
