@@ -75,6 +75,7 @@ class LiveRefresh : public live::LiveTest {
     brisq_panel::CreatePanelTables();
     brisq_panel::RefreshLock::SetFolder(dir_.path());
     back_end_ = std::make_unique<live::DovecotInterface>();
+    passwords_.reset(back_end_->PasswordBackEnd());
     email::RegisterPop3(back_end_.get());
     brisq_panel::AddOwner({"owner", 1001, 1001, dir_ / "home"});
     brisq_panel::AddDomain("x.org", "owner");
@@ -124,6 +125,7 @@ class LiveRefresh : public live::LiveTest {
   }
 
   std::unique_ptr<live::DovecotInterface> back_end_;
+  std::unique_ptr<live::Passwords> passwords_;  // which the other one does not own
 };
 
 TEST_F(LiveRefresh, WithoutAFaultEverythingIsInLine) {
