@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/places.h"
 #include "tests/unit/brisq/program_fixture.h"
 
 namespace brisq {
@@ -201,7 +202,7 @@ TEST_F(CommandsTest, ACertificateIsSetCheckedAndUnset) {
 TEST_F(CommandsTest, AServerEndsCleanlyOnTermAndIsAlone) {
   AddDomain();
   const std::string brisq =
-      BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") + "'";
+      support::BuildFolder() + "/bin/brisq --config '" + (dir_ / "brisq.toml") + "'";
   const std::string script = brisq + " serve 2>'" + (dir_ / "serve.err") + "' & server=$!\n" +
                              "until grep -q serving '" + (dir_ / "serve.err") +
                              "'; do sleep 0.05; done\n" + brisq +
@@ -286,9 +287,9 @@ TEST_F(CommandsTest, APasswordThatCantBeShownIsSaidToBeLost) {
   AddDomain();
   for (const char* command : {"add bob@example.org", "passwd bob@example.org"}) {
     SCOPED_TRACE(command);
-    const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
-                             "' mailbox " + command + " --generate >/dev/full 2>'" +
-                             (dir_ / "err") + "'";
+    const std::string line = support::BuildFolder() + "/bin/brisq --config '" +
+                             (dir_ / "brisq.toml") + "' mailbox " + command +
+                             " --generate >/dev/full 2>'" + (dir_ / "err") + "'";
     EXPECT_EQ(1, WEXITSTATUS(std::system(line.c_str())));
     EXPECT_THAT(dir_.Read("err"),
                 HasSubstr("brisq: failed: standard output: can't be written; the new password of "
@@ -337,8 +338,9 @@ TEST_F(CommandsTest, CommandsThatOnlyLookDoNotWaitForReloads) {
 
 TEST_F(CommandsTest, AFullStandardOutputIsAnError) {
   AddDomain();
-  const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
-                           "' owner list >/dev/full 2>'" + (dir_ / "err") + "'";
+  const std::string line = support::BuildFolder() + "/bin/brisq --config '" +
+                           (dir_ / "brisq.toml") + "' owner list >/dev/full 2>'" + (dir_ / "err") +
+                           "'";
   EXPECT_EQ(1, WEXITSTATUS(std::system(line.c_str())));
   EXPECT_EQ("brisq: failed: standard output: can't be written\n", dir_.Read("err"));
 }

@@ -8,6 +8,7 @@
 #include <regex>
 #include <set>
 
+#include "tests/support/places.h"
 #include "tests/unit/brisq/instance_fixture.h"
 
 namespace brisq {
@@ -220,7 +221,7 @@ std::set<std::string> CodesIn(const std::string& text, const std::string& patter
 
 // Codes whose drift can't be planted everywhere have their tests beside their code.
 TEST(DriftCodesTableTest, EveryDocumentedCodeHasATestAndEveryTestedOneIsDocumented) {
-  const std::string root = BRISQ_TEST_SOURCE_DIR;
+  const std::string root = support::SourceFolder();
   const std::set<std::string> documented =
       CodesIn(support::ReadFile(root + "/docs/operate/checks.md"), "`([A-Z]+-[A-Z-]+)`");
   const std::string beside =
@@ -234,7 +235,7 @@ TEST(DriftCodesTableTest, EveryDocumentedCodeHasATestAndEveryTestedOneIsDocument
 
 // Those that the code can tell are the documented ones.
 TEST(DriftCodesTableTest, EveryCodeInTheSourcesIsDocumented) {
-  const std::string root = BRISQ_TEST_SOURCE_DIR;
+  const std::string root = support::SourceFolder();
   std::string sources;
   for (const auto& entry : std::filesystem::directory_iterator(root + "/panel")) {
     if (entry.path().extension() == ".cpp") sources += support::ReadFile(entry.path());

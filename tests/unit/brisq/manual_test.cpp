@@ -8,11 +8,12 @@
 
 #include "brisq/command.h"
 #include "brisq/exit_codes.h"
+#include "tests/support/places.h"
 
 namespace brisq {
 namespace {
 
-constexpr const char* kPage = BRISQ_TEST_SOURCE_DIR "/docs/operate/commands.md";
+const std::string kPage = support::SourceFolder() + "/docs/operate/commands.md";
 
 // BRISQ_UPDATE_DOCS=1 writes the page anew.
 TEST(Manual, ThePageInTheDocumentsIsTheOneThatTheTablesGive) {

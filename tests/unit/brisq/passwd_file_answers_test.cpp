@@ -20,6 +20,7 @@
 #include "framework/conf_lock.h"
 #include "framework/descriptor.h"
 #include "framework/safe_replace.h"
+#include "tests/support/places.h"
 #include "tests/unit/brisq/program_fixture.h"
 
 namespace brisq {
@@ -221,8 +222,8 @@ class PasswdFileFaults : public PasswdFileAnswers {
                  const std::string& words) {
     beside_.Write("in", "word\n");
     const std::string line = "strace -f -qq -o /dev/null -P '" + path + "' -e trace=" + call +
-                             " -e inject=" + call + ":error=" + error +
-                             " " BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" +
+                             " -e inject=" + call + ":error=" + error + " " +
+                             support::BuildFolder() + "/bin/brisq --config '" +
                              (dir_ / "brisq.toml") + "' " + words + " <'" + (beside_ / "in") +
                              "' >'" + (beside_ / "out") + "' 2>'" + (beside_ / "err") + "'";
     const int status = std::system(line.c_str());

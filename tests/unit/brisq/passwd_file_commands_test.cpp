@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/places.h"
 #include "tests/unit/brisq/program_fixture.h"
 
 namespace brisq {
@@ -87,8 +88,8 @@ class PasswdFileEditCommand : public PasswdFileCommands {
   }
   /// Runs the command on a terminal, on which `typed` is typed; what it shows is the output.
   Ran RunOnTerminal(const std::string& typed) {
-    const std::string command =
-        BRISQ_TEST_BUILD_DIR "/bin/brisq --config " + (dir_ / "brisq.toml") + " passwd-file edit";
+    const std::string command = support::BuildFolder() + "/bin/brisq --config " +
+                                (dir_ / "brisq.toml") + " passwd-file edit";
     beside_.Write("typed", typed);
     const std::string line = "script -qec '" + command + "' /dev/null <'" + (beside_ / "typed") +
                              "' >'" + (beside_ / "shown") + "' 2>&1";
@@ -172,7 +173,7 @@ TEST_F(PasswdFileEditCommand, WithoutATerminalAndWithoutAnEditorItIsRefused) {
 // Another process changes a password while the editor is open.
 TEST_F(PasswdFileEditCommand, AnotherProcesssChangeMeanwhileIsKeptOrTheEditIsRefused) {
   const std::string brisq =
-      BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") + "' ";
+      support::BuildFolder() + "/bin/brisq --config '" + (dir_ / "brisq.toml") + "' ";
   doveadm_.Answers("{CRAM-MD5}another\n");
   const std::string change =
       "echo word | " + brisq + "mailbox passwd ann@example.org --password-stdin 2>/dev/null; ";

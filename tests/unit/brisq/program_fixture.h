@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/support/doveadm_stand_in.h"
+#include "tests/support/places.h"
 #include "tests/support/temp_dir.h"
 
 namespace brisq {
@@ -45,9 +46,9 @@ class ProgramTest : public testing::Test {
   /// @param words  for the shell, which splits them
   Ran Run(const std::string& words, const std::string& input = "") {
     beside_.Write("in", input);
-    const std::string line = BRISQ_TEST_BUILD_DIR "/bin/brisq --config '" + (dir_ / "brisq.toml") +
-                             "' " + words + " <'" + (beside_ / "in") + "' >'" + (beside_ / "out") +
-                             "' 2>'" + (beside_ / "err") + "'";
+    const std::string line = support::BuildFolder() + "/bin/brisq --config '" +
+                             (dir_ / "brisq.toml") + "' " + words + " <'" + (beside_ / "in") +
+                             "' >'" + (beside_ / "out") + "' 2>'" + (beside_ / "err") + "'";
     const int status = std::system(line.c_str());
     return {WEXITSTATUS(status), beside_.Read("out"), beside_.Read("err")};
   }

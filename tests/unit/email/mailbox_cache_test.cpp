@@ -5,6 +5,7 @@
 
 #include "email/dovecot_interface.h"
 #include "mgr_err.h"
+#include "tests/support/places.h"
 #include "tests/unit/email/plugin_fixture.h"
 
 using recording::BackEnd;
@@ -121,7 +122,7 @@ TEST_F(QuotaCache, RealOutputOfDoveadmIsReadAsItStands) {
         {"doveadm(dee@x.org):", 0}}},
       {"plugin_off", {}},
   };
-  const std::string records = BRISQ_TEST_SOURCE_DIR "/tests/unit/email/recorded/";
+  const std::string records = support::SourceFolder() + "/tests/unit/email/recorded/";
   const std::string replay = "sh " + records + "replay.sh ";
   for (const auto& c : cases) {
     SCOPED_TRACE(c.record);

@@ -4,6 +4,7 @@
 #include <typeinfo>
 
 #include "email/passwd_file.h"
+#include "tests/support/places.h"
 
 using brisqpriv_email_dovecot::DovPasswd;
 using brisqpriv_email_dovecot::DovPasswdConfig;
@@ -54,7 +55,7 @@ bool IsLoggedAt(const std::string& message, const std::string& source, const std
   const std::string prefix = "log 9: email_dovecot:";
   if (!message.starts_with(prefix)) return false;
   const int wanted = std::stoi(message.substr(prefix.size()));
-  std::ifstream file(BRISQ_TEST_SOURCE_DIR "/email/" + source);
+  std::ifstream file(support::SourceFolder() + "/email/" + source);
   std::string before;
   std::string line;
   for (int number = 0; number < wanted && std::getline(file, line); ++number) {

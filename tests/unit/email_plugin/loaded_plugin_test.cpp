@@ -17,6 +17,7 @@
 #include "panel/mailboxes.h"
 #include "panel/owners.h"
 #include "tests/support/doveadm_stand_in.h"
+#include "tests/support/places.h"
 #include "tests/support/temp_dir.h"
 
 using testing::ElementsAre;
@@ -36,7 +37,7 @@ class LoadedPlugin : public testing::Test {
     mgr_cf::Settings settings;
     settings.state = dir_ / "state";
     settings.database = dir_ / "state/panel.db";
-    settings.plugins = {BRISQ_TEST_BUILD_DIR "/lib/brisq/email_dovecot.so"};
+    settings.plugins = {support::BuildFolder() + "/lib/brisq/email_dovecot.so"};
     settings.log_directory = dir_ / "log";
     settings.params = {{"POP3", pop3}, {"EmailAuth", email_auth}, {"DovecotPwScheme", "CRAM-MD5"}};
     settings.paths = {{"dovecot-passwd", dir_ / "dovecot.passwd"},

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "tests/support/places.h"
+
 using plugin::Slots;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -11,7 +13,7 @@ using testing::ElementsAreArray;
 namespace {
 
 std::vector<Slots> Tables(const std::string& mangled_class) {
-  return plugin::VirtualTables(BRISQ_TEST_BUILD_DIR "/lib/brisq/email_dovecot.so",
+  return plugin::VirtualTables(support::BuildFolder() + "/lib/brisq/email_dovecot.so",
                                "_ZTVN23brisqpriv_email_dovecot" + mangled_class + "E");
 }
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/places.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -27,7 +28,7 @@ using testing::Not;
 constexpr char kCategory[] = "test_plugins";
 
 std::string Fixture(const std::string& name) {
-  return std::string(BRISQ_TEST_PLUGIN_DIR) + "/" + name + ".so";
+  return support::TestPluginFolder() + "/" + name + ".so";
 }
 
 // A plug-in stays loaded until the process ends, so each test loads a copy of its own.

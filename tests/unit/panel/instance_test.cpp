@@ -16,6 +16,7 @@
 #include "panel/mailboxes.h"
 #include "panel/owners.h"
 #include "panel/records.h"
+#include "tests/support/places.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -204,7 +205,7 @@ TEST_F(InstanceTest, WithoutTheParameterTheReasonIsThat) {
 }
 
 TEST_F(InstanceTest, PluginsAreLookedForBesideTheLibrary) {
-  EXPECT_EQ(std::string(BRISQ_TEST_BUILD_DIR) + "/lib/brisq", Instance::DefaultPluginFolder());
+  EXPECT_EQ(support::BuildFolder() + "/lib/brisq", Instance::DefaultPluginFolder());
 }
 
 }  // namespace
