@@ -11,6 +11,7 @@
 #include "framework/doubts.h"
 #include "framework/modules.h"
 #include "panel/instance.h"
+#include "panel/run_request.h"
 
 namespace brisq {
 namespace {
@@ -39,6 +40,7 @@ int Run(const CommandLine& line, const Console& console) {
   brisq_panel::Instance instance(settings);
   WarnOfPlugins(instance, output);
   for (const std::string& words : instance.recovered()) output.Warn(words);
+  const brisq_panel::NoteKeeper keeper;
   Call call{line.arguments, output, console, settings.file};
   if (line.command->changes && line.arguments.Has(kDryRun.name)) {
     RunDry(call, [&] { line.command->run(call); });
@@ -47,6 +49,7 @@ int Run(const CommandLine& line, const Console& console) {
     if (!line.command->reads)
       for (const std::string& problem : instance.RunDue()) output.Warn(problem);
   }
+  for (const std::string& note : keeper.notes()) output.Warn(note);
   if (WarnOfDoubts(output) && call.exit_code == 0) call.exit_code = kExitDoubt;
   output.Finish();
   console.out.flush();

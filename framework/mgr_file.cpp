@@ -7,17 +7,23 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/read_at_most.h"
 #include "framework/rehearsal.h"
 
 namespace mgr_file {
 
 namespace {
 
-// A part of the way that is missing or no directory says that nothing exists at the path.
-bool SaysMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+// A part of the way that is missing or no directory says that nothing exists at the path; so do
+// links that lead nowhere, in a circle or to a name that can't be, which any owner of one can make.
+bool SaysMissing(int error, bool follow_links) {
+  return error == ENOENT || error == ENOTDIR ||
+         (follow_links && (error == ELOOP || error == ENAMETOOLONG));
+}
 
 bool IsMissing(const std::string& path, bool follow_links) {
   struct stat status {};
@@ -25,7 +31,7 @@ bool IsMissing(const std::string& path, bool follow_links) {
   if (result == 0) {
     return false;
   }
-  if (!SaysMissing(errno)) {
+  if (!SaysMissing(errno, follow_links)) {
     throw FileError(path, follow_links ? "stat" : "lstat");
   }
   return true;
@@ -42,26 +48,6 @@ const char* SetAttributes(const std::string& path, const Attrs& attrs) {
     return "chown";
   }
   return ::fchmod(directory.get(), attrs.mode) != 0 ? "chmod" : nullptr;
-}
-
-std::string ReadAll(int file, std::size_t expected, const std::string& path) {
-  std::string content;
-  // One byte more, so that the end of a file that did not grow is seen without another round.
-  content.resize(expected + 1);
-  for (std::size_t size = 0;;) {
-    const ssize_t got = ::read(file, content.data() + size, content.size() - size);
-    if (got < 0 && errno != EINTR) {
-      throw FileError(path, "read");
-    }
-    if (got == 0) {
-      content.resize(size);
-      return content;
-    }
-    size += got > 0 ? static_cast<std::size_t>(got) : 0;
-    if (size == content.size()) {
-      content.resize(2 * size);
-    }
-  }
 }
 
 // Refuses what mkdir(2) would.
@@ -115,19 +101,7 @@ std::pair<std::string, std::string> SplitPath(const std::string& path) {
 }
 
 std::string ReadE(const std::string& path) {
-  // Without O_NONBLOCK a pipe at the path would hold the caller up until somebody opens its end.
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (!file) {
-    throw FileError(path, "open");
-  }
-  if (::fstat(file.get(), &status) != 0) {
-    throw FileError(path, "fstat");
-  }
-  if (!S_ISREG(status.st_mode)) {
-    throw mgr_err::Error("file", path, "not a regular file");
-  }
-  return ReadAll(file.get(), static_cast<std::size_t>(status.st_size), path);
+  return ReadAtMost(path, std::numeric_limits<std::size_t>::max());
 }
 
 bool RemoveFile(const std::string& path) noexcept {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "framework/file_steps.h"
+#include "framework/safe_way.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
 
@@ -29,11 +30,11 @@ namespace user_dir {
 
 namespace {
 
-constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+using safe_way::KindOf;
+using safe_way::NotSafe;
+using safe_way::OpenEntry;
 
-mgr_err::Error NotSafe(const std::string& path, const std::string& reason) {
-  return mgr_err::Error("file", path, "not safe: " + reason);
-}
+constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 mgr_err::Error BadPath(const std::string& path, const std::string& rule) {
   return mgr_err::Error("value", path, rule);
@@ -64,49 +65,12 @@ std::vector<std::string> ComponentsBelowRoot(const mgr_file::safe::Folder& folde
   return Components(std::string_view(folder.path()).substr(root.size()));
 }
 
-const char* KindOf(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFLNK:
-      return "a symbolic link";
-    case S_IFREG:
-      return "a regular file";
-    case S_IFDIR:
-      return "a directory";
-    case S_IFIFO:
-      return "a pipe";
-    case S_IFSOCK:
-      return "a socket";
-    default:
-      return "a device";
-  }
-}
-
 struct stat StateOf(int fd, const std::string& path) {
   struct stat state = {};
   if (sys::FStat(fd, &state) != 0) {
     sys::Fail("stat", path);
   }
   return state;
-}
-
-// Tells why `name` could not be opened as a directory.
-[[noreturn]] void Refuse(int parent, const std::string& name, const std::string& path) {
-  const int error = errno;
-  struct stat state = {};
-  if (sys::Stat(parent, name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0 &&
-      !S_ISDIR(state.st_mode)) {
-    throw NotSafe(path, std::string("is ") + KindOf(state.st_mode));
-  }
-  errno = error;
-  sys::Fail("open", path);
-}
-
-Descriptor OpenEntry(int parent, const std::string& name, const std::string& path) {
-  Descriptor fd(sys::Open(parent, name.c_str(), kDirectory));
-  if (!fd) {
-    Refuse(parent, name, path);
-  }
-  return fd;
 }
 
 void CheckOwner(uid_t is, uid_t wanted, const std::string& path) {
@@ -117,12 +81,7 @@ void CheckOwner(uid_t is, uid_t wanted, const std::string& path) {
 }
 
 Descriptor OpenRoot(const mgr_file::safe::Folder& folder) {
-  Descriptor fd = OpenEntry(AT_FDCWD, folder.root(), folder.root());
-  const uid_t is = StateOf(fd.get(), folder.root()).st_uid;
-  if (is != 0) {
-    CheckOwner(is, folder.uid(), folder.root());
-  }
-  return fd;
+  return safe_way::Open(folder.root(), folder.uid());
 }
 
 Descriptor OpenOwned(int parent, const std::string& name, const std::string& path, uid_t uid) {

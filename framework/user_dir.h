@@ -12,9 +12,10 @@
 
 /// Directories in users' trees, where the user may swap any entry for another at any moment.
 ///
-/// Every operation goes from the tree's root component by component, on descriptors, follows no
-/// symbolic link (the root itself must be none either), and accepts below the root only directories
-/// that belong to the user; the root may belong to the system's administrator as well. What it
+/// Every operation goes component by component, on descriptors: to the tree's root on a way that
+/// nobody else can bend (framework/safe_way.h), from there on without following a symbolic link and
+/// through directories of the user only; the root itself must be no link, and may belong to the
+/// system's administrator as well. What it
 /// refuses is reported as mgr_err::Error "file" with the entry's path and "not safe: REASON"; a
 /// refusal by the system with its words. Any thread; the umask has no effect.
 namespace user_dir {

@@ -8,8 +8,9 @@
 
 #include <memory>
 
+#include "framework/read_at_most.h"
 #include "framework/seal.h"
-#include "mgr_file.h"
+#include "mgr_err.h"
 #include "panel/text_rules.h"
 
 namespace brisq_panel {
@@ -37,9 +38,12 @@ class OwnErrors {
   OwnErrors& operator=(const OwnErrors&) = delete;
 };
 
+// Certificates and keys may belong to users, who could make them as long as they like.
+constexpr std::size_t kMostBytes = 1 << 20;
+
 std::string FileContent(const std::string& object, const std::string& path) {
   try {
-    return mgr_file::ReadE(path);
+    return mgr_file::ReadAtMost(path, kMostBytes);
   } catch (const mgr_err::Error& error) {
     throw Refused(object, path + ": " + error.value());
   }

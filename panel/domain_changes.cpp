@@ -52,7 +52,7 @@ DomainInfo SetDomain(const std::string& text, const DomainChange& change) {
   const std::string name = CheckDomain(text);
   const std::string owner = change.owner ? CheckOwnerName(*change.owner) : std::string();
   email::Pop3Interface& backend = MailBackend();
-  RunRequest("domain set", [&](Request& request) {
+  DoRequest("domain set", [&](Request& request) {
     JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
     if (change.owner) {
@@ -71,7 +71,7 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
   const std::string name = CheckDomain(text);
   email::Pop3Interface& backend = MailBackend();
   std::vector<RemovedMailbox> removed;
-  RunRequest("domain delete", [&](Request&) {
+  DoRequest("domain delete", [&](Request&) {
     JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
     ForEachMailbox(domain,

@@ -52,7 +52,7 @@ void InsertRow(const std::string& name, const std::string& owner) {
 DomainInfo AddDomain(const std::string& name, const std::string& owner) {
   const std::string stored = CheckDomain(name);
   const std::string owner_name = CheckOwnerName(owner);
-  RunRequest("domain add", [&](Request&) {
+  DoRequest("domain add", [&](Request&) {
     JobLog::Watch(kDomain, stored);
     InsertRow(stored, owner_name);
   });

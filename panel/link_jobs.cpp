@@ -2,16 +2,26 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
-
 #include "framework/entry_print.h"
-#include "framework/file_error.h"
 #include "framework/file_swap.h"
 #include "framework/request.h"
+#include "mgr_err.h"
 #include "mgr_file.h"
 #include "panel/system_dirs.h"
 
 namespace brisq_panel {
+
+namespace {
+
+// Certificates and keys that somebody has put there himself have no other copy that we know of.
+void RefuseOther(const std::string& path) {
+  struct stat there {};
+  if (::lstat(path.c_str(), &there) == 0 && !S_ISLNK(there.st_mode)) {
+    throw mgr_err::Error("file", path, "is no link: move it away, a link belongs there");
+  }
+}
+
+}  // namespace
 
 PlaceLink::PlaceLink(const std::string& target, const std::string& path)
     : target_(target), path_(path) {}
@@ -19,6 +29,7 @@ PlaceLink::PlaceLink(const std::string& target, const std::string& path)
 PlaceLink::~PlaceLink() = default;
 
 void PlaceLink::Do() {
+  RefuseOther(path_);
   const mgr_file::Attrs attrs(0755, 0, 0);
   const std::string directory = mgr_file::SplitPath(path_).first;
   Request::Current()->NoteSteps(StepsOfMaking(directory));
@@ -41,10 +52,7 @@ void PlaceLink::Undo() {
 void PlaceLink::Forget() noexcept { swap_->Discard(); }
 
 std::string PlaceLink::Rehearse() {
-  struct stat there {};
-  if (::lstat(path_.c_str(), &there) == 0 && S_ISDIR(there.st_mode)) {
-    throw mgr_file::FileError(path_, "link", EISDIR);
-  }
+  RefuseOther(path_);
   return entry_print::At(path_) == entry_print::OfLink(target_)
              ? ""
              : "link " + path_ + " to " + target_ + " placed";

@@ -11,8 +11,11 @@ class FileSwap;
 /// Jobs on symbolic links in directories of the system.
 namespace brisq_panel {
 
-/// Makes `path` a symbolic link to `target`; what is there is replaced in one step and comes back
-/// when the request fails. Missing directories on the way are made (0755, root).
+/// Makes `path` a symbolic link to `target`; a link that is there is replaced in one step and comes
+/// back when the request fails. Missing directories on the way are made (0755, root).
+///
+/// Fails with mgr_err::Error "file" when anything else than a link is at the path: it may be the
+/// only copy of a key.
 class BRISQ_API PlaceLink : public mgr_job::Job {
  public:
   PlaceLink(const std::string& target, const std::string& path);

@@ -60,6 +60,9 @@ void Change(const Address& address, const Checked& change, Request& request) {
   }
   mailbox->Post();
   if (change.active && *change.active != mailbox->active) {
+    if (*change.active) {
+      RequireSwitchedOn(*FindDomain(address.domain));
+    }
     SwitchMailbox(mailbox, *change.active, request);
   } else if (mailbox->active) {
     ChangeLine(mailbox);
@@ -96,7 +99,7 @@ void SetPassword(const std::string& text, const std::string& password) {
   const Address address = ParseAddress(text);
   CheckPassword(password, mgr_cf::GetParam("DovecotPwScheme"));
   MailBackend();
-  RunRequest("mailbox passwd", [&](Request&) {
+  DoRequest("mailbox passwd", [&](Request&) {
     JobLog::Watch(kMailbox, address.Full());
     Mailbox mailbox = FindMailbox(address);
     if (mailbox->active) {

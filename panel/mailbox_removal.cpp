@@ -37,6 +37,15 @@ void RequireFree(const Address& address, const brisq_db::EmailDomainTable& domai
   }
 }
 
+// The mail lies in the home of the owner that the mailbox had.
+void RequireSameOwner(const brisq_db::EmailDomainTable& domain, const brisq_db::User& owner) {
+  if (static_cast<int>(domain.owner) != static_cast<int>(owner.id)) {
+    throw mgr_err::Error("limit", "domain",
+                         std::string(domain.name) + " has another owner than " +
+                             std::string(owner.name) + ", whose mailbox it was");
+  }
+}
+
 std::string HomeOf(const MailboxArchive& archive, const Address& address,
                    const std::string& owner_home) {
   const std::string home = archive.home;
@@ -47,6 +56,10 @@ Mailbox InsertRow(const MailboxArchive& archive, const Address& address) {
   const auto domain = FindDomain(address.domain);
   RequireFree(address, *domain);
   const auto owner = FindOwner(archive.owner);
+  RequireSameOwner(*domain, *owner);
+  if (archive.active) {
+    RequireSwitchedOn(*domain);
+  }
   auto mailbox = Table<brisq_db::EmailTable>();
   mailbox->New();
   mailbox->name = address.local;
@@ -92,7 +105,7 @@ std::vector<RemovedMailbox> DeleteMailboxes(const std::vector<std::string>& text
   }
   MailBackend();
   std::vector<RemovedMailbox> removed;
-  RunRequest("mailbox delete", [&](Request&) {
+  DoRequest("mailbox delete", [&](Request&) {
     for (const Address& address : addresses) {
       removed.push_back(RemoveMailbox(FindMailbox(address)));
     }

@@ -51,6 +51,12 @@ void SwitchOn(Mailbox& mailbox, Request& request) {
 
 }  // namespace
 
+void RequireSwitchedOn(const brisq_db::EmailDomainTable& domain) {
+  if (!domain.active) {
+    throw mgr_err::Error("limit", "domain", std::string(domain.name) + " is switched off");
+  }
+}
+
 void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {
   JobLog::Watch(kMailbox, email::GetEmailName(mailbox));
   if (on) {

@@ -9,6 +9,10 @@
 /// throws what the back-ends throw.
 namespace brisq_panel {
 
+/// Refuses to have mailboxes served in a domain that is switched off.
+/// @throws mgr_err::Error "limit" with object "domain"
+BRISQ_API void RequireSwitchedOn(const brisq_db::EmailDomainTable& domain);
+
 /// Switches a mailbox off or on: its line leaves the mail server or comes back. The password's hash
 /// is kept meanwhile. A note says when a mailbox that was switched on has no password. The record
 /// stands on the mailbox afterwards; switched on, it has a new number.

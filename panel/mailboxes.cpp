@@ -6,6 +6,7 @@
 #include "panel/homes.h"
 #include "panel/job_log.h"
 #include "panel/mail_line.h"
+#include "panel/mailbox_steps.h"
 #include "panel/names.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
@@ -64,9 +65,7 @@ Plan MakePlan(const NewMailbox& mailbox) {
     CheckHome(mailbox.home);
   }
   plan.domain = FindDomain(plan.address.domain);
-  if (!plan.domain->active) {
-    throw mgr_err::Error("limit", "domain", plan.address.domain + " is switched off");
-  }
+  RequireSwitchedOn(*plan.domain);
   plan.owner = Table<brisq_db::User>();
   plan.owner->Assert(plan.domain->owner);
   plan.home = Home(mailbox.home, plan.address, plan.owner->home);
@@ -102,7 +101,7 @@ std::string DefaultHome(const std::string& owner_home, const Address& address) {
 MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   const Plan plan = MakePlan(mailbox);
   MailBackend();
-  RunRequest("mailbox add", [&](Request&) {
+  DoRequest("mailbox add", [&](Request&) {
     JobLog::Watch(kMailbox, plan.address.Full());
     Mailbox email = InsertRow(plan, mailbox.password);
     MakeLine(email, mailbox.password);

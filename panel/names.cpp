@@ -206,9 +206,10 @@ int ParseQuota(const std::string& text) {
   if (!std::all_of(digits.begin(), digits.end(), IsDigit)) {
     throw Refused(object, "must be a whole number of megabytes, like 500, 500M or 2G");
   }
-  const bool too_many = digits.size() > 10;
-  const long long megabytes =
-      digits.empty() || too_many ? 0 : std::strtoll(digits.c_str(), nullptr, 10) * unit;
+  const std::size_t significant =
+      digits.size() - std::min(digits.find_first_not_of('0'), digits.size());
+  const bool too_many = significant > 10;
+  const long long megabytes = too_many ? 0 : std::strtoll(digits.c_str(), nullptr, 10) * unit;
   if (too_many || megabytes > kLargestQuota) {
     throw Refused(object, "too large (max " + std::to_string(kLargestQuota) + "M)");
   }

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "framework/file_error.h"
+#include "framework/safe_way.h"
 #include "panel/home_job.h"
 #include "panel/job_log.h"
 #include "panel/names.h"
@@ -56,6 +57,11 @@ std::vector<std::string> ProvideHome(const OwnerInfo& owner) {
   if (state.st_uid != uid) {
     return {"home directory " + owner.home + " belongs to uid " + std::to_string(state.st_uid) +
             ": no mailbox can be made in it"};
+  }
+  try {
+    safe_way::Open(owner.home, uid);
+  } catch (const mgr_err::Error& error) {
+    return {error.object() + " is " + error.value() + ": no mailbox can be made in " + owner.home};
   }
   return {};
 }

@@ -94,7 +94,7 @@ std::string KeepFigures(const MailboxSnapshot& before, MailboxSnapshot& after,
   if (!problem.empty()) {
     RestoreFigures(before, after);
   }
-  RunRequest("state of the figures", [&](Request&) {
+  DoRequest("state of the figures", [&](Request&) {
     KeepValue(kQuotaProblem, problem);
     if (problem.empty()) {
       KeepValue(kFiguresAsOf, UtcNow());

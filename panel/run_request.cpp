@@ -1,5 +1,7 @@
 #include "panel/run_request.h"
 
+#include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "framework/database.h"
@@ -13,6 +15,8 @@
 namespace brisq_panel {
 
 namespace {
+
+thread_local NoteKeeper* note_keeper = nullptr;
 
 mgr_err::Error WithNotes(const mgr_err::Error& error, const std::vector<std::string>& notes) {
   std::string value = error.value();
@@ -76,5 +80,16 @@ std::vector<std::string> RunRequest(const std::string& name,
   }
   return request->Notes();
 }
+
+void DoRequest(const std::string& name, const std::function<void(Request&)>& work) {
+  const std::vector<std::string> notes = RunRequest(name, work);
+  if (note_keeper != nullptr) {
+    std::copy(notes.begin(), notes.end(), std::back_inserter(note_keeper->notes_));
+  }
+}
+
+NoteKeeper::NoteKeeper() { note_keeper = this; }
+
+NoteKeeper::~NoteKeeper() { note_keeper = nullptr; }
 
 }  // namespace brisq_panel

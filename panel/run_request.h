@@ -18,4 +18,26 @@ namespace brisq_panel {
 BRISQ_API std::vector<std::string> RunRequest(const std::string& name,
                                               const std::function<void(Request&)>& work);
 
+/// The same for who has no place for the notes: they go to the thread's NoteKeeper.
+/// @throws as RunRequest
+BRISQ_API void DoRequest(const std::string& name, const std::function<void(Request&)>& work);
+
+/// Keeps the notes of the requests that DoRequest makes on this thread during the object's life,
+/// for who answers the user. Without one they stand in the log only. One at a time on a thread.
+class BRISQ_API NoteKeeper {
+ public:
+  NoteKeeper();
+  ~NoteKeeper();
+  NoteKeeper(const NoteKeeper&) = delete;
+  NoteKeeper& operator=(const NoteKeeper&) = delete;
+
+  /// What was noted, in order.
+  const std::vector<std::string>& notes() const noexcept { return notes_; }
+
+ private:
+  friend void DoRequest(const std::string& name, const std::function<void(Request&)>& work);
+
+  std::vector<std::string> notes_;
+};
+
 }  // namespace brisq_panel

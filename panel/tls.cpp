@@ -1,6 +1,7 @@
 #include "panel/tls.h"
 
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -26,6 +27,8 @@ namespace brisq_panel {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr long kDay = 24 * 60 * 60;
 // Days before the end at which a server warns; 0 stands for the end itself.
 constexpr long kWarningDays[] = {0, 1, 7, 21};
@@ -35,6 +38,27 @@ void CheckPath(const std::string& object, const std::string& path) {
   RefuseControl(object, path);
   if (path.front() != '/') {
     throw Refused(object, "must be an absolute path");
+  }
+}
+
+// A file that is reached through the place of the domain's own link would vanish behind that link.
+void RefuseOwnPlace(const std::string& object, const std::string& path, const TlsPlaces& places) {
+  constexpr int kMostLinks = 40;  // as the system does
+  std::error_code none;
+  fs::path at = path;
+  for (int links = 0; links < kMostLinks; ++links) {
+    at = fs::weakly_canonical(at.parent_path(), none) / at.filename();
+    for (const fs::path place : {places.cert_link, places.key_link}) {
+      if (at == fs::weakly_canonical(place.parent_path(), none) / place.filename()) {
+        throw Refused(object, "leads to " + at.string() +
+                                  ", where the link to it belongs: keep the file somewhere else");
+      }
+    }
+    const fs::path target = fs::read_symlink(at, none);
+    if (none || target.empty()) {
+      return;
+    }
+    at = at.parent_path() / target;
   }
 }
 
@@ -161,10 +185,12 @@ std::vector<std::string> SetCertificate(const std::string& text, const std::stri
   CheckPath("certificate", cert);
   CheckPath("key", key);
   email::Pop3Interface& backend = MailBackend();
-  PlacesOf(name);
+  const TlsPlaces places = PlacesOf(name);
   FindDomain(name);
+  RefuseOwnPlace("certificate", cert, places);
+  RefuseOwnPlace("key", key, places);
   std::vector<std::string> warnings = CheckFiles(name, cert, key, force);
-  RunRequest("tls set", [&](Request&) {
+  DoRequest("tls set", [&](Request&) {
     JobLog::Watch(kDomain, name);
     const auto domain = FindDomain(name);
     domain->cert = cert;
@@ -178,7 +204,7 @@ std::vector<std::string> SetCertificate(const std::string& text, const std::stri
 void UnsetCertificate(const std::string& text) {
   const std::string name = CheckDomain(text);
   email::Pop3Interface& backend = MailBackend();
-  RunRequest("tls unset", [&](Request&) {
+  DoRequest("tls unset", [&](Request&) {
     JobLog::Watch(kDomain, name);
     auto domain = FindDomain(name);
     if (std::string(domain->cert).empty()) {

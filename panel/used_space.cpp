@@ -82,7 +82,7 @@ std::string QuotaProblem(const MailboxSnapshot& before, const MailboxSnapshot& a
 }
 
 void RestoreFigures(const MailboxSnapshot& before, MailboxSnapshot& after) {
-  RunRequest("figures of used space", [&](Request&) {
+  DoRequest("figures of used space", [&](Request&) {
     for (auto& [id, state] : after) {
       const auto old = before.find(id);
       if (old != before.end() && old->second.used != state.used) {

@@ -19,7 +19,7 @@ struct Change {
 
 // At least one row for each command that changes something.
 const Change kChanges[] = {
-    {"owner add other --uid 6000 --gid 6000 --home HOME/other", "HOME/other made"},
+    {"owner add other --uid 6000 --gid 6000 --home HOME-other", "HOME-other made"},
     {"domain add example.net --owner demo", "domain example.net added"},
     {"domain set example.org --active off", "line of bob@example.org removed"},
     {"domain delete example.org", "domain example.org deleted"},

@@ -105,6 +105,18 @@ TEST_F(Certificates, FilesThatAreNoneAreRefused) {
 }
 
 // Nobody is there to type it in.
+TEST_F(Certificates, AFileThatItsOwnerHasMadeHugeIsRefusedUnread) {
+  const auto files = MakeCertificate(dir_, "huge", "DNS:example.org");
+  for (const auto& path : {files.cert, files.key}) {
+    ASSERT_EQ(0, ::truncate(path.c_str(), off_t{1} << 40));
+  }
+  EXPECT_EQ("value: certificate: " + files.cert + ": is larger than 1048576 bytes",
+            TextOf([&] { ReadCertificate(files.cert); }));
+  const auto good = MakeCertificate(dir_, "good", "DNS:example.org");
+  EXPECT_EQ("value: key: " + files.key + ": is larger than 1048576 bytes",
+            TextOf([&] { KeyBelongsTo(files.key, ReadCertificate(good.cert)); }));
+}
+
 TEST_F(Certificates, AKeyWithAPassphraseIsRefusedWithoutAQuestion) {
   const auto files = MakeCertificate(dir_, "a", "DNS:a.org");
   const std::string locked = dir_ / "locked.key";

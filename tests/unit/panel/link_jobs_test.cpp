@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 
+#include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "tests/unit/panel/panel_fixture.h"
 
@@ -88,11 +90,21 @@ TEST_F(LinkJobs, AFailedRequestBringsTheOlderLinkBack) {
   EXPECT_EQ(1u, Entries());
 }
 
-TEST_F(LinkJobs, AFailedRequestBringsAnOlderFileBack) {
+TEST_F(LinkJobs, AFileInThePlaceIsRefusedAndStays) {
   dir_.Write("certs/example.org.crt", "by hand");
-  Fail([&] { new PlaceLink("/target", link_); });
-  EXPECT_EQ("by hand", dir_.Read("certs/example.org.crt"));
-  EXPECT_EQ(1u, Entries());
+  for (const bool dry : {false, true}) {
+    SCOPED_TRACE(dry);
+    std::optional<Rehearsal> rehearsal;
+    if (dry) {
+      rehearsal.emplace();
+    }
+    Request request("test");
+    new PlaceLink("/target", link_);
+    EXPECT_EQ("file: " + link_ + ": is no link: move it away, a link belongs there",
+              panel_test::TextOf([&] { request.Commit(); }));
+    EXPECT_EQ("by hand", dir_.Read("certs/example.org.crt"));
+    EXPECT_EQ(1u, Entries());
+  }
 }
 
 TEST_F(LinkJobs, WhatSomebodyHasChangedMeanwhileStays) {

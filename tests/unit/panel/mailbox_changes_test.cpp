@@ -1,6 +1,7 @@
 #include "panel/mailbox_changes.h"
 
 #include "framework/config_file.h"
+#include "panel/domain_changes.h"
 #include "panel/email_module.h"
 #include "tests/unit/panel/passwd_file_backend.h"
 
@@ -134,6 +135,15 @@ TEST_P(SwitchedMailboxes, OffTakesTheLineOutAndOnBringsItBackAsItWas) {
   EXPECT_THAT(on.notes, IsEmpty());
   EXPECT_EQ(before, LineOf(kDave));
   EXPECT_EQ("", Column("SELECT name FROM mailbox_archive"));
+}
+
+TEST_P(SwitchedMailboxes, NoneIsSwitchedOnInADomainThatIsSwitchedOff) {
+  brisq_panel::SetDomain("example.org", {.active = false});
+  EXPECT_EQ("limit: domain: example.org is switched off",
+            TextOf([&] { SetMailboxes({kDave}, {.active = true}); }));
+  EXPECT_EQ("none", LineOf(kDave));
+  brisq_panel::SetDomain("example.org", {.active = true});
+  EXPECT_THAT(LineOf(kDave), StartsWith("dave@example.org:{CLEAR}secret:"));
 }
 
 TEST_P(SwitchedMailboxes, SwitchingTwiceChangesNothingMore) {

@@ -4,6 +4,7 @@
 #include "panel/domain_changes.h"
 #include "panel/email_module.h"
 #include "panel/mailbox_changes.h"
+#include "panel/owners.h"
 #include "panel/records.h"
 #include "panel/refresh.h"
 #include "panel/refresh_lock.h"
@@ -117,6 +118,25 @@ TEST_P(MailboxRemoval, ALineThatIsBackAlreadyIsTakenOver) {
   const auto restored = RestoreMailbox(kAlice);
   EXPECT_THAT(restored.notes, IsEmpty());
   EXPECT_EQ(before, Lines());
+}
+
+TEST_P(MailboxRemoval, NoneComesBackIntoADomainOfAnotherOwner) {
+  DeleteMailboxes({kAlice, kCarol});
+  brisq_panel::AddOwner({"eve", 1002, 1002, dir_ / "eve"});
+  brisq_panel::SetDomain("example.org", {.owner = "eve"});
+  EXPECT_EQ("limit: domain: example.org has another owner than bob, whose mailbox it was",
+            TextOf([&] { RestoreMailbox(kAlice); }));
+  brisq_panel::SetDomain("example.org", {.owner = "bob"});
+  EXPECT_EQ("bob", RestoreMailbox(kAlice).mailbox.owner);
+}
+
+TEST_P(MailboxRemoval, NoneComesBackToBeServedInADomainThatIsSwitchedOff) {
+  brisq_panel::SetMailboxes({kCarol}, {.active = false});
+  DeleteMailboxes({kAlice, kCarol});
+  brisq_panel::SetDomain("example.org", {.active = false});
+  EXPECT_EQ("limit: domain: example.org is switched off", TextOf([&] { RestoreMailbox(kAlice); }));
+  EXPECT_EQ("none", LineOf(kAlice));
+  EXPECT_FALSE(RestoreMailbox(kCarol).mailbox.active);
 }
 
 TEST_P(MailboxRemoval, TheLatestOfSeveralComesBack) {

@@ -71,6 +71,25 @@ TEST_F(Owners, AHomeOfSomebodyElseIsReported) {
   EXPECT_EQ(1234u, StateOf(Home()).st_uid);
 }
 
+// Eve could put a link there while root makes bob's home, or any time later.
+TEST_F(Owners, NoHomeIsMadeInTheHomeOfAnotherUser) {
+  const std::string eves = dir_.MakeFolder("home/eve");
+  ASSERT_EQ(0, ::chown(eves.c_str(), 1234, 1234));
+  const std::string outside = dir_.MakeFolder("outside");
+  ASSERT_EQ(0, ::symlink(outside.c_str(), (eves + "/x").c_str()));
+  for (const std::string place : {"/bob", "/x/bob", "/y/bob"}) {
+    SCOPED_TRACE(place);
+    const std::string text =
+        panel_test::TextOf([&] { AddOwner({"bob", 1001, 1001, eves + place}); });
+    EXPECT_EQ("file: " + eves + ": not safe: belongs to uid 1234 instead of 0", text);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(outside));
+  ASSERT_EQ(0, ::mkdir((outside + "/bob").c_str(), 0700));
+  ASSERT_EQ(0, ::chown((outside + "/bob").c_str(), 1001, 1001));
+  EXPECT_THAT(AddOwner({"bob", 1001, 1001, eves + "/x/bob"}).notes,
+              ElementsAre(HasSubstr("no mailbox can be made in")));
+}
+
 TEST_F(Owners, AHomeThatIsNoDirectoryIsRefused) {
   dir_.Write("home/bob", "");
   EXPECT_EQ("file: " + Home() + ": is no directory", panel_test::TextOf([&] {

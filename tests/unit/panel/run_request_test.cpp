@@ -8,6 +8,7 @@
 
 namespace {
 
+using brisq_panel::DoRequest;
 using brisq_panel::RunRequest;
 using testing::ElementsAre;
 
@@ -28,6 +29,28 @@ TEST_F(RunRequestTest, WorkThatEndsIsCommittedWithItsNotes) {
   EXPECT_THAT(notes, ElementsAre("done"));
   EXPECT_EQ(nullptr, Request::Current());
   EXPECT_EQ("x", Column("SELECT name FROM owners"));
+}
+
+TEST_F(RunRequestTest, NotesThatNobodyAsksForGoToTheKeeperOfTheThread) {
+  const auto work = [](Request& request) {
+    request.AddNote("odd");
+    request.AfterCommit("call", [] { throw mgr_err::Error("file", "/x", "gone"); });
+  };
+  DoRequest("test", work);
+  {
+    const brisq_panel::NoteKeeper keeper;
+    std::jthread([&] { DoRequest("test", work); }).join();
+    EXPECT_THAT(RunRequest("test", [](Request& request) { request.AddNote("mine"); }),
+                ElementsAre("mine"));
+    EXPECT_THAT(keeper.notes(), testing::IsEmpty());
+    DoRequest("test", work);
+    EXPECT_THAT(keeper.notes(),
+                ElementsAre("odd", "after the commit: call failed: file: /x: gone"));
+  }
+  DoRequest("test", work);
+  for (int calls = 0; calls < 4; ++calls) {
+    log_.ExpectError("after the commit: call failed");
+  }
 }
 
 TEST_F(RunRequestTest, WorkThatThrowsIsTakenBack) {

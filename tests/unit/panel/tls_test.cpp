@@ -73,6 +73,34 @@ TEST_F(Tls, AGoodCertificateIsSetInRowAndBackend) {
   EXPECT_EQ(files.key, domain.key);
 }
 
+TEST_F(Tls, AFileThatIsReachedThroughThePlaceOfItsOwnLinkIsRefused) {
+  const auto files = Make("good");
+  Install(files);
+  fs::create_symlink(dir_ / "ssl", dir_ / "way");
+  fs::create_symlink("ssl/example.org.crt", dir_ / "round.crt");
+  const struct {
+    const char* name;
+    std::string cert;
+    std::string key;
+    std::string object;
+  } cases[] = {
+      {"the place", dir_ / "ssl/example.org.crt", files.key, "certificate"},
+      {"key's place", files.cert, dir_ / "ssl/example.org.key", "key"},
+      {"each other's", dir_ / "ssl/example.org.key", files.key, "certificate"},
+      {"other way", dir_ / "way/../ssl/./example.org.crt", files.key, "certificate"},
+      {"link there", dir_ / "round.crt", files.key, "certificate"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto error = ErrorOf([&] { SetCertificate("example.org", c.cert, c.key, false); });
+    EXPECT_EQ("value", error.type());
+    EXPECT_EQ(c.object, error.object());
+    EXPECT_THAT(error.value(), HasSubstr("where the link to it belongs"));
+  }
+  EXPECT_THAT(calls_.made, IsEmpty());
+  EXPECT_THAT(Set(files), IsEmpty());  // through no link
+}
+
 TEST_F(Tls, NothingBrokenReachesTheBackend) {
   const auto good = Make("good");
   const auto other = Make("other");
