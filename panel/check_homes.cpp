@@ -39,8 +39,10 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
                  "chown " + std::to_string(uid) + " " + home);
   } else if ((state.st_mode & S_IWOTH) != 0) {
     const mode_t mode = state.st_mode & 07775;
+    // As in a user's tree: the owner may have put a second name of another's file there since.
+    const mgr_file::safe::Folder folder(home, home, uid, gid);
     drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + home,
-                 [=] { new SetAccess(home, mode); });
+                 [=] { new SetFolderMode(folder, mode); });
   }
 }
 
