@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 
@@ -16,10 +17,10 @@ namespace {
 namespace fs = std::filesystem;
 using namespace user_dir_test;
 
-constexpr int kTries = 20000;
+const int kTries = std::getenv("BRISQ_SOAK") == nullptr ? 20000 : 200000;
 // Of the controls, which end when they have been hit this often.
-constexpr int kEnoughHits = 100;
-constexpr int kControlTries = 10 * kTries;
+constexpr int kEnoughHits = 101;
+constexpr int kControlTries = 200000;
 
 struct RaceResult {
   int tries = 0;
@@ -58,18 +59,22 @@ class UserDirRaceTest : public UserDirTest {
                 [&] { return ::rmdir((outside + "/new").c_str()) == 0; });
   }
 
-  // The user swaps the new directory itself, for a link that leads outside and for one of the
-  // administrator's that stands in the user's reach. A hit is another owner of either.
+  // The user swaps the new directory itself, for a link that leads outside, for a directory of the
+  // administrator's that stands in the user's reach, and for a hard link to a file outside. A hit
+  // is another owner or mode of any of them.
   RaceResult RaceForTheDirectory(int tries,
                                  const std::function<void(const std::string& path)>& make) {
     MakeLink(outside, box + "/trap");
     const std::string backup = box + "/backup";
     MakeForeign(backup, 0);
     ::close(::creat((backup + "/secret").c_str(), 0600));
+    const std::string file = tree.Write("file", "secret");
+    ::chmod(file.c_str(), 0640);
+    EXPECT_EQ(0, ::link(file.c_str(), (box + "/hard").c_str()));
     const Descriptor watched(::open(backup.c_str(), O_PATH | O_CLOEXEC));
     const Descriptor in(::open(box.c_str(), O_PATH | O_CLOEXEC));
     const support::Racer racer(kUser, [&] {
-      for (const char* other : {"trap", "backup"}) {
+      for (const char* other : {"trap", "backup", "hard"}) {
         Exchange(in.get(), "new", other);
         ::renameat2(in.get(), "new", in.get(), other, RENAME_NOREPLACE);
       }
@@ -77,9 +82,13 @@ class UserDirRaceTest : public UserDirTest {
     return Race(tries, box + "/new", make, [&] {
       struct stat state = {};
       ::fstat(watched.get(), &state);
-      const bool hit = state.st_uid != 0 || StateOf(outside).st_uid != 0;
+      const struct stat linked = StateOf(file);
+      const bool hit = state.st_uid != 0 || StateOf(outside).st_uid != 0 || linked.st_uid != 0 ||
+                       (linked.st_mode & 07777U) != 0640;
       ::fchownat(watched.get(), "", 0, 0, AT_EMPTY_PATH);
       ::chown(outside.c_str(), 0, 0);
+      ::chown(file.c_str(), 0, 0);
+      ::chmod(file.c_str(), 0640);
       return hit;
     });
   }
@@ -97,7 +106,7 @@ class UserDirRaceTest : public UserDirTest {
       }
       result.hits += look_for_hit() ? 1 : 0;
       // Wherever it is by now: what is no empty directory stays.
-      for (const char* name : {"new", "trap", "backup", "../trap/new"}) {
+      for (const char* name : {"new", "trap", "backup", "hard", "../trap/new"}) {
         ::rmdir((path.substr(0, path.rfind('/') + 1) + name).c_str());
       }
     }

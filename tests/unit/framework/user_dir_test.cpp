@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -220,6 +222,12 @@ const Trap kTraps[] = {
      "not safe: is a symbolic link"},
     {"file", [](auto& path, auto&) { ::close(::creat(path.c_str(), 0644)); },
      "not safe: is a regular file"},
+    {"hard link to a file of the administrator",
+     [](auto& path, auto& outside) {
+       ::close(::creat((outside + ".file").c_str(), 0644));
+       ASSERT_EQ(0, ::link((outside + ".file").c_str(), path.c_str()));
+     },
+     "not safe: is a regular file"},
     {"pipe", [](auto& path, auto&) { ASSERT_EQ(0, ::mkfifo(path.c_str(), 0666)); },
      "not safe: is a pipe"},
     {"socket", [](auto& path, auto&) { MakeSocket(path); }, "not safe: is a socket"},
@@ -248,6 +256,29 @@ TEST_F(UserDirTest, AnEntryThatIsNotTheUsersDirectoryIsNamedAtEachPlaceOfThePath
       MakeOwned("home");
     }
   }
+}
+
+// In a process of its own, whose mounts nobody else sees.
+TEST_F(UserDirTest, AMountPointIsAcceptedOnlyWhenItsTopBelongsToTheUser) {
+  const std::string mail = MakeOwned("home/mail");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", mail.c_str(), "tmpfs", 0, "mode=0755") != 0) {
+      ::_exit(2);
+    }
+    const bool refused =
+        MakeError("/mail/x") == "file: " + mail + ": not safe: belongs to uid 0 instead of 54321";
+    const bool given = ::chown(mail.c_str(), kUser, kUser) == 0;
+    ::_exit(refused && given && MakeError("/mail/x") == "nothing was thrown" ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(child, ::waitpid(child, &status, 0));
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "may not mount here";
+  }
+  EXPECT_EQ(0, status);
 }
 
 TEST_F(UserDirTest, TheHomeMustExistAndBeTheUsersOrTheAdministrators) {
