@@ -14,8 +14,11 @@
 #include <mutex>
 #include <new>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
+
+#include "framework/safe_program.h"
 
 // This header of glibc 2.36 declares functions of C without saying so.
 extern "C" {
@@ -111,6 +114,13 @@ std::string FindProgram(const std::string& name) {
   throw std::system_error(ENOENT, std::generic_category(), "can't start " + name);
 }
 
+void RefuseUnsafe(const std::string& program) {
+  const std::string why = WhyUnsafe(program);
+  if (!why.empty()) {
+    throw std::runtime_error("can't start " + program + ": not safe: " + why);
+  }
+}
+
 // Pointers into `words`, ended as execve(2) wants it.
 std::vector<char*> Pointers(std::vector<std::string>& words) {
   std::vector<char*> pointers;
@@ -123,6 +133,7 @@ std::vector<char*> Pointers(std::vector<std::string>& words) {
 
 pid_t Spawn(std::vector<std::string>& words, int in, int out, int err) {
   const std::string program = FindProgram(words.front());
+  RefuseUnsafe(program);
   FileActions files;
   files.Put(in, STDIN_FILENO);
   files.Put(out, STDOUT_FILENO);

@@ -40,7 +40,8 @@ class BRISQ_API Child {
   ///
   /// @param words  the program and its arguments; a program without a slash is looked for in
   ///               kProgramFolders
-  /// @throws std::system_error when it can't be started, with a text that names the program
+  /// @throws std::system_error when it can't be started, std::runtime_error when somebody else
+  /// could replace it (safe_program.h), each with a text that names the program
   Child(std::vector<std::string> words, int in, int out, int err);
   ~Child();
   Child(const Child&) = delete;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -175,7 +176,7 @@ void Execute::Run::Start() {
   }
   try {
     result_ = RunChild();
-  } catch (const std::system_error& error) {
+  } catch (const std::runtime_error& error) {
     remark_ = error.what();
   }
   input_.Wipe();

@@ -163,6 +163,8 @@ struct Instance::State {
     journal::SetFolder(mgr_file::ConcatPath(settings.state, "journal"));
     reload_requests = std::make_unique<ReloadRequests>(settings.state);
     DeclareParams();
+    // The mail back-end runs it when it is built.
+    RefuseUnsafeProgram("dovecot-doveadm");
     reports = StartPlugins(settings);
     SetBackendProblem(BackendProblem(reports));
     if (HasMailBackend()) {

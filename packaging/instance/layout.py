@@ -12,9 +12,10 @@
     FOLDER/state/                  the panel's database, keys and locks
     FOLDER/mail/                   home folders of mailbox owners
 
-The folder's path holds no blanks, every user may pass through it, and it is at most
-PATH_LIMIT bytes long: commands are split at blanks, mail processes run as the owner of a
-mailbox, and the names of sockets are limited to 107 bytes.
+The folder's path holds no blanks, every user may pass through it, no other user may replace a
+part of it, and it is at most PATH_LIMIT bytes long: commands are split at blanks, mail processes
+run as the owner of a mailbox, brisq starts no program that others could replace, and the names of
+sockets are limited to 107 bytes.
 """
 
 import grp
@@ -49,8 +50,21 @@ def unsuitable(folder):
     parent = folder
     while parent != "/":
         parent = os.path.dirname(parent)
-        if os.path.isdir(parent) and not os.stat(parent).st_mode & 0o001:
-            return f"lies below {parent}, which other users may not enter"
+        if os.path.isdir(parent):
+            reason = _unsuitable_parent(os.stat(parent))
+            if reason:
+                return f"lies below {parent}, {reason}"
+    return None
+
+
+def _unsuitable_parent(state):
+    if not state.st_mode & 0o001:
+        return "which other users may not enter"
+    # brisq starts no program that others could replace.
+    if state.st_uid not in (0, os.geteuid()):
+        return "which belongs to another user"
+    if state.st_mode & 0o1002 == 0o002:
+        return "which other users may write"
     return None
 
 

@@ -39,6 +39,21 @@ class Suitability(unittest.TestCase):
             self.assertIsNone(layout.unsuitable(inner))
 
 
+    def test_a_path_below_a_folder_of_others_is_refused_with_its_name(self):
+        with tempfile.TemporaryDirectory() as parent:
+            inner = os.path.join(parent, "instance")
+            for name, owner, mode, said in (
+                    ("open to all", 0, 0o777, f"below {parent}, which other users may write"),
+                    ("open to all, entries protected", 0, 0o1777, None),
+                    ("open to a group", 0, 0o775, None),
+                    ("of another user", 4711, 0o755, f"below {parent}, which belongs to another")):
+                with self.subTest(name):
+                    os.chown(parent, owner, 0)
+                    os.chmod(parent, mode)
+                    self.assertEqual(bool(said), bool(layout.unsuitable(inner)))
+                    self.assertIn(said or "", layout.unsuitable(inner) or "")
+
+
 class Ports(unittest.TestCase):
 
     def test_a_taken_port_is_replaced_and_a_free_one_kept(self):

@@ -1,5 +1,7 @@
 #include "panel/path_key.h"
 
+#include <filesystem>
+
 #include "framework/config_file.h"
 #include "tests/unit/panel/panel_fixture.h"
 
@@ -25,6 +27,25 @@ TEST_F(PathKey, AnyOtherValueIsRefusedByTheNameOfItsKey) {
               panel_test::TextOf([] { AbsolutePath("key"); }));
   }
   EXPECT_EQ("config", panel_test::ErrorOf([] { AbsolutePath("never set"); }).type());
+}
+
+TEST_F(PathKey, AProgramThatIsHandedPasswordsMustBeTheAdministratorsAlone) {
+  support::TempDir dir;
+  const std::string program = dir.Write("doveadm", "#!/bin/sh\n");
+  for (const std::string& value :
+       {program + " -c /etc/x.conf", "  " + program, std::string("doveadm"),
+        std::string("/no/such/program"), std::string()}) {
+    SCOPED_TRACE(value);
+    mgr_cf::SetPath("key", value);
+    EXPECT_EQ("none", panel_test::ErrorOf([] { brisq_panel::RefuseUnsafeProgram("key"); }).type());
+  }
+  mgr_cf::SetPath("key", "bin/doveadm -c x");
+  EXPECT_EQ("config: key: not safe: bin/doveadm is no absolute path",
+            panel_test::TextOf([] { brisq_panel::RefuseUnsafeProgram("key"); }));
+  std::filesystem::permissions(program, std::filesystem::perms::all);
+  mgr_cf::SetPath("key", " " + program + " -c x");
+  EXPECT_EQ("config: key: not safe: " + program + " is writable by other users",
+            panel_test::TextOf([] { brisq_panel::RefuseUnsafeProgram("key"); }));
 }
 
 }  // namespace
