@@ -60,6 +60,7 @@ class FileActions {
   void Put(int from, int to) {
     Check(posix_spawn_file_actions_adddup2(&actions_, from, to), "file actions");
   }
+  void EnterRoot() { Check(posix_spawn_file_actions_addchdir_np(&actions_, "/"), "file actions"); }
   void CloseFrom(int first) {
     Check(posix_spawn_file_actions_addclosefrom_np(&actions_, first), "file actions");
   }
@@ -139,6 +140,8 @@ pid_t Spawn(std::vector<std::string>& words, int in, int out, int err) {
   files.Put(out, STDOUT_FILENO);
   files.Put(err, STDERR_FILENO);
   files.CloseFrom(STDERR_FILENO + 1);
+  // The caller's folder may be gone, closed or full of somebody's files.
+  files.EnterRoot();
   const Attributes attributes;
   std::vector<std::string> variables = {std::string("PATH=") + kProgramFolders, "HOME=/",
                                         "LC_ALL=C"};
@@ -262,6 +265,8 @@ void Child::Kill(int patience) noexcept {
   if (collected_) {
     return;
   }
+  // It may have left its group.
+  ::pidfd_send_signal(pidfd(), SIGKILL, nullptr, 0);
   if (HasEnded(pidfd(), patience)) {
     Collect();
     return;

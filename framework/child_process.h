@@ -31,12 +31,12 @@ struct BRISQ_API Pipe {
 class BRISQ_API Child {
  public:
   /// What Collect gives when somebody else has taken the status.
-  static constexpr int kStatusTaken = 125;
+  static constexpr int kStatusTaken = -1;
 
   /// Starts a program in a process group of its own with the given descriptors as 0, 1 and 2, no
   /// other descriptor, default signal dispositions, no blocked signal, and an environment of PATH
-  /// (kProgramFolders), HOME ("/") and LC_ALL ("C") alone. Working directory and umask are the
-  /// caller's.
+  /// (kProgramFolders), HOME ("/") and LC_ALL ("C") alone. Its working directory is "/"; umask and
+  /// limits are the caller's.
   ///
   /// @param words  the program and its arguments; a program without a slash is looked for in
   ///               kProgramFolders
@@ -62,8 +62,8 @@ class BRISQ_API Child {
   /// left.
   void EndGroup() noexcept;
 
-  /// Kills the whole group and, unless it has been collected, waits for the child's end and
-  /// collects it.
+  /// Kills the whole group and, unless it has been collected, the child itself, wherever it has
+  /// gone; then waits for its end and collects it.
   /// @param patience  milliseconds to wait: far more than it takes, unless the kernel holds the
   /// child
   void Kill(int patience = 400) noexcept;

@@ -36,11 +36,18 @@ mgr_log::Module logger("proc", "dormel");
 constexpr int kShell = 2;
 constexpr int kNoShell = 3;
 
-constexpr int kOutOfTime = 124;
+constexpr int kEndedByHost = 124;
+constexpr int kStatusTaken = 125;
 constexpr int kNotStarted = 127;
+constexpr int kSignalBase = 128;
 
 constexpr std::size_t kKeptOutput = std::size_t{64} << 20;
+// Nobody has a conversation of this size with a tool.
+constexpr std::size_t kKeptAnswer = std::size_t{256} << 10;
 constexpr std::size_t kKeptErrors = std::size_t{64} << 10;
+// Longest text of a failure, of which beginning and end tell the most.
+constexpr std::size_t kFailureBegin = 1200;
+constexpr std::size_t kFailureEnd = 800;
 // More is no password, and looking for each of its lines would take long.
 constexpr std::size_t kLargestSecret = std::size_t{16} << 10;
 
@@ -103,14 +110,33 @@ std::string OutOfTime(double limit) {
   return text.str();
 }
 
-std::string SilentEnd(int result) {
-  constexpr int kSignal = 128;
+std::string TooMuch() {
+  return "unexpected output of more than " + std::to_string(kKeptAnswer >> 10) + " KiB, ended";
+}
+
+bool IsSignal(int result) { return result > kSignalBase && result < kSignalBase + NSIG; }
+
+std::string EndOf(int result) {
   std::string text = "ended with exit status " + std::to_string(result);
-  if (result > kSignal && result < kSignal + NSIG) {
-    const int signal = result - kSignal;
+  if (IsSignal(result)) {
+    const int signal = result - kSignalBase;
     text += " (signal " + std::to_string(signal) + ", " + ::strsignal(signal) + ")";
   }
-  return text + " without a word";
+  return text;
+}
+
+bool SaysNothing(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return (c >= 0 && c <= ' ') || c == '\x7f'; });
+}
+
+std::string Shortened(const std::string& text) {
+  if (text.size() <= kFailureBegin + kFailureEnd) {
+    return text;
+  }
+  const std::size_t left_out = text.size() - kFailureBegin - kFailureEnd;
+  return text.substr(0, kFailureBegin) + " [" + std::to_string(left_out) + " bytes left out] " +
+         text.substr(text.size() - kFailureEnd);
 }
 
 std::chrono::steady_clock::time_point DeadlineAfter(double seconds) {
@@ -123,7 +149,10 @@ std::chrono::steady_clock::time_point DeadlineAfter(double seconds) {
 class Execute::Run {
  public:
   Run(std::string command, int mode)
-      : command_(std::move(command)), mode_(mode), output_(kKeptOutput), errors_(kKeptErrors) {}
+      : command_(std::move(command)),
+        mode_(mode),
+        output_(mode == kNoShell ? kKeptAnswer : kKeptOutput),
+        errors_(kKeptErrors) {}
 
   int mode() const { return mode_; }
   std::ostream& in() { return in_; }
@@ -135,6 +164,7 @@ class Execute::Run {
   void Start();
   int RunChild();
   int Watch(Child& child, Pump& pump);
+  bool HasFlooded() const;
   void NoteFailure();
   void LogErrors(pid_t pid) const;
   void LogLoss(pid_t pid) const;
@@ -190,11 +220,24 @@ void Execute::Run::NoteFailure() {
   }
   SecretBuffer secret;
   secret_.Reveal(secret);
-  failure_ = WithoutSecrets(output_.Text() + errors_.Text(), secret.Text());
-  if (failure_.empty() && remark_.empty()) {
-    remark_ = SilentEnd(result_);
+  std::string output = output_.Text();
+  if (output_.dropped() > 0) {
+    output = WithoutTornSecret(output, secret.Text());
+  }
+  const std::string text = WithoutSecrets(output + errors_.Text(), secret.Text());
+  failure_ = Shortened(WithoutTornSecret(text, secret.Text()));
+  const bool silent = SaysNothing(text);
+  if (silent) {
+    failure_.clear();
+  }
+  // Who is ended by a signal has not come to say so.
+  if (remark_.empty() && (silent || IsSignal(result_))) {
+    remark_ = EndOf(result_) + (silent ? " without a word" : "");
   }
 }
+
+// Half of an answer must not pass for the whole.
+bool Execute::Run::HasFlooded() const { return mode_ == kNoShell && output_.dropped() > 0; }
 
 int Execute::Run::RunChild() {
   const std::vector<std::string> words = Words(command_, mode_);
@@ -209,7 +252,7 @@ int Execute::Run::RunChild() {
   if (logger.Check(mgr_log::kDebug)) {
     logger.Write(mgr_log::kDebug, "child %d: %s", child.pid(), command_.c_str());
   }
-  Pump pump(std::move(in.write), input_, {std::move(out.read), &output_},
+  Pump pump(std::move(in.write), input_, {std::move(out.read), &output_, mode_ == kNoShell},
             {std::move(err.read), &errors_});
   const int result = Watch(child, pump);
   LogErrors(child.pid());
@@ -221,14 +264,19 @@ int Execute::Run::Watch(Child& child, Pump& pump) {
   const double limit = LimitInSeconds();
   if (!pump.RunUntilEnd(child.pidfd(), DeadlineAfter(limit))) {
     child.Kill();
-    remark_ = OutOfTime(limit);
-    return kOutOfTime;
+    remark_ = HasFlooded() ? TooMuch() : OutOfTime(limit);
+    return kEndedByHost;
   }
   const int status = child.Collect();
   child.EndGroup();
   pump.Drain();
   if (status == Child::kStatusTaken) {
     remark_ = "exit status taken by another part of the program";
+    return kStatusTaken;
+  }
+  if (HasFlooded()) {
+    remark_ = TooMuch();
+    return kEndedByHost;
   }
   return status;
 }
@@ -249,7 +297,7 @@ void Execute::Run::LogErrors(pid_t pid) const {
 
 // Worth a line, since the caller takes what is left for the whole.
 void Execute::Run::LogLoss(pid_t pid) const {
-  if (output_.dropped() > 0 && logger.Check(mgr_log::kWarning)) {
+  if (output_.dropped() > 0 && !HasFlooded() && logger.Check(mgr_log::kWarning)) {
     logger.Write(mgr_log::kWarning, "child %d: %zu bytes of standard output dropped", pid,
                  output_.dropped());
   }

@@ -49,6 +49,8 @@ std::size_t Receive(Outlet& outlet, std::size_t most) {
   return 0;
 }
 
+bool HasOverflowed(const Outlet& outlet) { return outlet.must_fit && outlet.to->dropped() > 0; }
+
 void DrainOne(Outlet& outlet) {
   if (!outlet.from) {
     return;
@@ -141,6 +143,9 @@ bool Pump::RunUntilEnd(int pidfd, Time deadline) {
     }
     if (ready > 0 && ends[0].revents != 0) {
       return true;
+    }
+    if (HasOverflowed(out_) || HasOverflowed(err_)) {
+      return false;
     }
     if (std::chrono::steady_clock::now() >= deadline) {
       return false;

@@ -32,10 +32,12 @@ class BRISQ_API Sink {
   std::size_t dropped_ = 0;
 };
 
-/// One of a child's outputs: the end that we read, and where its bytes go.
+/// One of a child's outputs: the end that we read, where its bytes go, and whether a child that
+/// prints more than is kept has gone astray.
 struct Outlet {
   Descriptor from;
   Sink* to;
+  bool must_fit = false;
 };
 
 /// Gives a child that is yet to be started its input, when it has at most 64 KiB, whole and closed:
@@ -57,7 +59,8 @@ class BRISQ_API Pump {
   Pump(Descriptor in, SecretBuffer& input, Outlet out, Outlet err);
 
   /// Moves bytes until `pidfd` is readable, that is until the child has ended; false when that has
-  /// not happened at `deadline`. With a negative `pidfd` the child has ended.
+  /// not happened at `deadline`, or when an output that must fit does not. With a negative `pidfd`
+  /// the child has ended.
   /// @throws std::system_error when the system can't wait for descriptors
   bool RunUntilEnd(int pidfd, Time deadline);
 

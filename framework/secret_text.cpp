@@ -2,7 +2,9 @@
 
 #include <sodium.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <vector>
 
 namespace mgr_proc {
 
@@ -32,6 +34,20 @@ void Blank(std::string& text, std::string_view secret) {
   }
 }
 
+// Each once: a tool is often told a secret twice.
+std::vector<std::string_view> LinesOf(std::string_view secrets) {
+  std::vector<std::string_view> lines;
+  while (!secrets.empty()) {
+    const std::size_t end = std::min(secrets.find('\n'), secrets.size());
+    const std::string_view line = secrets.substr(0, end);
+    secrets.remove_prefix(std::min(end + 1, secrets.size()));
+    if (!line.empty() && (lines.empty() || line != lines.back())) {
+      lines.push_back(line);
+    }
+  }
+  return lines;
+}
+
 }  // namespace
 
 MaskedSecret::MaskedSecret(std::string_view secret)
@@ -51,15 +67,20 @@ void MaskedSecret::Reveal(SecretBuffer& to) const {
 }
 
 std::string WithoutSecrets(std::string text, std::string_view secrets) {
-  std::string_view last;  // a tool is often told a secret twice
-  while (!secrets.empty()) {
-    const std::size_t end = secrets.find('\n');
-    const std::string_view secret = secrets.substr(0, end);
-    secrets.remove_prefix(end == std::string_view::npos ? secrets.size() : end + 1);
-    if (!secret.empty() && secret != last) {
-      Blank(text, secret);
+  for (const std::string_view secret : LinesOf(secrets)) {
+    Blank(text, secret);
+  }
+  return text;
+}
+
+std::string WithoutTornSecret(std::string text, std::string_view secrets) {
+  for (const std::string_view secret : LinesOf(secrets)) {
+    for (std::size_t size = secret.size(); size >= kShort; --size) {
+      if (text.ends_with(secret.substr(0, size))) {
+        text.replace(text.size() - size, size, kBlank);
+        return text;
+      }
     }
-    last = secret;
   }
   return text;
 }

@@ -28,4 +28,8 @@ class BRISQ_API MaskedSecret {
 /// more than it hides.
 BRISQ_API std::string WithoutSecrets(std::string text, std::string_view secrets);
 
+/// `text` with "***" in place of an end with which a line of `secrets` begins, from 4 bytes on: of
+/// a text that was cut.
+BRISQ_API std::string WithoutTornSecret(std::string text, std::string_view secrets);
+
 }  // namespace mgr_proc

@@ -17,7 +17,7 @@ namespace mgr_err {
 /// "db", "plugin", "later" (try again), "doubt" (done, but may be lost) and "internal".
 ///
 /// The text of what() is made once from the three parts, as "TYPE: OBJECT: VALUE" with empty parts
-/// left out. A secret must never be given as a part: the text goes to logs and terminals.
+/// left out and NUL as "\x00". No part may be a secret: the text goes to logs and terminals.
 ///
 /// A value type: copies are independent, no thread rule beyond that of any value.
 class BRISQ_API Error : public std::exception {

@@ -17,7 +17,8 @@ namespace mgr_proc {
 /// child that leaves its input unread is no error, and SIGPIPE is never raised.
 ///
 /// The child gets descriptors 0, 1 and 2 and no other, the default signal dispositions, a fixed
-/// environment (PATH, HOME, LC_ALL) and a process group of its own. It may take as many seconds as
+/// environment (PATH, HOME, LC_ALL), "/" as its working directory and a process group of its own.
+/// A program that another user could replace is not started. It may take as many seconds as
 /// the parameter "ExecTimeout" says (60 when that is unset or no positive number); then, and in any
 /// case when it ends, whatever is left of its group is killed. A grandchild that holds the output
 /// open does not delay the return.
@@ -51,16 +52,19 @@ class BRISQ_API Execute {
   std::ostream& In();
 
   /// Closes the input, runs the child to its end if that has not happened, and returns the exit
-  /// status: 0 to 255; 128 + n when signal n ended it; 124 when the time limit did; 127 when it
-  /// can't be started; 125 when its status was taken by somebody else (a program that ignores
-  /// SIGCHLD or waits for any child): never 0 without having seen the child end with 0.
+  /// status: 0 to 255; 128 + n when signal n ended it; 124 when the host did, for the time limit
+  /// or, in mode 3, for more output than is kept; 127 when it can't be started; 125 when its status
+  /// was taken by somebody else (a program that ignores SIGCHLD or waits for any child): never 0
+  /// without having seen the child end with 0.
   int Result();
 
-  /// Runs the child as Result() does and returns what it wrote to standard output, at most 64 MiB.
-  /// After a failure in mode 3 standard error follows, each line of the input that stands in either
-  /// is blanked ("***", input of up to 16 KiB), and a child that printed nothing is named by its
-  /// exit status or signal. When the child could not be started or was ended by the limit, a text
-  /// that says so.
+  /// Runs the child as Result() does and returns what it wrote to standard output: at most 64 MiB
+  /// in mode 2, whose rest is dropped, and 256 KiB in mode 3, where more is a failure. After a
+  /// failure in mode 3 standard error follows, each line of the input that stands in either is
+  /// blanked ("***", input of up to 16 KiB), of more than 2,000 bytes the middle is left out, and
+  /// what no program says itself is added: exit status or signal of a child that printed nothing
+  /// but white space and control characters, or that a signal ended; that it could not be started,
+  /// or why the host ended it.
   std::string Str();
 
  private:

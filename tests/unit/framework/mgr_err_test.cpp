@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 namespace {
@@ -25,6 +26,13 @@ TEST(MgrErr, TextHoldsThePartsThatAreThere) {
     SCOPED_TRACE(c.name);
     EXPECT_STREQ(c.text, c.error.what());
   }
+}
+
+TEST(MgrErr, ANulDoesNotEndTheText) {
+  using std::string_literals::operator""s;
+  const mgr_err::Error error("email", "a\0b"s, "\0no answer\0"s);
+  EXPECT_STREQ("email: a\\x00b: \\x00no answer\\x00", error.what());
+  EXPECT_EQ("\0no answer\0"s, error.value());
 }
 
 TEST(MgrErr, PartsAreKeptAsGiven) {

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -50,6 +52,8 @@ std::vector<StandIn> StandIns() {
       {"fails without a word", "exit 1", "", 1, "ended with exit status 1 without a word"},
       {"fails with the highest status", "exit 255", "", 255,
        "ended with exit status 255 without a word"},
+      {"fails with nothing that can be read", "printf ' \\n\\t\\000\\033\\177'; exit 1", "", 1,
+       "ended with exit status 1 without a word"},
       {"fails with both outputs", "echo no >&2; echo out; exit 75", "", 75, "out\nno\n"},
       {"warns and goes well", "echo warning >&2; echo hash", "", 0, "hash\n"},
       {"reads one line of two", "read -r line; echo \"$line\"", "a\nb\n", 0, "a\n"},
@@ -58,22 +62,22 @@ std::vector<StandIn> StandIns() {
       {"leaves a huge input unread", "echo done", huge, 0, "done\n"},
       {"closes its input at once", "exec <&-; echo done", huge, 0, "done\n"},
       {"closes a huge input while it is read", "head -c 100000 | wc -c", huge, 0, "100000\n"},
-      {"echoes a huge input", "cat", huge, 0, huge},
       {"counts one byte more than a pipe holds", "wc -c", Repeated("x", 65537), 0, "65537\n"},
       {"counts what a pipe holds", "wc -c", Repeated("x", 65536), 0, "65536\n"},
-      {"writes much before it reads", "head -c 1000000 /dev/zero | tr '\\0' a; wc -c", huge, 0,
-       Repeated("a", 1000000) + std::to_string(huge.size()) + "\n"},
+      {"writes much before it reads", "head -c 250000 /dev/zero | tr '\\0' a; wc -c", huge, 0,
+       Repeated("a", 250000) + std::to_string(huge.size()) + "\n"},
       {"reads all and floods standard error", "head -c 4000000 /dev/zero >&2; wc -c", huge, 0,
        std::to_string(huge.size()) + "\n"},
       {"floods both outputs",
-       "head -c 3000000 /dev/zero >&2 & head -c 3000000 /dev/zero | tr '\\0' b; wait", "", 0,
-       Repeated("b", 3000000)},
+       "head -c 3000000 /dev/zero >&2 & head -c 250000 /dev/zero | tr '\\0' b; wait", "", 0,
+       Repeated("b", 250000)},
       {"takes and gives NUL bytes", "cat", std::string("a\0b\0\0c", 6), 0,
        std::string("a\0b\0\0c", 6)},
       {"takes and gives every byte", "cat", EveryByte(), 0, EveryByte()},
       {"ends by SIGTERM", "kill -TERM $$", "", 128 + SIGTERM,
        "ended with exit status 143 (signal 15, Terminated) without a word"},
-      {"ends by SIGKILL", "echo half; kill -KILL $$", "", 128 + SIGKILL, "half\n"},
+      {"ends by SIGKILL", "echo half; kill -KILL $$", "", 128 + SIGKILL,
+       "half\nended with exit status 137 (signal 9, Killed)"},
       {"ends by SIGSEGV", "ulimit -c 0; kill -SEGV $$", "", 128 + SIGSEGV,
        "ended with exit status 139 (signal 11, Segmentation fault) without a word"},
       {"ends by SIGPIPE as it does outside", "kill -PIPE $$", "", 128 + SIGPIPE,
@@ -89,9 +93,29 @@ std::vector<StandIn> StandIns() {
   };
 }
 
+std::vector<StandIn> StandInsWithMuchToSay() {
+  const std::string large = Repeated("0123456789abcde\n", std::size_t{256} << 10);
+  return {
+      {"gives more than is kept", "cat; echo", large, 124,
+       large.substr(0, 1200) + " [260144 bytes left out] " + large.substr(large.size() - 800) +
+           "unexpected output of more than 256 KiB, ended"},
+      {"gives more than is kept and fails", "cat; echo; exit 3", large, 124,
+       large.substr(0, 1200) + " [260144 bytes left out] " + large.substr(large.size() - 800) +
+           "unexpected output of more than 256 KiB, ended"},
+      {"gives NUL bytes for ever", "exec cat /dev/zero", "", 124,
+       "unexpected output of more than 256 KiB, ended"},
+      {"fails with 2,000 bytes", "head -c 2000; exit 1", large, 1, large.substr(0, 2000)},
+      {"fails with 2,001 bytes", "head -c 2001; exit 1", large, 1,
+       large.substr(0, 1200) + " [1 bytes left out] " + large.substr(1201, 800)},
+      {"echoes a large input", "cat", large, 0, large},
+  };
+}
+
 TEST_F(MgrProc, EveryStandInGivesItsOwnResultAndOutput) {
   SetLimit("30");
-  for (const StandIn& child : StandIns()) {
+  std::vector<StandIn> all = StandIns();
+  std::ranges::copy(StandInsWithMuchToSay(), std::back_inserter(all));
+  for (const StandIn& child : all) {
     SCOPED_TRACE(child.name);
     mgr_proc::Execute run(Stub(child.body), 3);
     run.In() << child.input;
@@ -115,7 +139,8 @@ TEST_F(MgrProc, InputThatAFailingChildPrintsIsBlanked) {
       {"in a sentence", "read -r a; echo \"password '$a' is bad\"; exit 7",
        "password '***' is bad\n"},
       {"over both outputs", "printf S3cr; printf 'et word' >&2; exit 1", "***"},
-      {"by a signal", "cat; kill -KILL $$", "***\n***\n"},
+      {"by a signal", "cat; kill -KILL $$",
+       "***\n***\nended with exit status 137 (signal 9, Killed)"},
       {"a child that goes well may print it", "cat", "S3cret word\nS3cret word\n"},
   };
   for (const auto& c : cases) {
@@ -123,6 +148,48 @@ TEST_F(MgrProc, InputThatAFailingChildPrintsIsBlanked) {
     mgr_proc::Execute run(Stub(c.body), 3);
     run.In() << "S3cret word\nS3cret word\n";
     EXPECT_EQ(c.text, run.Str());
+  }
+}
+
+TEST_F(MgrProc, NoPartOfAnInputIsLeftWhereAnOutputWasCut) {
+  for (const char* const body :
+       {"read -r a; yes \"$a\"", "read -r a; yes \"$a\" | head -c 300000 >&2; exit 1",
+        "read -r a; yes \"$a\" | head -c 3000 | tr -d '\\n'; exit 1"}) {
+    for (const char* const secret : {"S3cret word", "S3cret words", "S3cret, long word"}) {
+      SCOPED_TRACE(std::string(body) + " told " + secret);
+      mgr_proc::Execute run(Stub(body), 3);
+      run.In() << secret << "\n" << secret << "\n";
+      const std::string text = run.Str();
+      EXPECT_EQ(std::string::npos, text.find("S3cr")) << text;
+      EXPECT_NE(std::string::npos, text.find("***"));
+      EXPECT_LT(text.size(), 2200U);
+    }
+  }
+}
+
+TEST_F(MgrProc, EveryExitStatusIsGivenAndNamed) {
+  const std::string stub = Stub("exit $1");
+  for (int status = 0; status < 256; ++status) {
+    mgr_proc::Execute run(stub + " " + std::to_string(status), 3);
+    EXPECT_EQ(status, run.Result());
+    const std::string end = "ended with exit status " + std::to_string(status);
+    EXPECT_EQ(status == 0 ? "" : end, run.Str().substr(0, end.size()));
+  }
+}
+
+TEST_F(MgrProc, EverySignalThatEndsAChildIsGivenAndNamed) {
+  const std::string stub = Stub("ulimit -c 0; kill -$1 $$");
+  for (int signal = 1; signal <= 64; ++signal) {
+    const bool ends = signal != SIGCHLD && signal != SIGCONT && signal != SIGURG &&
+                      signal != SIGWINCH && signal != SIGSTOP && signal != SIGTSTP &&
+                      signal != SIGTTIN && signal != SIGTTOU;
+    if (!ends || signal == 32 || signal == 33) {  // those two are the C library's
+      continue;
+    }
+    SCOPED_TRACE(signal);
+    mgr_proc::Execute run(stub + " " + std::to_string(signal), 3);
+    EXPECT_EQ(128 + signal, run.Result());
+    EXPECT_NE(std::string::npos, run.Str().find("(signal " + std::to_string(signal) + ", "));
   }
 }
 
@@ -330,6 +397,17 @@ TEST_F(MgrProc, ChildHasAFixedEnvironmentWhateverTheHostHas) {
             seen);
   EXPECT_EQ(std::string::npos, seen_by_shell.find("BRISQ_TEST_MARK"));
   EXPECT_NE(std::string::npos, seen_by_shell.find("LC_ALL=C\n"));
+}
+
+TEST_F(MgrProc, ChildWorksInTheRootWhereverTheHostIs) {
+  const std::string before = std::filesystem::current_path();
+  const std::string gone = directory_.MakeFolder("gone");
+  ASSERT_EQ(0, ::chdir(gone.c_str()));
+  std::filesystem::remove(gone);
+  for (const int mode : {2, 3}) {
+    EXPECT_EQ("/\n", mgr_proc::Execute("pwd", mode).Str());
+  }
+  ASSERT_EQ(0, ::chdir(before.c_str()));
 }
 
 TEST_F(MgrProc, StandardErrorOfModeTwoGoesEscapedToTheLog) {

@@ -57,4 +57,29 @@ TEST(SecretText, LinesOfTheSecretAreBlanked) {
   }
 }
 
+TEST(SecretText, AnEndWithWhichASecretBeginsIsBlanked) {
+  struct Case {
+    const char* name;
+    const char* text;
+    const char* secrets;
+    const char* blanked;
+  };
+  const Case cases[] = {
+      {"half of it", "got s3cr", "s3cret\ns3cret\n", "got ***"},
+      {"all of it", "got s3cret", "s3cret\n", "got ***"},
+      {"four bytes", "s3cr", "s3cret", "***"},
+      {"three bytes", "s3c", "s3cret", "s3c"},
+      {"in the middle", "s3cr and on", "s3cret", "s3cr and on"},
+      {"its end", "3cret", "s3cret", "3cret"},
+      {"of the second", "a bcde", "first\nbcdef\n", "a ***"},
+      {"the longest", "abababab", "abababxx", "ab***"},
+      {"no secret", "words", "", "words"},
+      {"no text", "", "s3cret", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.blanked, mgr_proc::WithoutTornSecret(c.text, c.secrets));
+  }
+}
+
 }  // namespace
