@@ -75,7 +75,7 @@ BRISQ_API bool FindByEmailName(const std::string& name,
                                const std::shared_ptr<brisq_db::EmailTable>& email,
                                const std::shared_ptr<brisq_db::EmailDomainTable>& domain);
 
-/// The mail server's side failed: an error of type "email" that is reported to the user.
+/// The mail server's side failed: of type "email", reported to the user, hashes in `value` masked.
 class BRISQ_API Fail : public mgr_err::Error {
  public:
   Fail(const std::string& object, const std::string& value);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <mutex>
 
+#include "panel/hash_mask.h"
 #include "panel/names.h"
 #include "panel/records.h"
 #include "panel/refresh_watch.h"
@@ -74,7 +75,8 @@ bool Find(const std::string& name, brisq_db::EmailTable& email,
 Pop3Interface::~Pop3Interface() = default;
 PasswdInterface::~PasswdInterface() = default;
 
-Fail::Fail(const std::string& object, const std::string& value) : Error("email", object, value) {
+Fail::Fail(const std::string& object, const std::string& value)
+    : Error("email", object, brisq_panel::FailureOfTool(value)) {
   set_report();
 }
 Fail::Fail(const Fail&) = default;

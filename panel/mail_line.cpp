@@ -21,9 +21,8 @@ void InPlainWords(const Mailbox& mailbox, const std::function<void()>& calls) {
           "exists", "mailbox",
           email::GetEmailName(mailbox) + " stands in the mail server's list of users already");
     }
-    if (error.type() == "value" && error.object() == "passwd") {
-      // The password itself has been checked, so this is what the mail server's tool made of it.
-      throw email::Fail("doveadm", "its answer can't stand in a line: " + error.value());
+    if (const std::string unfit = UnfitAnswer(error); !unfit.empty()) {
+      throw email::Fail("doveadm", unfit);
     }
     throw;
   }

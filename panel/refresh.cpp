@@ -16,6 +16,7 @@
 #include "panel/refresh_lock.h"
 #include "panel/refresh_watch.h"
 #include "panel/run_request.h"
+#include "panel/stored_password.h"
 #include "panel/used_space.h"
 #include "panel/utc_time.h"
 #include "str.h"
@@ -63,8 +64,8 @@ void RunGuarded(email::Pop3Interface& backend) {
     RunCache(backend);
   } catch (const mgr_err::Error& error) {
     hashes.PutBack();
-    if (error.type() == "value" && error.object() == "passwd") {
-      throw WrongAnswer("its answer can't stand in a line: " + error.value());
+    if (const std::string unfit = UnfitAnswer(error); !unfit.empty()) {
+      throw WrongAnswer(unfit);
     }
     throw;
   }

@@ -61,6 +61,13 @@ bool MayBeHashOf(const std::string& body, const std::string& password) {
 
 }  // namespace
 
+std::string UnfitAnswer(const mgr_err::Error& error) {
+  // The password itself is checked before, so this is what the tool made of it.
+  return error.type() == "value" && error.object() == "passwd"
+             ? "its answer can't stand in a line: " + error.value()
+             : std::string();
+}
+
 std::string FormProblem(const std::string& hash, const std::string& scheme) {
   if (hash.empty()) {
     return "it gave no hash of the password";

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "brisq_export.h"
+#include "mgr_err.h"
 
 namespace brisq_panel {
 
@@ -16,6 +17,10 @@ namespace brisq_panel {
 /// @throws mgr_err::Error "email" with object "doveadm", which never shows password or hash; "file"
 /// and "locked" when the file can't be read
 BRISQ_API void CheckStoredPassword(const std::string& address, const std::string& password);
+
+/// What is wrong with the answer of the mail server's tool, for an error that names the column of
+/// the line into which it does not fit; empty for any other error.
+BRISQ_API std::string UnfitAnswer(const mgr_err::Error& error);
 
 /// Why `hash` can't be one of any password, as HashProblem without one to compare it with; empty
 /// when it can.

@@ -100,6 +100,14 @@ TEST(StoredPassword, ClearTextIsTakenOnlyWhereItIsWished) {
   }
 }
 
+TEST(StoredPassword, AnAnswerThatFitsNoLineIsToldFromOtherErrors) {
+  using mgr_err::Error;
+  EXPECT_EQ("its answer can't stand in a line: must not contain ':'",
+            brisq_panel::UnfitAnswer(Error("value", "passwd", "must not contain ':'")));
+  EXPECT_EQ("", brisq_panel::UnfitAnswer(Error("value", "home", "must not contain ':'")));
+  EXPECT_EQ("", brisq_panel::UnfitAnswer(Error("file", "passwd", "denied")));
+}
+
 class StoredPasswordFile : public panel_test::PanelTest {
  protected:
   static std::string Problem(const std::string& address) {
