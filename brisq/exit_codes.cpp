@@ -2,6 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <sstream>
+#include <string_view>
+
+#include "framework/log_escape.h"
+#include "str.h"
+
 namespace brisq {
 
 const std::vector<ErrorKind>& ErrorKinds() {
@@ -29,24 +36,30 @@ const ErrorKind& KindOf(const mgr_err::Error& error) {
   return ErrorKinds().back();
 }
 
+// A backslash stays one: what comes here may hold escapes already.
 std::string Printable(const std::string& text) {
   std::string out;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F)
-      out += fmt::format("\\x{:02x}", byte);
-    else
-      out += c;
+  std::size_t from = 0;
+  while (from <= text.size()) {
+    const std::size_t end = std::min(text.find('\\', from), text.size());
+    out += mgr_log::Escaped(std::string_view(text).substr(from, end - from));
+    out += end < text.size() ? "\\" : "";
+    from = end + 1;
   }
   return out;
 }
 
 namespace {
 
-// A tool's message often ends in a line feed, which is no part of what it says.
-std::string WithoutEnd(const std::string& text) {
-  const std::size_t last = text.find_last_not_of(" \t\r\n");
-  return last == std::string::npos ? std::string() : text.substr(0, last + 1);
+// A tool may say more than a line, which may be empty or end in blanks.
+std::string InOneLine(const std::string& text) {
+  std::string line;
+  std::istringstream lines(text);
+  for (std::string part; std::getline(lines, part);) {
+    part = str::Trim(part);
+    if (!part.empty()) line += (line.empty() ? "" : "; ") + part;
+  }
+  return line;
 }
 
 }  // namespace
@@ -54,7 +67,7 @@ std::string WithoutEnd(const std::string& text) {
 std::string ErrorLine(const mgr_err::Error& error) {
   std::string line = fmt::format("brisq: {}", KindOf(error).label);
   for (const std::string& part : {error.object(), error.value()})
-    if (!part.empty()) line += ": " + Printable(WithoutEnd(part));
+    if (!part.empty()) line += ": " + Printable(InOneLine(part));
   return line;
 }
 

@@ -28,10 +28,12 @@ const std::vector<ErrorKind>& ErrorKinds();
 
 const ErrorKind& KindOf(const mgr_err::Error& error);
 
-/// "brisq: LABEL: OBJECT: VALUE" as one line without its end; control characters are escaped.
+/// "brisq: LABEL: OBJECT: VALUE" as one printable line without its end; lines of a part are trimmed
+/// and joined by "; ", empty ones left out.
 std::string ErrorLine(const mgr_err::Error& error);
 
-/// Text with control characters as \xNN, so that a name or a foreign message can't steer a
+/// Text with control characters, marks that turn the direction of writing and bytes that are no
+/// UTF-8 as \n, \r, \t or \xNN for each byte, so that a name or a foreign message can't steer a
 /// terminal.
 std::string Printable(const std::string& text);
 

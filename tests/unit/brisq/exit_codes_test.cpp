@@ -54,15 +54,39 @@ TEST(ExitCodes, EmptyPartsLeaveNoColons) {
 TEST(ExitCodes, TheLineStaysOneLineWhateverIsInIt) {
   const std::string line =
       ErrorLine(mgr_err::Error("email", "doveadm", "first\nsecond\x1b[2J\r\n\n"));
-  EXPECT_EQ("brisq: dovecot: doveadm: first\\x0asecond\\x1b[2J", line);
+  EXPECT_EQ("brisq: dovecot: doveadm: first; second\\x1b[2J", line);
 }
 
-TEST(ExitCodes, EveryControlByteIsShownAsANumber) {
+TEST(ExitCodes, LinesOfAMessageAreJoinedAndEmptyOnesLeftOut) {
+  EXPECT_EQ("brisq: dovecot: doveadm: a; b c; d",
+            ErrorLine(mgr_err::Error("email", "doveadm", "\n a\r\n\n \nb c  \n\td\n\n")));
+  EXPECT_EQ("brisq: dovecot: doveadm", ErrorLine(mgr_err::Error("email", "doveadm\n", "")));
+}
+
+TEST(ExitCodes, EveryByteThatIsNoPrintableCharacterIsEscaped) {
   for (int byte = 0; byte < 256; ++byte) {
     SCOPED_TRACE(byte);
     const std::string text(1, static_cast<char>(byte));
-    const bool control = byte < 0x20 || byte == 0x7F;
-    EXPECT_EQ(control, Printable(text) != text);
+    const bool printable = byte >= 0x20 && byte < 0x7F;
+    EXPECT_EQ(printable, Printable(text) == text);
+  }
+}
+
+TEST(ExitCodes, WordsOfOtherLanguagesAndEscapesStay) {
+  const struct {
+    const char* text;
+    const char* shown;
+  } cases[] = {
+      {"gr\xc3\xbc\xc3\x9f", "gr\xc3\xbc\xc3\x9f"},
+      {"a\\x0ab\\", "a\\x0ab\\"},
+      {"\\", "\\"},
+      {"\\\x1b\\", "\\\\x1b\\"},
+      {"\xc2\x9b[31m", "\\xc2\\x9b[31m"},
+      {"\xe2\x80\xaetxt", "\\xe2\\x80\\xaetxt"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.shown);
+    EXPECT_EQ(c.shown, Printable(c.text));
   }
 }
 

@@ -105,7 +105,7 @@ TEST(Output, ControlBytesInATableAreShownAsNumbers) {
   Output output(screen.console, false);
   output.Row({{"name", std::string("a\nb")}});
   output.Finish();
-  EXPECT_EQ("NAME\na\\x0ab\n", screen.out.str());
+  EXPECT_EQ("NAME\na\\nb\n", screen.out.str());
 }
 
 }  // namespace
