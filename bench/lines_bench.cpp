@@ -5,8 +5,10 @@
 //        lines_bench find FILE N         N random finds; prints nanoseconds for each
 //        lines_bench memory FILE         prints bytes a line beside the bytes of the file
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -26,16 +28,26 @@ std::size_t Walk(const char* file) {
   const auto line = PasswdConfig::Open(file);
   std::size_t bytes = 0;
   for (line->First(); !line->Eof(); line->Next()) {
-    for (const dd::Field* field : line->Fields()) bytes += field->Str().size();
+    for (const std::string_view column : line->Stored()) bytes += column.size();
   }
   return bytes;
 }
 
+ConfDocument Load(const char* file) {
+  return {ReadAt(AT_FDCWD, file, file).bytes, *UnixConfParams()};
+}
+
+long Lines(const ConfDocument& document) {
+  const std::string_view text = document.Unchanged(0);
+  return std::count(text.begin(), text.end(), '\n');
+}
+
 // Of the document, as a request's finds are: a cursor's find looks at the file's stamp besides.
 double FindNanoseconds(const char* file, long finds) {
-  const ConfDocument document(ReadAt(-100, file, file).bytes, *UnixConfParams());
+  const ConfDocument document = Load(file);
   std::mt19937 random(1);
-  std::uniform_int_distribution<long> any(0, static_cast<long>(document.Lines()) - 1);
+  document.Index();
+  std::uniform_int_distribution<long> any(0, Lines(document) - 1);
   std::vector<std::string> names;
   for (long at = 0; at < finds; ++at) names.push_back(bench::NameOfLine(any(random)));
   long missed = 0;
@@ -52,9 +64,10 @@ double BytesALine(const char* file) {
   struct stat info {};
   if (::stat(file, &info) != 0) bench::Fail("stat");
   const long before = bench::ResidentKilobytes();
-  const ConfDocument document(ReadAt(-100, file, file).bytes, *UnixConfParams());
+  const ConfDocument document = Load(file);
+  document.Index();
   const long taken = (bench::ResidentKilobytes() - before) * 1024;
-  return static_cast<double>(taken - info.st_size) / static_cast<double>(document.Lines());
+  return static_cast<double>(taken - info.st_size) / static_cast<double>(Lines(document));
 }
 
 }  // namespace
@@ -64,7 +77,7 @@ int main(int argc, char** argv) {
     return argc == count && std::strcmp(argv[1], verb) == 0;
   };
   if (is("load", 3)) {
-    PasswdConfig::Open(argv[2]);
+    Load(argv[2]).Index();
   } else if (is("walk", 3)) {
     std::printf("%zu\n", Walk(argv[2]));
   } else if (is("find", 4)) {

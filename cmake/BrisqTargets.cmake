@@ -20,7 +20,9 @@ function(brisq_host_library name)
   brisq_see_host(${name})
   target_link_libraries(${name} PUBLIC brisq_include)
   target_link_options(${name} PRIVATE ${BRISQ_COMPLETE_LINK})
-  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  # In the build tree too: CMake would else fill the place with colons, for which the loader searches
+  # the present directory.
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN" BUILD_RPATH "$ORIGIN")
   install(TARGETS ${name} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endfunction()
 

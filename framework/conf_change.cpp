@@ -143,16 +143,16 @@ void ConfChange::ApplyEdit(ConfDocument& document) {
 }
 
 void ConfChange::Rewrite(ConfDocument& document, std::string_view text) {
-  Line same = 0;
-  for (; same < document.Lines(); ++same) {
+  Line same = document.NextLine(0);
+  for (; same != ConfDocument::kNone; same = document.NextLine(same + 1)) {
     const std::string_view raw = document.Raw(same);
     // A last line without an end is the same one only when nothing follows it there either.
-    const bool whole = raw.empty() || raw.ends_with('\n') || raw.size() == text.size();
+    const bool whole = raw.ends_with('\n') || raw.size() == text.size();
     if (!whole || !text.starts_with(raw)) break;
     text.remove_prefix(raw.size());
   }
-  for (Line line = same; line < document.Lines(); ++line) {
-    if (!document.Raw(line).empty()) Put(document, line, {});
+  for (Line line = same; line != ConfDocument::kNone; line = document.NextLine(line + 1)) {
+    Put(document, line, {});
   }
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
@@ -163,7 +163,7 @@ void ConfChange::Rewrite(ConfDocument& document, std::string_view text) {
 
 ConfChange::Line ConfChange::FindTarget(const ConfDocument& document) const {
   const bool own_place = target_.document.lock().get() == &document;
-  if (own_place && target_.line < document.Lines() && document.Name(target_.line) == target_.name &&
+  if (own_place && target_.line < document.End() && document.Name(target_.line) == target_.name &&
       document.IsRecord(target_.line, columns_)) {
     return target_.line;
   }
@@ -202,10 +202,9 @@ void ConfChange::Undo(ConfDocument& document) {
 }
 
 line_undo::Change ConfChange::Trace(const ConfDocument& document) const {
-  Line behind = target_.line;
-  while (behind > 0 && document.Raw(behind - 1).empty()) --behind;
+  const Line before = document.LineBefore(target_.line);
   return {target_.name, before_, after_,
-          behind == 0 ? std::string() : std::string(document.Text(behind - 1))};
+          before == ConfDocument::kNone ? std::string() : std::string(document.Text(before))};
 }
 
 std::string ConfChange::Words() const {

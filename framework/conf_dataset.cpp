@@ -42,12 +42,9 @@ void ConfDataSet::RawRead(int offset, ConfSrc* source, ConfAllocation* allocatio
   const auto bytes = std::make_shared<ConfBytes>(source->bytes.substr(begin));
   const ConfDocument document(bytes, *getParams());
   const unsigned long columns = Fields().size();
-  std::size_t at = begin;
-  for (ConfDocument::Line line = 0; line < document.Lines(); ++line) {
-    if (document.IsRecord(line, columns)) {
-      allocation->lines.emplace_back(at, document.Text(line).size());
-    }
-    at += document.Raw(line).size();
+  for (ConfDocument::Line line = document.NextRecord(0, columns); line != ConfDocument::kNone;
+       line = document.NextRecord(line + 1, columns)) {
+    allocation->lines.emplace_back(begin + line, document.Text(line).size());
   }
 }
 
@@ -99,6 +96,8 @@ void ConfDataSet::Post(const std::string& place) {
   }
   onAfterPost();
 }
+
+const std::vector<std::string_view>& ConfDataSet::Stored() { return View().Stored(Current()); }
 
 void ConfDataSet::Delete() { _Delete(false); }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "framework/conf_line.h"
@@ -12,7 +13,8 @@
 
 namespace {
 
-constexpr std::size_t kMostLines = 4'000'000'000;
+// Finds that look through the bytes: making the index takes as long as a handful of them.
+constexpr int kScans = 4;
 // From this size on a second thread pays.
 constexpr std::size_t kInHalves = std::size_t{8} << 20;
 
@@ -59,36 +61,62 @@ class ConfDocument::Ahead {
 };
 
 ConfDocument::ConfDocument(std::shared_ptr<const ConfBytes> bytes, mgr_token::Params params)
-    : params_(std::move(params)), bytes_(std::move(bytes)), index_(GuessLines(bytes_->View())) {
-  FindLines();
+    : params_(std::move(params)), bytes_(std::move(bytes)) {
+  if (bytes_->size() >= ConfIndex::kLimit) {
+    throw mgr_err::Error("limit", "size", "too large for a configuration file");
+  }
 }
 
-void ConfDocument::FindLines() {
+bool ConfDocument::IsIndexed() const {
+  if (indexed_.load(std::memory_order_acquire)) return true;
+  if (scans_.fetch_add(1, std::memory_order_relaxed) < kScans) return false;
+  Index();
+  return true;
+}
+
+void ConfDocument::Index() const {
+  std::call_once(index_once_, [this] {
+    Fill();
+    indexed_.store(true, std::memory_order_release);
+  });
+}
+
+void ConfDocument::Fill() const {
   const std::string_view bytes = bytes_->View();
-  if (bytes.empty()) return;
   const std::size_t expected = GuessLines(bytes);
-  begins_.reserve(expected);
-  WantLargePages(begins_.data(), expected * sizeof(std::uint64_t));
+  index_ = ConfIndex(expected + added_.size());
+  same_name_.clear();
   std::size_t half = bytes.size();
   if (bytes.size() >= kInHalves) half = std::min(bytes.find('\n', half / 2), half - 1) + 1;
   // The index can't be filled by two, but finding and hashing the names takes most of the time.
-  std::vector<Seen> upper;
+  std::vector<Named> upper;
   const auto find_upper = [&] {
     upper.reserve(expected / 2);
-    Scan(half, bytes.size(), [&](const Seen& seen) { upper.push_back(seen); });
+    WantLargePages(upper.data(), upper.capacity() * sizeof(Named));
+    Scan(half, bytes.size(), [&](const Named& named) { upper.push_back(named); });
   };
   Ahead ahead;
-  const auto enter = [&](const Seen& seen) { EnterAhead(seen, ahead); };
+  const auto enter = [&](const Named& named) {
+    if (ahead.Full()) Enter(ahead.Pop());
+    ahead.Push(named);
+    index_.Prefetch(named.hash);
+  };
   if (half < bytes.size()) {
     InTwo([&] { Scan(0, half, enter); }, find_upper);
   } else {
     Scan(0, half, enter);
   }
-  for (const Seen& seen : upper) enter(seen);
+  for (const Named& named : upper) enter(named);
   while (!ahead.Empty()) Enter(ahead.Pop());
-  if (begins_.size() > kMostLines) throw mgr_err::Error("limit", "lines", "too many in one file");
+  for (const auto& [line, raw] : changed_) {
+    if (!NameOf(raw).empty()) Enter({line, HashOf(line)});
+  }
+  for (Line line = bytes.size(); line < End(); ++line) {
+    if (!Name(line).empty()) Enter({line, HashOf(line)});
+  }
 }
 
+// Lines that have a name and are as they were read.
 template <class Take>
 void ConfDocument::Scan(std::size_t begin, std::size_t end, const Take& take) const {
   const char* const first = bytes_->View().data();
@@ -96,28 +124,32 @@ void ConfDocument::Scan(std::size_t begin, std::size_t end, const Take& take) co
   for (const char* at = first + begin; at < last;) {
     const char* const next = std::min(FindByte(at, last, '\n') + 1, last);
     const std::string_view name = NameOf({at, static_cast<std::size_t>(next - at)});
-    take(Seen{static_cast<std::uint64_t>(at - first), name.empty() ? 0 : ConfIndex::Hash(name),
-              !name.empty()});
+    const auto line = static_cast<Line>(at - first);
+    if (!name.empty() && (changed_.empty() || changed_.count(line) == 0)) {
+      take(Named{line, ConfIndex::Hash(name)});
+    }
     at = next;
   }
 }
 
-void ConfDocument::EnterAhead(const Seen& seen, Ahead& ahead) {
-  begins_.push_back(seen.begin);
-  if (!seen.named) return;
-  if (ahead.Full()) Enter(ahead.Pop());
-  ahead.Push({Lines() - 1, seen.hash});
-  index_.Prefetch(seen.hash);
+// Only for names that lines can have.
+bool ConfDocument::IsNamed(Line line, std::string_view name) const noexcept {
+  if (!IsInBytes(line) || !changed_.empty()) return Name(line) == name;
+  const std::string_view text = bytes_->View().substr(line);
+  if (!text.starts_with(name)) return false;
+  if (text.size() > name.size() && text[name.size()] == params_.separator) return true;
+  return Name(line) == name;
 }
 
-void ConfDocument::Enter(const Named& named) {
+void ConfDocument::Enter(const Named& named) const {
   const std::string_view name = Name(named.line);
-  const Line first =
-      index_.FindOrInsert(named.hash, named.line, [&](Line other) { return Name(other) == name; });
+  const Line first = index_.FindOrInsert(
+      named.hash, named.line, [&](Line other) { return IsNamed(other, name); },
+      [this](Line other) { return HashOf(other); });
   if (first != kNone) EnterSameName(first, named);
 }
 
-void ConfDocument::EnterSameName(Line first, const Named& named) {
+void ConfDocument::EnterSameName(Line first, const Named& named) const {
   std::vector<Line>& rest = same_name_[first];
   if (named.line > first) {
     rest.insert(std::upper_bound(rest.begin(), rest.end(), named.line), named.line);
@@ -133,11 +165,11 @@ void ConfDocument::EnterSameName(Line first, const Named& named) {
 void ConfDocument::Leave(Line line) {
   const std::string_view name = Name(line);
   if (name.empty()) return;
-  const std::uint32_t hash = ConfIndex::Hash(name);
-  const Line first = index_.Find(hash, [&](Line other) { return Name(other) == name; });
+  const std::uint64_t hash = ConfIndex::Hash(name);
+  const Line first = index_.Find(hash, [&](Line other) { return IsNamed(other, name); });
   auto node = same_name_.extract(first);
   if (node.empty()) {
-    index_.Erase(hash, line);
+    index_.Erase(hash, line, [this](Line other) { return HashOf(other); });
     return;
   }
   std::vector<Line>& rest = node.mapped();
@@ -151,19 +183,48 @@ void ConfDocument::Leave(Line line) {
   if (!rest.empty()) same_name_.insert(std::move(node));
 }
 
-std::uint64_t ConfDocument::Begin(Line line) const noexcept {
-  const std::uint64_t entry = begins_[line];
-  return (entry & kEdited) == 0 ? entry : edits_[entry & ~kEdited].begin;
+// First number from `line` on that is a line's, with content or not.
+ConfDocument::Line ConfDocument::FirstFrom(Line line) const noexcept {
+  if (line == 0 || !IsInBytes(line)) return line;
+  const std::string_view bytes = bytes_->View();
+  const char* const end = bytes.data() + bytes.size();
+  const char* const found = FindByte(bytes.data() + line - 1, end, '\n');
+  return static_cast<Line>(std::min(found + 1, end) - bytes.data());
 }
 
-std::uint64_t ConfDocument::End(Line line) const noexcept {
-  return line + 1 < Lines() ? Begin(line + 1) : bytes_->size();
+ConfDocument::Line ConfDocument::NextLine(Line line) const noexcept {
+  line = FirstFrom(line);
+  while (line < End() && Raw(line).empty()) line = FirstFrom(line + 1);
+  return line < End() ? line : kNone;
+}
+
+ConfDocument::Line ConfDocument::LineBefore(Line line) const noexcept {
+  while (line > 0) {
+    if (line > bytes_->size()) {
+      --line;
+    } else {
+      const void* const found = ::memrchr(bytes_->View().data(), '\n', line - 1);
+      const auto* const end = static_cast<const char*>(found);
+      line = end == nullptr ? 0 : static_cast<Line>(end + 1 - bytes_->View().data());
+    }
+    if (!Raw(line).empty()) return line;
+  }
+  return kNone;
+}
+
+std::string_view ConfDocument::RawInBytes(Line line) const noexcept {
+  const std::string_view rest = bytes_->View().substr(line);
+  const char* const end = rest.data() + rest.size();
+  const char* const next = std::min(FindByte(rest.data(), end, '\n') + 1, end);
+  return rest.substr(0, static_cast<std::size_t>(next - rest.data()));
 }
 
 std::string_view ConfDocument::Raw(Line line) const noexcept {
-  const std::uint64_t entry = begins_[line];
-  if ((entry & kEdited) != 0) return edits_[entry & ~kEdited].raw;
-  return bytes_->View().substr(entry, End(line) - entry);
+  if (!IsInBytes(line)) return added_[line - bytes_->size()];
+  if (!changed_.empty()) {
+    if (const auto changed = changed_.find(line); changed != changed_.end()) return changed->second;
+  }
+  return RawInBytes(line);
 }
 
 std::string_view ConfDocument::Text(Line line) const noexcept {
@@ -181,90 +242,117 @@ std::string_view ConfDocument::NameOf(std::string_view raw) const noexcept {
   return raw.substr(0, static_cast<std::size_t>(separator - raw.data()));
 }
 
+bool ConfDocument::CanBeName(std::string_view name) const noexcept {
+  const bool one_column = name.find(params_.separator) == std::string_view::npos;
+  return one_column && name.find('\n') == std::string_view::npos && !NameOf(name).empty();
+}
+
 std::string_view ConfDocument::Name(Line line) const noexcept { return NameOf(Raw(line)); }
 
 bool ConfDocument::IsRecord(Line line, unsigned long columns) const noexcept {
-  return !Name(line).empty() && conf_line::HasColumns(Raw(line), params_.separator, columns);
+  const std::string_view raw = Raw(line);
+  return !NameOf(raw).empty() && conf_line::HasColumns(raw, params_.separator, columns);
 }
 
 ConfDocument::Line ConfDocument::NextRecord(Line line, unsigned long columns) const noexcept {
-  while (line < Lines() && !IsRecord(line, columns)) ++line;
-  return line < Lines() ? line : kNone;
+  line = NextLine(line);
+  while (line != kNone && !IsRecord(line, columns)) line = NextLine(line + 1);
+  return line;
+}
+
+ConfDocument::Line ConfDocument::ScanBytes(std::string_view name, Line from) const noexcept {
+  const std::string_view bytes = bytes_->View();
+  const char* const end = bytes.data() + bytes.size();
+  for (const char* at = bytes.data() + from; at < end; at = FindByte(at, end, '\n') + 1) {
+    const std::string_view rest(at, static_cast<std::size_t>(end - at));
+    if (!rest.starts_with(name)) continue;
+    const auto line = static_cast<Line>(at - bytes.data());
+    if (changed_.count(line) == 0 && IsNamed(line, name)) return line;
+  }
+  return kNone;
+}
+
+// First line with this name from a line on.
+ConfDocument::Line ConfDocument::ScanNamed(std::string_view name, Line from) const noexcept {
+  const Line in_bytes = IsInBytes(from) ? ScanBytes(name, from) : kNone;
+  const auto end = changed_.end();
+  const auto changed = std::find_if(changed_.lower_bound(from), end, [&](const auto& each) {
+    return each.first > in_bytes || NameOf(each.second) == name;
+  });
+  if (changed != end && changed->first < in_bytes) return changed->first;
+  if (in_bytes != kNone) return in_bytes;
+  for (Line line = std::max<Line>(from, bytes_->size()); line < End(); ++line) {
+    if (Name(line) == name) return line;
+  }
+  return kNone;
 }
 
 ConfDocument::Line ConfDocument::FindNamed(std::string_view name) const {
-  if (name.empty()) return kNone;
-  return index_.Find(ConfIndex::Hash(name), [&](Line line) { return Name(line) == name; });
+  if (!CanBeName(name)) return kNone;
+  if (!IsIndexed()) return ScanNamed(name, 0);
+  return index_.Find(ConfIndex::Hash(name), [&](Line line) { return IsNamed(line, name); });
 }
 
 ConfDocument::Line ConfDocument::FindRecord(std::string_view name, unsigned long columns) const {
   const Line first = FindNamed(name);
   if (first == kNone || IsRecord(first, columns)) return first;
-  const auto rest = same_name_.find(first);
-  if (rest == same_name_.end()) return kNone;
-  const auto record = std::find_if(rest->second.begin(), rest->second.end(),
-                                   [&](Line line) { return IsRecord(line, columns); });
-  return record == rest->second.end() ? kNone : *record;
+  const std::vector<Line> all = AllNamed(name);
+  const auto record =
+      std::find_if(all.begin(), all.end(), [&](Line line) { return IsRecord(line, columns); });
+  return record == all.end() ? kNone : *record;
 }
 
 std::vector<ConfDocument::Line> ConfDocument::AllNamed(std::string_view name) const {
+  std::vector<Line> all;
+  if (!CanBeName(name)) return all;
+  if (!IsIndexed()) {
+    for (Line line = ScanNamed(name, 0); line != kNone; line = ScanNamed(name, FirstFrom(line + 1)))
+      all.push_back(line);
+    return all;
+  }
   const Line first = FindNamed(name);
-  if (first == kNone) return {};
-  std::vector<Line> all{first};
+  if (first == kNone) return all;
+  all.push_back(first);
   if (const auto rest = same_name_.find(first); rest != same_name_.end()) {
     all.insert(all.end(), rest->second.begin(), rest->second.end());
   }
   return all;
 }
 
-ConfDocument::Edit& ConfDocument::EditOf(Line line) {
-  if ((begins_[line] & kEdited) == 0) {
-    edits_.push_back({begins_[line], line, std::string(Raw(line))});
-    edited_bytes_ += edits_.back().raw.size();
-    begins_[line] = kEdited | (edits_.size() - 1);
+std::string_view ConfDocument::Unchanged(Line line) const noexcept {
+  const auto changed = changed_.lower_bound(line);
+  const Line end = changed == changed_.end() ? bytes_->size() : changed->first;
+  return line < end ? bytes_->View().substr(line, end - line) : std::string_view();
+}
+
+std::string& ConfDocument::Editable(Line line) {
+  if (!IsInBytes(line)) return added_[line - bytes_->size()];
+  const auto [edit, fresh] = changed_.try_emplace(line);
+  if (fresh) {
+    edit->second = RawInBytes(line);
+    edited_bytes_ += edit->second.size();
   }
-  return edits_[begins_[line] & ~kEdited];
+  return edit->second;
 }
 
 void ConfDocument::Put(Line line, std::string raw) {
-  Leave(line);
-  Edit& edit = EditOf(line);
-  edited_bytes_ += raw.size() - edit.raw.size();
-  edit.raw = std::move(raw);
-  if (const std::string_view name = Name(line); !name.empty()) {
-    Enter({line, ConfIndex::Hash(name)});
-  }
+  const bool indexed = indexed_.load(std::memory_order_relaxed);
+  if (indexed) Leave(line);
+  std::string& text = Editable(line);
+  edited_bytes_ += raw.size() - text.size();
+  text = std::move(raw);
+  if (indexed && !Name(line).empty()) Enter({line, HashOf(line)});
 }
 
 ConfDocument::Line ConfDocument::Extend() {
-  if (begins_.size() >= kMostLines) throw mgr_err::Error("limit", "lines", "too many in one file");
-  edits_.push_back({bytes_->size(), Lines(), {}});
-  begins_.push_back(kEdited | (edits_.size() - 1));
-  return Lines() - 1;
-}
-
-ConfDocument::Line ConfDocument::Last() const noexcept {
-  Line line = Lines();
-  while (line > 0 && Raw(line - 1).empty()) --line;
-  return line > 0 ? line - 1 : kNone;
+  if (End() >= ConfIndex::kLimit) throw mgr_err::Error("limit", "lines", "too many in one file");
+  added_.emplace_back();
+  return End() - 1;
 }
 
 std::string_view ConfDocument::LineEnd() const noexcept {
-  for (Line line = 0; line < Lines(); ++line) {
-    if (const std::string_view raw = Raw(line); !raw.empty()) {
-      return raw.ends_with("\r\n") ? "\r\n" : "\n";
-    }
-  }
-  return "\n";
-}
-
-std::vector<const ConfDocument::Edit*> ConfDocument::EditsInOrder() const {
-  std::vector<const Edit*> edits;
-  edits.reserve(edits_.size());
-  for (const Edit& edit : edits_) edits.push_back(&edit);
-  std::sort(edits.begin(), edits.end(),
-            [](const Edit* left, const Edit* right) { return left->line < right->line; });
-  return edits;
+  const Line first = NextLine(0);
+  return first != kNone && Raw(first).ends_with("\r\n") ? "\r\n" : "\n";
 }
 
 ConfSnapshot ConfDocument::Snapshot() const {
@@ -274,14 +362,18 @@ ConfSnapshot ConfDocument::Snapshot() const {
   const auto take_up_to = [&](std::uint64_t end) {
     if (end > done) snapshot.pieces.push_back(bytes_->View().substr(done, end - done));
   };
-  for (const Edit* edit : EditsInOrder()) {
-    take_up_to(edit->begin);
-    done = End(edit->line);
-    if (edit->raw.empty()) continue;
-    snapshot.pieces.emplace_back(copy, edit->raw.size());
-    copy = std::copy(edit->raw.begin(), edit->raw.end(), copy);
+  const auto take = [&](const std::string& raw) {
+    if (raw.empty()) return;
+    snapshot.pieces.emplace_back(copy, raw.size());
+    copy = std::copy(raw.begin(), raw.end(), copy);
+  };
+  for (const auto& [line, raw] : changed_) {
+    take_up_to(line);
+    done = line + RawInBytes(line).size();
+    take(raw);
   }
   take_up_to(bytes_->size());
+  for (const std::string& raw : added_) take(raw);
   return snapshot;
 }
 
@@ -293,5 +385,6 @@ std::string ConfDocument::Print() const {
 
 bool ConfDocument::IsWorn() const noexcept {
   constexpr std::size_t kFree = std::size_t{1} << 20;
-  return edited_bytes_ + edits_.size() * sizeof(Edit) > bytes_->size() / 2 + kFree;
+  constexpr std::size_t kEdit = 96;  // bytes of memory beside a changed line's text
+  return edited_bytes_ + (changed_.size() + added_.size()) * kEdit > bytes_->size() / 2 + kFree;
 }

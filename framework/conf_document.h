@@ -1,10 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,27 +22,35 @@ struct ConfSnapshot {
   std::vector<std::string_view> pieces;  // in order; they refer to the other two
 };
 
-/// A configuration file in memory: its bytes as they were read, where each line begins, an index
-/// from names to lines, and the lines that were changed since.
+/// A configuration file in memory: its bytes as they were read, the lines that were changed or
+/// added since, and an index from names to lines.
 ///
-/// A line keeps its number for as long as the document lives: new lines get higher numbers, removed
-/// ones leave theirs unused. Lines that nobody changes keep their bytes, whatever they hold. A
-/// line's name is the text before its first separator; blank lines and those that begin with the
-/// separator or a comment character have none. A line with a name and enough columns is a record.
+/// A line is known by where it begins in the bytes, so a file that was read needs no table of its
+/// lines; added lines have higher numbers. A line keeps its number for as long as the document
+/// lives, removed ones leave theirs unused. Lines that nobody changes keep their bytes, whatever
+/// they hold. A line's name is the text before its first separator; blank lines and those that
+/// begin with the separator or a comment character have none. A line with a name and enough columns
+/// is a record.
 ///
-/// Costs about 20 bytes a line beside the bytes. Not synchronised: reading by several threads at
-/// once is fine while nobody changes it.
+/// The first few names are looked for in the bytes themselves; who looks for more pays for the
+/// index, about 16 bytes a line. Not synchronised: reading by several threads at once is fine while
+/// nobody changes it.
 class BRISQ_API ConfDocument {
  public:
   using Line = ConfIndex::Line;
   static constexpr Line kNone = ConfIndex::kNone;
 
-  /// @throws mgr_err::Error "limit" for more than 4,000,000,000 lines
+  /// @throws mgr_err::Error "limit" for more than 2^40 bytes
   ConfDocument(std::shared_ptr<const ConfBytes> bytes, mgr_token::Params params);
 
   const mgr_token::Params& Syntax() const noexcept { return params_; }
-  /// Number of lines ever numbered.
-  Line Lines() const noexcept { return static_cast<Line>(begins_.size()); }
+  /// All lines have numbers below this one.
+  Line End() const noexcept { return bytes_->size() + added_.size(); }
+  /// First line with content from `line` on, that one included; kNone behind the last. `line` is
+  /// any number.
+  Line NextLine(Line line) const noexcept;
+  /// Last line with content before `line`; kNone when there is none.
+  Line LineBefore(Line line) const noexcept;
   /// A line with its end; empty when it was removed.
   std::string_view Raw(Line line) const noexcept;
   /// A line without its end.
@@ -50,7 +59,7 @@ class BRISQ_API ConfDocument {
   std::string_view Name(Line line) const noexcept;
   bool IsRecord(Line line, unsigned long columns) const noexcept;
 
-  /// First record from `line` on, that line included.
+  /// First record from `line` on, that line included; `line` is any number.
   Line NextRecord(Line line, unsigned long columns) const noexcept;
   /// First record with this name.
   Line FindRecord(std::string_view name, unsigned long columns) const;
@@ -58,13 +67,19 @@ class BRISQ_API ConfDocument {
   Line FindNamed(std::string_view name) const;
   /// All lines with this name, in order.
   std::vector<Line> AllNamed(std::string_view name) const;
+  /// Makes the index, if it is not there yet: for who knows that many finds follow.
+  void Index() const;
+
+  /// The bytes from `line` on up to the first line that is not as it was read.
+  std::string_view Unchanged(Line line) const noexcept;
 
   /// Gives a line other content, its end of line included; empty removes it.
   void Put(Line line, std::string raw);
   /// Adds a number behind the last; the line has no content yet.
+  /// @throws mgr_err::Error "limit"
   Line Extend();
   /// Last line that has content; kNone when there is none.
-  Line Last() const noexcept;
+  Line Last() const noexcept { return LineBefore(End()); }
   /// End of line that new lines get: that of the first line, LF when there is none.
   std::string_view LineEnd() const noexcept;
 
@@ -75,44 +90,41 @@ class BRISQ_API ConfDocument {
   bool IsWorn() const noexcept;
 
  private:
-  struct Edit {
-    std::uint64_t begin;  // where the line was in the bytes
-    Line line;
-    std::string raw;
-  };
   struct Named {
     Line line;
-    std::uint32_t hash;
-  };
-  // A line as it is found in the bytes.
-  struct Seen {
-    std::uint64_t begin;
-    std::uint32_t hash;
-    bool named;
+    std::uint64_t hash;
   };
   class Ahead;
-  // Set in an entry of `begins_` whose other bits are a number in `edits_`.
-  static constexpr std::uint64_t kEdited = std::uint64_t{1} << 63;
 
-  void FindLines();
+  bool IsIndexed() const;
+  void Fill() const;
   template <class Take>
   void Scan(std::size_t begin, std::size_t end, const Take& take) const;
-  void EnterAhead(const Seen& seen, Ahead& ahead);
-  void Enter(const Named& named);
-  void EnterSameName(Line first, const Named& named);
+  Line ScanNamed(std::string_view name, Line from) const noexcept;
+  Line ScanBytes(std::string_view name, Line from) const noexcept;
+  bool IsNamed(Line line, std::string_view name) const noexcept;
+  void Enter(const Named& named) const;
+  void EnterSameName(Line first, const Named& named) const;
   void Leave(Line line);
+  std::uint64_t HashOf(Line line) const noexcept { return ConfIndex::Hash(Name(line)); }
   std::string_view NameOf(std::string_view raw) const noexcept;
-  std::uint64_t Begin(Line line) const noexcept;
-  std::uint64_t End(Line line) const noexcept;
-  Edit& EditOf(Line line);
-  std::vector<const Edit*> EditsInOrder() const;
+  bool CanBeName(std::string_view name) const noexcept;
+  Line FirstFrom(Line line) const noexcept;
+  std::string& Editable(Line line);
+  bool IsInBytes(Line line) const noexcept { return line < bytes_->size(); }
+  std::string_view RawInBytes(Line line) const noexcept;
 
   mgr_token::Params params_;
   std::shared_ptr<const ConfBytes> bytes_;
-  std::vector<std::uint64_t> begins_;
-  std::vector<Edit> edits_;
+  std::map<Line, std::string> changed_;  // of the lines in the bytes
+  std::vector<std::string> added_;
   std::size_t edited_bytes_ = 0;
-  ConfIndex index_;
+
+  // Made by the first find that wants it, of which there may be several at once.
+  mutable std::once_flag index_once_;
+  mutable std::atomic<bool> indexed_{false};
+  mutable std::atomic<int> scans_{0};
+  mutable ConfIndex index_{0};
   // Further lines, in order, whose name is that of the line which the index holds.
-  std::map<Line, std::vector<Line>> same_name_;
+  mutable std::map<Line, std::vector<Line>> same_name_;
 };

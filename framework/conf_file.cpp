@@ -122,6 +122,7 @@ ConfContent ConfFile::ReadFile() const {
 }
 
 void ConfFile::TakeOver(const ConfContent& content) {
+  ++version_;
   document_ = std::make_shared<ConfDocument>(content.bytes, configuration_->Syntax());
   stamp_ = content.stamp;
   settled_ = content.settled;
@@ -162,6 +163,7 @@ std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change, Journal jo
   Refresh();
   auto waiting = std::make_shared<Waiting>(std::move(change), std::move(journal));
   const Lock lock(mutex_);
+  ++version_;
   ApplyOne(*waiting);
   waiting_.push_back(waiting);
   return waiting;
@@ -283,6 +285,7 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
 }
 
 void ConfFile::TakeIn(const ConfContent& found, const std::optional<ConfSnapshot>& origin) {
+  ++version_;
   if (!origin) return TakeOver(found);
   // It was made from content in which the changes that wait are made already.
   const mgr_token::Params& syntax = document_->Syntax();
@@ -323,6 +326,7 @@ void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
   // The file may hold an edit by somebody else that the save had come upon.
   settled_ = false;
   if (in_place) return Settle(Doubtful(error), true);
+  ++version_;
   for (auto waiting = waiting_.rbegin(); waiting != waiting_.rend(); ++waiting) {
     (*waiting)->change.Undo(*document_);
   }
@@ -332,6 +336,7 @@ void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
 
 void ConfFile::RenewWorn() {
   if (!waiting_.empty() || !document_->IsWorn()) return;
+  ++version_;
   const auto bytes = std::make_shared<ConfBytes>(document_->Print());
   document_ = std::make_shared<ConfDocument>(bytes, configuration_->Syntax());
 }

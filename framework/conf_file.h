@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -63,6 +65,9 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
 
   /// The document as it is in memory.
   Reading Read() const;
+  /// A number that grows whenever the document, or anything in it, becomes another. While it stays,
+  /// what was read stays.
+  std::uint64_t Version() const noexcept { return version_.load(std::memory_order_acquire); }
   /// The document after a look whether somebody else has changed the file.
   /// @throws mgr_err::Error "file"; "locked" for a file that was never read and that somebody is
   /// writing into
@@ -115,6 +120,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   const std::shared_ptr<const ConfConfiguration> configuration_;
   const std::shared_ptr<ConfScratch> scratch_;
   mutable std::shared_mutex mutex_;
+  std::atomic<std::uint64_t> version_{0};
   std::condition_variable_any work_ended_;
   Work work_ = Work::kNone;
   std::shared_ptr<ConfDocument> document_;  // null before the first reading

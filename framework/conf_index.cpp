@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <random>
-#include <utility>
 
 namespace {
 
@@ -29,7 +28,7 @@ std::uint64_t Load(const char* from, std::size_t bytes) noexcept {
 
 }  // namespace
 
-std::uint32_t ConfIndex::Hash(std::string_view name) noexcept {
+std::uint64_t ConfIndex::Hash(std::string_view name) noexcept {
   static const std::uint64_t seed = Seed();
   std::uint64_t hash = seed ^ name.size();
   const char* at = name.data();
@@ -38,53 +37,23 @@ std::uint32_t ConfIndex::Hash(std::string_view name) noexcept {
     hash = Fold(hash ^ Load(at, sizeof(hash)), kMix1);
   }
   if (left > 0) hash = Fold(hash ^ Load(at, left), kMix2);
-  return static_cast<std::uint32_t>(Fold(hash, kMix2) >> 32);
+  return Fold(hash, kMix2);
 }
 
 ConfIndex::ConfIndex(std::size_t lines) { Allocate(lines); }
 
 void ConfIndex::Allocate(std::size_t lines) {
-  capacity_ = lines + lines / 2 + 16;
+  capacity_ = 2 * lines + 16;
   memory_ = ConfMemory(capacity_ * sizeof(std::uint64_t));
   slots_ = static_cast<std::uint64_t*>(memory_.data());
 }
 
-void ConfIndex::Place(std::uint64_t slot) noexcept {
-  std::size_t at = Home(HashOf(slot));
-  while (slots_[at] != 0) at = After(at);
-  slots_[at] = slot;
-}
-
-void ConfIndex::Grow() {
-  const std::size_t old_capacity = capacity_;
-  const std::uint64_t* const old = slots_;
-  const ConfMemory old_memory = std::move(memory_);
-  Allocate(used_ * 2);
-  for (std::size_t at = 0; at < old_capacity; ++at) {
-    if (old[at] != 0) Place(old[at]);
-  }
-}
-
-std::size_t ConfIndex::Locate(std::uint32_t hash, Line line) const noexcept {
+std::size_t ConfIndex::Locate(std::uint64_t hash, Line line) const noexcept {
   std::size_t at = Home(hash);
   while (slots_[at] != Slot(hash, line)) at = After(at);
   return at;
 }
 
-void ConfIndex::Replace(std::uint32_t hash, Line line, Line other) noexcept {
+void ConfIndex::Replace(std::uint64_t hash, Line line, Line other) noexcept {
   slots_[Locate(hash, line)] = Slot(hash, other);
-}
-
-void ConfIndex::Erase(std::uint32_t hash, Line line) noexcept {
-  std::size_t hole = Locate(hash, line);
-  // Slots behind the hole move up as long as that brings them no further forward than their home.
-  for (std::size_t at = After(hole); slots_[at] != 0; at = After(at)) {
-    const std::size_t home = Home(HashOf(slots_[at]));
-    const bool stays = hole < at ? home > hole && home <= at : home > hole || home <= at;
-    if (stays) continue;
-    slots_[hole] = slots_[at];
-    hole = at;
-  }
-  slots_[hole] = 0;
-  --used_;
 }

@@ -1,5 +1,11 @@
 #include "framework/conf_line.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <cstring>
+
 namespace conf_line {
 namespace {
 
@@ -27,7 +33,94 @@ std::size_t CountByte(std::string_view text, char byte) noexcept {
   return count;
 }
 
+// A bit for each of some bytes in a row, the first one's lowest.
+struct Marks {
+  unsigned int separators;
+  unsigned int ends;
+};
+
+constexpr std::size_t kBlock = 16;
+
+Marks MarkBlock(const char* at, char separator) noexcept {
+#ifdef __SSE2__
+  const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+  const auto equal = [&](char byte) {
+    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(byte))));
+  };
+  return {equal(separator), equal('\n')};
+#else
+  Marks marks{0, 0};
+  for (std::size_t byte = 0; byte < kBlock; ++byte) {
+    if (at[byte] == separator) marks.separators |= 1U << byte;
+    if (at[byte] == '\n') marks.ends |= 1U << byte;
+  }
+  return marks;
+#endif
+}
+
+Marks MarkTail(std::string_view tail, char separator) noexcept {
+  char block[kBlock] = {};
+  tail.copy(block, kBlock);
+  Marks marks = MarkBlock(block, separator);
+  // What is behind the tail is no separator, whatever the separator is.
+  marks.separators &= (1U << tail.size()) - 1;
+  return marks;
+}
+
+// Parts one line into columns as its bytes go by.
+class Cutter {
+ public:
+  Cutter(const char* begin, std::span<std::string_view> columns) noexcept
+      : begin_(begin), columns_(columns) {}
+
+  bool InLast() const noexcept { return count_ + 1 == columns_.size(); }
+  void Take(const char* at, Marks marks) noexcept {
+    // Of the separators those before the end of the line.
+    if (marks.ends != 0) marks.separators &= marks.ends ^ (marks.ends - 1);
+    for (; marks.separators != 0 && !InLast(); marks.separators &= marks.separators - 1) {
+      EndColumn(at + __builtin_ctz(marks.separators));
+      ++begin_;
+    }
+  }
+  std::size_t EndLine(const char* end) noexcept {
+    if (end > begin_ && end[-1] == '\r') --end;
+    EndColumn(end);
+    return count_;
+  }
+
+ private:
+  void EndColumn(const char* end) noexcept {
+    columns_[count_++] = {begin_, static_cast<std::size_t>(end - begin_)};
+    begin_ = end;
+  }
+
+  const char* begin_;
+  std::span<std::string_view> columns_;
+  std::size_t count_ = 0;
+};
+
 }  // namespace
+
+Cut CutFirst(std::string_view bytes, char separator, std::span<std::string_view> columns) noexcept {
+  const char* const first = bytes.data();
+  const char* const last = first + bytes.size();
+  Cutter cutter(first, columns);
+  const auto end_at = [&](const char* end) {
+    const auto length = static_cast<std::size_t>(end - first) + (end == last ? 0 : 1);
+    return Cut{length, cutter.EndLine(end)};
+  };
+  for (const char* at = first; at < last; at += kBlock) {
+    const auto left = static_cast<std::size_t>(last - at);
+    if (cutter.InLast()) {
+      const void* const end = std::memchr(at, '\n', left);
+      return end_at(end == nullptr ? last : static_cast<const char*>(end));
+    }
+    const Marks marks = left >= kBlock ? MarkBlock(at, separator) : MarkTail({at, left}, separator);
+    cutter.Take(at, marks);
+    if (marks.ends != 0) return end_at(at + __builtin_ctz(marks.ends));
+  }
+  return end_at(last);
+}
 
 std::size_t EndLength(std::string_view raw) noexcept {
   if (raw.ends_with("\r\n")) return 2;

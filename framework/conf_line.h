@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -24,6 +25,16 @@ BRISQ_API bool HasColumns(std::string_view text, char separator, unsigned long c
 /// One column of a text; empty when the text has fewer.
 BRISQ_API std::string_view Column(std::string_view text, char separator, unsigned long columns,
                                   unsigned long column) noexcept;
+
+/// A line that was cut off the front of some bytes.
+struct Cut {
+  std::size_t length;   // its end included
+  std::size_t columns;  // how many of those asked for it has
+};
+/// Cuts the first line off `bytes`, which are not empty, and parts it into columns in one pass.
+/// @param columns  at least one; get the line's columns, and what the line lacks stays as it was
+BRISQ_API Cut CutFirst(std::string_view bytes, char separator,
+                       std::span<std::string_view> columns) noexcept;
 
 /// The text with some columns replaced; it must have `columns` columns. Everything else stays byte
 /// for byte.

@@ -16,15 +16,16 @@ namespace {
 using Line = ConfDocument::Line;
 using Columns = std::vector<std::string_view>;
 
+constexpr Line kNone = ConfDocument::kNone;
+
 // Lines of `left` whose text `right` does not have, or has fewer times.
 std::vector<Line> Missing(const ConfDocument& left, const ConfDocument& right) {
   std::unordered_map<std::string_view, std::size_t> there;
-  for (Line line = 0; line < right.Lines(); ++line) {
-    if (!right.Raw(line).empty()) ++there[right.Text(line)];
+  for (Line line = right.NextLine(0); line != kNone; line = right.NextLine(line + 1)) {
+    ++there[right.Text(line)];
   }
   std::vector<Line> missing;
-  for (Line line = 0; line < left.Lines(); ++line) {
-    if (left.Raw(line).empty()) continue;
+  for (Line line = left.NextLine(0); line != kNone; line = left.NextLine(line + 1)) {
     const auto same = there.find(left.Text(line));
     if (same == there.end() || same->second == 0) {
       missing.push_back(line);
@@ -65,18 +66,18 @@ Line FindText(const ConfDocument& document, std::string_view text, std::string_v
     const auto same_name = document.AllNamed(name);
     const auto same = std::find_if(same_name.begin(), same_name.end(),
                                    [&](Line line) { return document.Text(line) == text; });
-    return same == same_name.end() ? ConfDocument::kNone : *same;
+    return same == same_name.end() ? kNone : *same;
   }
-  for (Line line = 0; line < document.Lines(); ++line) {
-    if (!document.Raw(line).empty() && document.Text(line) == text) return line;
+  for (Line line = document.NextLine(0); line != kNone; line = document.NextLine(line + 1)) {
+    if (document.Text(line) == text) return line;
   }
-  return ConfDocument::kNone;
+  return kNone;
 }
 
 void Append(ConfDocument& document, std::string_view raw) {
   const Line last = document.Last();
   const std::string end(document.LineEnd());
-  if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
+  if (last != kNone && !document.Raw(last).ends_with('\n')) {
     document.Put(last, conf_line::WithEnd(std::string(document.Raw(last)), end));
   }
   document.Put(document.Extend(), conf_line::WithEnd(std::string(raw), end));
@@ -106,7 +107,7 @@ bool SameColumns(std::string_view old, std::string_view left, std::string_view r
 // The text of a name's line; empty when there is none.
 std::string_view TextOf(const ConfDocument& document, std::string_view name) {
   const Line line = document.FindNamed(name);
-  return line == ConfDocument::kNone ? std::string_view() : document.Text(line);
+  return line == kNone ? std::string_view() : document.Text(line);
 }
 
 bool Conflicts(const ConfDocument& target, const ConfDocument& from, const ConfDocument& to,
@@ -135,8 +136,8 @@ void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocumen
     }
     const std::string_view old_text = from.Text(old->second);
     Line own = FindText(target, old_text, name);
-    if (own == ConfDocument::kNone) own = target.FindNamed(name);
-    if (own != ConfDocument::kNone) {
+    if (own == kNone) own = target.FindNamed(name);
+    if (own != kNone) {
       Replace(target, own,
               MergeColumns(target.Text(own), old_text, to.Text(line), target.Syntax().separator));
     }
@@ -144,7 +145,7 @@ void MergeEdit(ConfDocument& target, const ConfDocument& from, const ConfDocumen
   }
   for (const auto& [name, line] : gone) {
     const Line own = FindText(target, from.Text(line), name);
-    if (own != ConfDocument::kNone) target.Put(own, {});
+    if (own != kNone) target.Put(own, {});
   }
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "framework/in_two.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
 
@@ -16,6 +17,8 @@ using Clock = std::chrono::steady_clock;
 
 // An editor may take the old file away before it puts the new one there.
 constexpr auto kGapOfEditors = std::chrono::milliseconds(200);
+// From this size on a second thread pays.
+constexpr off_t kLarge = off_t{8} << 20;
 constexpr auto kPause = std::chrono::milliseconds(2);
 
 mgr_log::Module log_channel("conf", "brisq");
@@ -99,7 +102,15 @@ ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp
   former_.reset();
   auto fresh = std::make_unique<Replacement>(target_, slot_, old.get(), info);
   fresh->Write(content.pieces);
-  fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{});
+  const auto seal = [&] { fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{}); };
+  // The system's copy of what is about to be pushed out is given back while the disk is at work:
+  // left to the removal that would be a wait of its own.
+  const auto forget_old = [&] { ::posix_fadvise(old.get(), 0, 0, POSIX_FADV_DONTNEED); };
+  if (old && info.st_size >= kLarge) {
+    InTwo(seal, forget_old);
+  } else {
+    seal();
+  }
   auto watch = std::make_unique<WriterWatch>(old.get());
   if (watch->state() == WriterWatch::State::kWritten) return Outcome::kChanged;
   // An edit that has set size and time back shows in the change of status alone, and only until our

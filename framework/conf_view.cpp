@@ -1,5 +1,6 @@
 #include "framework/conf_view.h"
 
+#include <ctime>
 #include <utility>
 
 #include "framework/conf_defer.h"
@@ -24,6 +25,14 @@ ConfFile::Journal Journalled(const std::string& file, const std::string& words) 
   return {note, entry};
 }
 
+// Nanoseconds of a clock that steps by some milliseconds and costs little: a walk asks for each
+// line.
+std::int64_t Now() noexcept {
+  struct timespec now {};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
 // A change that was made is no reason for a request to take back everything else, even when it may
 // not outlive a power failure: that is told at the request's end.
 void SaveOrDoubt(const std::shared_ptr<ConfFile>& file,
@@ -41,12 +50,47 @@ void SaveOrDoubt(const std::shared_ptr<ConfFile>& file,
 ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
     : file_(std::move(file)), dataset_(dataset), syntax_(file_->configuration().Syntax()) {}
 
+// Under the file's lock.
 dd::RecordPtr ConfView::Place(Line line) {
   if (line == ConfDocument::kNone) return {};
   line_ = line;
   name_ = document_->Name(line);
   gone_ = false;
+  Part();
+  run_ = ConfRun(*document_, line);
+  run_version_ = parted_version_;
   return {++serial_};
+}
+
+// Under the file's lock.
+void ConfView::Part() {
+  parted_version_ = file_->Version();
+  columns_.assign(Columns(), {});
+  const bool there = !gone_ && line_ < document_->End() && !columns_.empty();
+  if (!there || !document_->IsRecord(line_, Columns())) return columns_.clear();
+  std::string_view raw = document_->Raw(line_);
+  if (document_->Unchanged(line_).empty()) {
+    copy_ = raw;
+    raw = copy_;
+  }
+  conf_line::CutFirst(raw, syntax_.separator, columns_);
+}
+
+// Goes on to the next record when that takes neither the lock nor a look at the file.
+bool ConfView::Step() {
+  if (gone_ || run_version_ != file_->Version() || LookIsDue()) return false;
+  columns_.resize(Columns());
+  parted_version_ = kNeverParted;
+  if (columns_.empty() || !run_.Next(syntax_, columns_)) return false;
+  line_ = run_.At();
+  name_ = columns_.front();
+  parted_version_ = run_version_;
+  return true;
+}
+
+bool ConfView::LookIsDue() const noexcept {
+  constexpr std::int64_t kBetweenLooks = 5'000'000;
+  return Now() - looked_ >= kBetweenLooks;
 }
 
 void ConfView::Follow(const std::shared_ptr<const ConfDocument>& document) {
@@ -77,11 +121,12 @@ void ConfView::FollowNeighbour(const ConfDocument& document) {
     next = document_->NextRecord(next + 1, columns);
   }
   gone_ = true;
-  line_ = there == ConfDocument::kNone ? document.Lines() : there;
+  line_ = there == ConfDocument::kNone ? document.End() : there;
 }
 
 dd::RecordPtr ConfView::First() {
   DeferSaves::Look();
+  looked_ = Now();
   const ConfFile::Reading reading = file_->ReadCurrent();
   document_ = reading.document;
   return Place(document_->NextRecord(0, Columns()));
@@ -90,6 +135,8 @@ dd::RecordPtr ConfView::First() {
 dd::RecordPtr ConfView::Next(dd::RecordPtr place) {
   if (!IsAt(place)) return {};
   DeferSaves::Look();
+  if (Step()) return {++serial_};
+  looked_ = Now();
   const ConfFile::Reading reading = file_->ReadCurrent();
   Follow(reading.document);
   return Place(document_->NextRecord(gone_ ? line_ : line_ + 1, Columns()));
@@ -102,13 +149,20 @@ dd::RecordPtr ConfView::Find(const std::string& key) {
   return Place(document_->FindRecord(key, Columns()));
 }
 
+const std::vector<std::string_view>& ConfView::Stored(dd::RecordPtr place) {
+  static const std::vector<std::string_view> none;
+  if (!IsAt(place)) return none;
+  if (parted_version_ != file_->Version()) {
+    const ConfFile::Reading reading = file_->Read();
+    Follow(reading.document);
+    Part();
+  }
+  return columns_;
+}
+
 std::string ConfView::Value(dd::RecordPtr place, unsigned long column) {
-  if (!IsAt(place)) return {};
-  const ConfFile::Reading reading = file_->Read();
-  Follow(reading.document);
-  if (gone_ || !document_->IsRecord(line_, Columns())) return {};
-  return std::string(
-      conf_line::Column(document_->Text(line_), syntax_.separator, Columns(), column));
+  const std::vector<std::string_view>& stored = Stored(place);
+  return column - 1 < stored.size() ? std::string(stored[column - 1]) : std::string();
 }
 
 void ConfView::CheckValue(unsigned long column, const std::string& field,

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "brisq_export.h"
 #include "conf_dataset.h"
@@ -10,6 +13,7 @@
 #include "framework/conf_change.h"
 #include "framework/conf_document.h"
 #include "framework/conf_file.h"
+#include "framework/conf_run.h"
 
 /// One cursor's view of a file: the records of its document, and a place among them.
 ///
@@ -17,6 +21,9 @@
 /// the walk goes on behind the line with that name, or, when that is gone, at the next line of the
 /// old document that the new one still has. One place is kept, the one given out last. Threads as
 /// dd::Record.
+///
+/// A walk takes neither lock nor system call for a line, as long as nothing changes: it looks at
+/// the version of the document for each step, and at the file's stamp after 5 ms.
 class BRISQ_API ConfView : public dd::RecordCache {
  public:
   /// @param dataset  whose fields the columns are and whose hooks are called; owns the view
@@ -31,6 +38,9 @@ class BRISQ_API ConfView : public dd::RecordCache {
   void BeforeNew() override;
   void AfterNew() override;
 
+  /// All columns of the record at a place as they are stored now; none when it is gone. Good until
+  /// the next call of this view.
+  const std::vector<std::string_view>& Stored(dd::RecordPtr place);
   /// The line at a place, as a change is aimed at it.
   ConfChange::Target TargetAt(dd::RecordPtr place);
   /// Makes a change, durable when asked for and no scope defers that.
@@ -49,11 +59,15 @@ class BRISQ_API ConfView : public dd::RecordCache {
 
  private:
   using Line = ConfDocument::Line;
+  static constexpr std::uint64_t kNeverParted = ~std::uint64_t{0};
 
   void Follow(const std::shared_ptr<const ConfDocument>& document);
   void FollowNeighbour(const ConfDocument& document);
   bool IsAt(dd::RecordPtr place) const noexcept { return place.at == serial_; }
   dd::RecordPtr Place(Line line);
+  void Part();
+  bool Step();
+  bool LookIsDue() const noexcept;
 
   const std::shared_ptr<ConfFile> file_;
   ConfDataSet& dataset_;
@@ -65,6 +79,15 @@ class BRISQ_API ConfView : public dd::RecordCache {
   std::string name_;
   bool gone_ = false;
   std::size_t serial_ = 0;
+  // Its columns, which refer to the document's bytes, or to the copy when the line is none of
+  // those; right while the file has this version.
+  std::vector<std::string_view> columns_;
+  std::string copy_;
+  std::uint64_t parted_version_ = kNeverParted;
+  // What follows, as the file's version `run_version_` has it.
+  ConfRun run_;
+  std::uint64_t run_version_ = 0;
+  std::int64_t looked_ = 0;  // when it was looked at the file's stamp
   std::string source_text_;
   ConfSrc source_;
   ConfAllocation allocation_;

@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -32,28 +33,32 @@ void RequireSame(const ConfDocument& document, const ConfDocument& fresh) {
     const Line found = document.FindRecord(document.Name(line), kColumns);
     Require(document.Text(found) == fresh.Text(fresh.FindRecord(fresh.Name(other), kColumns)));
   }
-  Require(line == other);
+  Require((line == ConfDocument::kNone) == (other == ConfDocument::kNone));
 }
 
-// Raw lines, the removed ones as empty texts.
-std::vector<std::string> RawLines(const ConfDocument& document) {
-  std::vector<std::string> lines;
-  for (Line line = 0; line < document.Lines(); ++line) lines.emplace_back(document.Raw(line));
+// Raw lines by their numbers.
+std::map<Line, std::string> RawLines(const ConfDocument& document) {
+  std::map<Line, std::string> lines;
+  for (Line line = document.NextLine(0); line != ConfDocument::kNone;
+       line = document.NextLine(line + 1)) {
+    lines[line] = document.Raw(line);
+  }
   return lines;
 }
 
 // The record that an instruction's byte chooses; kNone when there is none.
 Line RecordAt(const ConfDocument& document, unsigned int byte) {
-  if (document.Lines() == 0) return ConfDocument::kNone;
-  const Line from = byte % document.Lines();
+  if (document.End() == 0) return ConfDocument::kNone;
+  const Line from = byte % document.End();
   const Line line = document.NextRecord(from, kColumns);
   return line == ConfDocument::kNone ? document.NextRecord(0, kColumns) : line;
 }
 
 class Editor {
  public:
-  explicit Editor(ConfDocument document)
-      : document_(std::make_shared<ConfDocument>(std::move(document))) {}
+  explicit Editor(std::string_view text)
+      : document_(std::make_shared<ConfDocument>(std::make_shared<ConfBytes>(text),
+                                                 mgr_token::Params{})) {}
 
   const ConfDocument& document() const { return *document_; }
 
@@ -85,13 +90,14 @@ class Editor {
   void Add(const std::string& name) {
     const bool taken = document_->FindNamed(name) != ConfDocument::kNone;
     const std::size_t before = made_.size();
-    Make(ConfChange::Add(name, name + ":x:"), document_->Lines());
+    Make(ConfChange::Add(name, name + ":x:"), document_->End());
     Require(taken == (made_.size() == before));
   }
 
   // `line` is the one that the change may touch; an added one may also give the last its end.
   void Make(ConfChange change, Line line) {
-    const std::vector<std::string> before = RawLines(*document_);
+    const std::map<Line, std::string> before = RawLines(*document_);
+    const Line end = document_->End();
     const Line last = document_->Last();
     std::string print = document_->Print();
     try {
@@ -100,10 +106,10 @@ class Editor {
       Require(error.type() == "exists" && document_->Print() == print);
       return;
     }
-    for (Line at = 0; at < before.size(); ++at) {
-      const bool ended = line == before.size() && at == last;
+    for (const auto& [at, raw] : before) {
+      const bool ended = line == end && at == last;
       if (at == line || ended) continue;
-      Require(document_->Raw(at) == before[at]);
+      Require(document_->Raw(at) == raw);
     }
     made_.push_back({std::move(change), std::move(print)});
   }
@@ -127,7 +133,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t end = input.find('\0');
   if (end == std::string_view::npos) return 0;
   const std::string_view text = input.substr(end + 1);
-  Editor editor(Parse(text));
+  Editor editor(text);
   for (const char byte : input.substr(0, end)) {
     editor.Do(static_cast<unsigned char>(byte));
     RequireSame(editor.document(), Parse(editor.document().Print()));

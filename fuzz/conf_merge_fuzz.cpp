@@ -19,8 +19,9 @@ using fuzz::Require;
 
 std::vector<std::string> SortedLines(const ConfDocument& document) {
   std::vector<std::string> lines;
-  for (ConfDocument::Line line = 0; line < document.Lines(); ++line) {
-    if (!document.Raw(line).empty()) lines.emplace_back(document.Text(line));
+  for (ConfDocument::Line line = document.NextLine(0); line != ConfDocument::kNone;
+       line = document.NextLine(line + 1)) {
+    lines.emplace_back(document.Text(line));
   }
   std::sort(lines.begin(), lines.end());
   return lines;
@@ -28,7 +29,8 @@ std::vector<std::string> SortedLines(const ConfDocument& document) {
 
 // Our changes and somebody's: whatever was added by either is there.
 void MergeWithOwnChange(std::string_view from, std::string_view to) {
-  auto ours = std::make_shared<ConfDocument>(Parse(from));
+  auto ours =
+      std::make_shared<ConfDocument>(std::make_shared<ConfBytes>(from), mgr_token::Params{});
   ConfChange change = ConfChange::Add("own name", "own name:x");
   try {
     change.Apply(ours);

@@ -106,6 +106,11 @@ class BRISQ_API ConfDataSet : public virtual dd::Record {
   virtual std::string NewRecordTemplate();
   void Erase(unsigned long column) override;
 
+  /// The current record's columns as the file has them, in column order and without what was set:
+  /// all at once, and without a copy. Empty when no record is current. Good until the next call of
+  /// this cursor.
+  const std::vector<std::string_view>& Stored();
+
   /// Removes the current line.
   /// @param save  true: saved, and durable on return, as by Post; false: as by Delete
   /// @throws as Post, without "exists" and "value"

@@ -30,8 +30,8 @@ ConfDocument Parse(std::string_view content) {
   return {std::make_shared<ConfBytes>(content), *UnixConfParams()};
 }
 
-std::string At(const std::string& path, Line line) {
-  return path + ", line " + std::to_string(line + 1);
+std::string At(const std::string& path, std::size_t number) {
+  return path + ", line " + std::to_string(number);
 }
 
 bool AllDigits(std::string_view text) {
@@ -60,7 +60,9 @@ class LineChecks {
       : path_(path), document_(document) {}
 
   std::vector<Found> All() {
-    for (line_ = 0; line_ < document_.Lines(); ++line_) {
+    for (line_ = document_.NextLine(0); line_ != ConfDocument::kNone;
+         line_ = document_.NextLine(line_ + 1)) {
+      lines_.push_back(line_);
       name_ = document_.Name(line_);
       if (!name_.empty()) CheckLine();
     }
@@ -73,7 +75,8 @@ class LineChecks {
   }
 
   void Add(const char* code, Severity severity, std::string text, std::string fix) {
-    found_.push_back({line_, {code, severity, At(path_, line_), std::move(text), std::move(fix)}});
+    found_.push_back(
+        {line_, {code, severity, At(path_, lines_.size()), std::move(text), std::move(fix)}});
   }
   void Error(const char* code, std::string text, std::string fix) {
     Add(code, Severity::kError, std::move(text), std::move(fix));
@@ -116,9 +119,9 @@ class LineChecks {
   void CheckDuplicate() {
     const std::vector<Line> same = document_.AllNamed(name_);
     if (same.front() == line_) return;
-    const std::string first = std::to_string(same.front() + 1);
+    const std::string first = std::to_string(NumberOf(same.front()));
     Error("PASSWD-DUPLICATE",
-          Name() + " appears in lines " + first + " and " + std::to_string(line_ + 1) +
+          Name() + " appears in lines " + first + " and " + std::to_string(lines_.size()) +
               ", of which Dovecot uses line " + first,
           "remove one of them");
   }
@@ -180,10 +183,16 @@ class LineChecks {
   }
 
   std::string Name() const { return std::string(name_); }
+  // As people count lines; of one that was reached already.
+  std::size_t NumberOf(Line line) const {
+    const auto found = std::lower_bound(lines_.begin(), lines_.end(), line);
+    return static_cast<std::size_t>(found - lines_.begin()) + 1;
+  }
 
   const std::string& path_;
   const ConfDocument& document_;
   Line line_ = 0;
+  std::vector<Line> lines_;  // up to and with the present one
   std::string_view name_;
   std::vector<Found> found_;
 };
@@ -222,15 +231,18 @@ std::vector<Finding> ComparePasswdNames(const std::string& path, std::string_vie
   const std::set<std::string, std::less<>> on(active.begin(), active.end());
   const std::set<std::string, std::less<>> off(inactive.begin(), inactive.end());
   std::vector<Finding> findings;
-  for (Line line = document.NextRecord(0, kColumns); line != ConfDocument::kNone;
-       line = document.NextRecord(line + 1, kColumns)) {
+  std::size_t number = 0;
+  for (Line line = document.NextLine(0); line != ConfDocument::kNone;
+       line = document.NextLine(line + 1)) {
+    ++number;
+    if (!document.IsRecord(line, kColumns)) continue;
     const std::string name(document.Name(line));
     if (off.count(name) != 0) {
-      findings.push_back({"PASSWD-INACTIVE", Severity::kError, At(path, line),
+      findings.push_back({"PASSWD-INACTIVE", Severity::kError, At(path, number),
                           "mailbox " + name + " is switched off, but its line lets its user in",
                           "brisq sync, or brisq mailbox set " + name + " --active on"});
     } else if (on.count(name) == 0) {
-      findings.push_back({"PASSWD-STRANGER", Severity::kWarning, At(path, line),
+      findings.push_back({"PASSWD-STRANGER", Severity::kWarning, At(path, number),
                           name + " is no mailbox of the panel",
                           "remove the line, or brisq mailbox add after removing it"});
     }

@@ -144,7 +144,7 @@ TEST(ConfChange, FieldsOfOneLineChangedByTwoMeet) {
   ConfChange second = ConfChange::Set(Named("a"), 3, {{3, "new:rest"}});
   first.Apply(document);
   second.Apply(document);
-  EXPECT_EQ(document->Text(1), "a:9:new:rest");
+  EXPECT_EQ(document->Text(document->FindNamed("a")), "a:9:new:rest");
 }
 
 TEST(ConfChange, IsAppliedToWhatSomebodyHasMadeOfTheFile) {

@@ -21,6 +21,15 @@ ConfDocument Parse(const std::string& text) {
   return ConfDocument(std::make_shared<ConfBytes>(text), mgr_token::Params{});
 }
 
+// Where the lines with content begin.
+std::vector<Line> LinesOf(const ConfDocument& document) {
+  std::vector<Line> lines;
+  for (Line line = document.NextLine(0); line != kNone; line = document.NextLine(line + 1)) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
 const std::string kFile =
     "# head\n"
     "a:1:x\n"
@@ -63,7 +72,7 @@ TEST(ConfDocument, LinesAreTakenApartIntoTextAndName) {
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
     const ConfDocument document = Parse(test.raw);
-    ASSERT_EQ(document.Lines(), 1U);
+    ASSERT_EQ(LinesOf(document), (std::vector<Line>{0}));
     EXPECT_EQ(document.Raw(0), test.raw);
     EXPECT_EQ(document.IsRecord(0, 3), test.record);
     if (test.raw[0] == '\0') continue;
@@ -74,36 +83,99 @@ TEST(ConfDocument, LinesAreTakenApartIntoTextAndName) {
 
 TEST(ConfDocument, RecordsAreWalkedInOrderAndFoundByName) {
   const ConfDocument document = Parse(kFile);
+  const std::vector<Line> at = LinesOf(document);
   std::vector<Line> walk;
   for (Line line = document.NextRecord(0, 3); line != kNone;
        line = document.NextRecord(line + 1, 3)) {
     walk.push_back(line);
   }
-  EXPECT_EQ(walk, (std::vector<Line>{1, 4, 6, 7}));
-  EXPECT_EQ(document.FindRecord("a", 3), 1U);
-  EXPECT_EQ(document.FindRecord("last", 3), 7U);
-  EXPECT_EQ(document.FindRecord("short", 3), kNone);
-  EXPECT_EQ(document.FindNamed("short"), 5U);
-  EXPECT_EQ(document.FindNamed("# head"), kNone);
-  EXPECT_EQ(document.FindNamed(""), kNone);
-  EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{1, 6}));
-  EXPECT_TRUE(document.AllNamed("nobody").empty());
+  ASSERT_EQ(at.size(), 8U);
+  EXPECT_EQ(walk, (std::vector<Line>{at[1], at[4], at[6], at[7]}));
+  // With and without an index.
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    EXPECT_EQ(document.FindRecord("a", 3), at[1]);
+    EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{at[1], at[6]}));
+    EXPECT_EQ(document.FindRecord("last", 3), at[7]);
+    document.Index();
+    EXPECT_EQ(document.FindRecord("short", 3), kNone);
+    EXPECT_EQ(document.FindNamed("short"), at[5]);
+  }
+}
+
+TEST(ConfDocument, WhatIsNoNameIsNotFound) {
+  for (const char* name :
+       {"", "#", "# head", ":", "a:1", "a\nb", "ab", "b", "ab:1:x", "\n", "z:"}) {
+    const ConfDocument document = Parse("# head\na\nb:1:x\nabc:2:y\nlonger a\n");
+    const Line want = name == std::string("b") ? Line{9} : kNone;
+    SCOPED_TRACE(name);
+    EXPECT_EQ(document.FindNamed(name), want);
+    EXPECT_EQ(document.AllNamed(name).size(), want == kNone ? 0U : 1U);
+    document.Index();
+    EXPECT_EQ(document.FindNamed(name), want);
+    EXPECT_EQ(document.AllNamed(name).size(), want == kNone ? 0U : 1U);
+  }
+}
+
+// Names that look alike, and what an end of line may do to the last one.
+TEST(ConfDocument, ANameIsThatOfItsLineWhole) {
+  const ConfDocument document = Parse("ab:1:x\na\r:2:y\na\r\nab\r");
+  const std::vector<Line> at = LinesOf(document);
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    EXPECT_EQ(document.FindNamed("a\r"), at[1]);
+    EXPECT_EQ(document.FindNamed("a"), at[2]);
+    EXPECT_EQ(document.AllNamed("ab"), (std::vector<Line>{at[0], at[3]}));
+    document.Index();
+  }
+}
+
+TEST(ConfDocument, LinesAreWalkedBothWaysAroundThoseThatAreGone) {
+  ConfDocument document = Parse("a:\nb:\nc:\nd:");
+  const std::vector<Line> at = LinesOf(document);
+  const Line added = document.Extend();
+  const Line empty = document.Extend();
+  document.Put(added, "e:\n");
+  document.Put(at[0], {});
+  document.Put(at[2], {});
+  EXPECT_EQ(LinesOf(document), (std::vector<Line>{at[1], at[3], added}));
+  EXPECT_EQ(document.LineBefore(document.End()), added);
+  EXPECT_EQ(document.LineBefore(empty), added);
+  EXPECT_EQ(document.LineBefore(added), at[3]);
+  EXPECT_EQ(document.LineBefore(at[3]), at[1]);
+  EXPECT_EQ(document.LineBefore(at[1]), kNone);
+  EXPECT_EQ(Parse("").Last(), kNone);
+}
+
+TEST(ConfDocument, WhatIsUnchangedReachesUpToTheFirstChange) {
+  ConfDocument document = Parse("a:\nb:\nc:\n");
+  EXPECT_EQ(document.Unchanged(3), "b:\nc:\n");
+  document.Put(3, "b:\n");
+  EXPECT_EQ(document.Unchanged(0), "a:\n");
+  EXPECT_EQ(document.Unchanged(3), "");
+  EXPECT_EQ(document.Unchanged(6), "c:\n");
+  EXPECT_EQ(document.Unchanged(document.Extend()), "");
 }
 
 TEST(ConfDocument, ARecordIsFoundBehindAShortLineOfItsName) {
   const ConfDocument document = Parse("a:1\na:2:x\na:3:y\n");
-  EXPECT_EQ(document.FindNamed("a"), 0U);
-  EXPECT_EQ(document.FindRecord("a", 3), 1U);
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    EXPECT_EQ(document.FindNamed("a"), 0U);
+    EXPECT_EQ(document.FindRecord("a", 3), 4U);
+    document.Index();
+  }
 }
 
 TEST(ConfDocument, AChangedLineChangesNoOtherByte) {
   ConfDocument document = Parse(kFile);
-  document.Put(4, "b:9:new\r\n");
+  const Line line = document.FindNamed("b");
+  document.Put(line, "b:9:new\r\n");
   std::string want = kFile;
   want.replace(want.find("b:2:y"), 5, "b:9:new");
   EXPECT_EQ(document.Print(), want);
-  EXPECT_EQ(document.Text(4), "b:9:new");
-  document.Put(4, {});
+  EXPECT_EQ(document.Text(line), "b:9:new");
+  document.Put(line, {});
   want.erase(want.find("b:9:new"), 9);
   EXPECT_EQ(document.Print(), want);
   EXPECT_EQ(document.FindNamed("b"), kNone);
@@ -121,17 +193,22 @@ TEST(ConfDocument, NewLinesComeLast) {
 }
 
 TEST(ConfDocument, TheFirstOfEqualNamesStaysFirstWhateverComesAndGoes) {
-  ConfDocument document = Parse("a:1:\na:2:\na:3:\n");
-  document.Put(0, {});
-  EXPECT_EQ(document.FindRecord("a", 3), 1U);
-  document.Put(0, "a:0:\n");
-  EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{0, 1, 2}));
-  document.Put(1, "b:2:\n");
-  EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{0, 2}));
-  document.Put(0, {});
-  document.Put(2, {});
-  EXPECT_EQ(document.FindNamed("a"), kNone);
-  EXPECT_EQ(document.FindNamed("b"), 1U);
+  for (const bool indexed : {false, true}) {
+    SCOPED_TRACE(indexed);
+    ConfDocument document = Parse("a:1:\na:2:\na:3:\n");
+    const std::vector<Line> at = LinesOf(document);
+    if (indexed) document.Index();
+    document.Put(at[0], {});
+    EXPECT_EQ(document.FindRecord("a", 3), at[1]);
+    document.Put(at[0], "a:0:\n");
+    EXPECT_EQ(document.AllNamed("a"), at);
+    document.Put(at[1], "b:2:\n");
+    EXPECT_EQ(document.AllNamed("a"), (std::vector<Line>{at[0], at[2]}));
+    document.Put(at[0], {});
+    document.Put(at[2], {});
+    EXPECT_EQ(document.FindNamed("a"), kNone);
+    EXPECT_EQ(document.FindNamed("b"), at[1]);
+  }
 }
 
 TEST(ConfDocument, NewLinesGetTheEndOfTheFirst) {
@@ -145,10 +222,11 @@ TEST(ConfDocument, NewLinesGetTheEndOfTheFirst) {
 
 TEST(ConfDocument, ASnapshotIsLeftAloneByLaterChanges) {
   ConfDocument document = Parse(kFile);
-  document.Put(1, "a:changed\n");
+  const Line line = document.FindNamed("a");
+  document.Put(line, "a:changed\n");
   const std::string before = document.Print();
   const ConfSnapshot snapshot = document.Snapshot();
-  document.Put(1, "a:changed again, and longer\n");
+  document.Put(line, "a:changed again, and longer\n");
   document.Put(0, {});
   document.Put(document.Extend(), "z\n");
   std::string text;
@@ -170,16 +248,17 @@ TEST(ConfDocument, ManyLinesOfOneNameAreNoBurden) {
   ConfDocument document = Parse(text);
   EXPECT_EQ(document.FindNamed("a"), 0U);
   EXPECT_EQ(document.FindRecord("a", 3), kNone);
+  document.Index();
   document.Put(0, {});
-  EXPECT_EQ(document.FindNamed("a"), 1U);
+  EXPECT_EQ(document.FindNamed("a"), 4U);
 }
 
 TEST(ConfDocument, HoldsLinesOfAnyLength) {
   const std::string longest(std::size_t{1} << 20, 'x');
   const ConfDocument document = Parse("a:" + longest + ":\n" + longest + "\n#\n");
-  EXPECT_EQ(document.Lines(), 3U);
+  EXPECT_EQ(LinesOf(document).size(), 3U);
   EXPECT_EQ(document.FindRecord("a", 3), 0U);
-  EXPECT_EQ(document.FindNamed(longest), 1U);
+  EXPECT_EQ(document.FindNamed(longest), longest.size() + 4);
 }
 
 /// The same as a list of lines, done in the simplest way.
@@ -187,7 +266,7 @@ class Model {
  public:
   explicit Model(std::vector<std::string> lines) : lines_(std::move(lines)) {}
 
-  void Put(Line line, const std::string& raw) {
+  void Put(std::size_t line, const std::string& raw) {
     if (line == lines_.size()) lines_.emplace_back();
     lines_[line] = raw;
   }
@@ -196,13 +275,14 @@ class Model {
     for (const std::string& line : lines_) text += line;
     return text;
   }
-  Line FindNamed(const std::string& name) const {
+  // Number of all lines when there is none.
+  std::size_t FindNamed(const std::string& name) const {
     const auto found = std::find_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
       return line.substr(0, line.find_first_of(":\n")) == name;
     });
-    return found == lines_.end() ? kNone : static_cast<Line>(found - lines_.begin());
+    return static_cast<std::size_t>(found - lines_.begin());
   }
-  Line size() const { return static_cast<Line>(lines_.size()); }
+  std::size_t size() const { return lines_.size(); }
 
  private:
   std::vector<std::string> lines_;
@@ -216,15 +296,20 @@ TEST(ConfDocument, AgreesWithASimpleModelUnderRandomChanges) {
     for (std::size_t line = random() % 8; line > 0; --line) lines.push_back(name() + ":1:x\n");
     Model model(lines);
     ConfDocument document = Parse(model.Print());
+    std::vector<Line> numbers = LinesOf(document);
+    // The first finds look through the bytes, and the index is made of what was changed by then.
+    const int first_find = static_cast<int>(random() % 40);
     for (int step = 0; step < 40; ++step) {
-      const Line line = static_cast<Line>(random() % (model.size() + 1));
+      const std::size_t line = random() % (model.size() + 1);
       const std::string raw = random() % 3 == 0 ? "" : name() + (random() % 2 ? ":2:y\n" : ":\n");
       model.Put(line, raw);
-      document.Put(line == document.Lines() ? document.Extend() : line, raw);
+      if (line == numbers.size()) numbers.push_back(document.Extend());
+      document.Put(numbers[line], raw);
       ASSERT_EQ(document.Print(), model.Print());
-      for (char letter = 'a'; letter < 'g'; ++letter) {
+      for (char letter = 'a'; step >= first_find && letter < 'g'; ++letter) {
         const std::string wanted(1, letter);
-        ASSERT_EQ(document.FindNamed(wanted), model.FindNamed(wanted));
+        const std::size_t want = model.FindNamed(wanted);
+        ASSERT_EQ(document.FindNamed(wanted), want == model.size() ? kNone : numbers[want]);
       }
     }
   }
@@ -242,10 +327,11 @@ TEST(ConfDocument, ALargeFileIsTakenApartAsASmallOneIs) {
     SCOPED_TRACE(shift * 25);
     const std::string head = "#" + std::string(shift * 50, '-') + "\n";
     const ConfDocument document = Parse(head + text);
-    ASSERT_EQ(kLines + 1, document.Lines());
+    const std::vector<Line> at = LinesOf(document);
+    ASSERT_EQ(kLines + 1, at.size());
     ASSERT_TRUE(document.Print() == head + text);
     for (std::size_t line = 0; line < kLines; ++line) {
-      ASSERT_EQ(line + 1, document.FindRecord("u" + std::to_string(line), 3));
+      ASSERT_EQ(at[line + 1], document.FindRecord("u" + std::to_string(line), 3));
     }
   }
 }
@@ -255,7 +341,8 @@ TEST(ConfDocument, HoldsOneLineThatIsALargeFile) {
   for (const char* end : {"", "\n"}) {
     const std::string text = "name:" + std::string(std::size_t{9} << 20, 'x') + end;
     const ConfDocument document = Parse(text);
-    EXPECT_EQ(1u, document.Lines());
+    EXPECT_EQ(1u, LinesOf(document).size());
+    document.Index();
     EXPECT_EQ(0u, document.FindRecord("name", 2));
     EXPECT_TRUE(document.Print() == text);
   }

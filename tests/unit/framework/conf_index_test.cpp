@@ -10,56 +10,72 @@ namespace {
 
 using Line = ConfIndex::Line;
 
-Line FindLine(const ConfIndex& index, std::uint32_t hash, Line line) {
+using Hash = std::uint64_t;
+
+Line FindLine(const ConfIndex& index, Hash hash, Line line) {
   return index.Find(hash, [line](Line other) { return other == line; });
 }
 
-void Insert(ConfIndex& index, std::uint32_t hash, Line line) {
-  EXPECT_EQ(index.FindOrInsert(hash, line, [line](Line other) { return other == line; }),
+template <class HashOf>
+void Insert(ConfIndex& index, Hash hash, Line line, HashOf hash_of) {
+  EXPECT_EQ(index.FindOrInsert(
+                hash, line, [line](Line other) { return other == line; }, hash_of),
             ConfIndex::kNone);
 }
 
 TEST(ConfIndex, WhatIsThereIsGivenAndNotInsertedAgain) {
   ConfIndex index(0);
-  Insert(index, 5, 1);
-  EXPECT_EQ(index.FindOrInsert(5, 2, [](Line line) { return line == 1; }), 1U);
+  const auto hash_of = [](Line) { return Hash{5}; };
+  Insert(index, 5, 1, hash_of);
+  EXPECT_EQ(index.FindOrInsert(
+                5, 2, [](Line line) { return line == 1; }, hash_of),
+            1U);
   EXPECT_EQ(FindLine(index, 5, 2), ConfIndex::kNone);
 }
 
 TEST(ConfIndex, WhatWasInsertedIsFoundAndNothingElse) {
   ConfIndex index(0);
-  for (Line line = 0; line < 1000; ++line) Insert(index, line * 7919, line);
+  const auto hash_of = [](Line line) { return line * 0x9E3779B97F4A7C15; };
+  for (Line line = 0; line < 1000; ++line) Insert(index, hash_of(line), line, hash_of);
   for (Line line = 0; line < 1000; ++line) {
-    ASSERT_EQ(FindLine(index, line * 7919, line), line);
-    ASSERT_EQ(FindLine(index, line * 7919 + 1, line), ConfIndex::kNone);
+    ASSERT_EQ(FindLine(index, hash_of(line), line), line);
+    ASSERT_EQ(FindLine(index, hash_of(line) + 1, line), ConfIndex::kNone);
   }
 }
 
-// Homes at both ends of the table, where probing wraps round, are where erasing goes wrong.
+// Hashes differ in their lower bits, which are what a slot keeps of them. Homes at both ends of the
+// table, where probing wraps round, are where erasing goes wrong.
 TEST(ConfIndex, AgreesWithASimpleMapUnderRandomChanges) {
   std::mt19937 random(42);
-  const std::uint32_t hashes[] = {0, 1, 0x10000000, 0x7FFFFFFF, 0xF0000000, 0xFFFFFFFE, 0xFFFFFFFF};
+  const Hash hashes[] = {0,
+                         1,
+                         0x1000000000000002,
+                         0x7FFFFFFFFFFFFFFD,
+                         0xF000000000000003,
+                         0xFFFFFFFFFFFFFFFE,
+                         0xFFFFFFFFFFFFFFFF};
   ConfIndex index(4);
-  std::map<Line, std::uint32_t> model;
+  std::map<Line, Hash> model;
+  const auto hash_of = [&](Line line) { return model.at(line); };
   for (int step = 0; step < 20000; ++step) {
     const auto line = static_cast<Line>(random() % 40);
     const auto known = model.find(line);
     if (known == model.end()) {
-      const std::uint32_t hash = hashes[random() % std::size(hashes)];
-      Insert(index, hash, line);
+      const Hash hash = hashes[random() % std::size(hashes)];
+      Insert(index, hash, line, hash_of);
       model[line] = hash;
     } else if (random() % 4 == 0) {
       index.Replace(known->second, line, line + 1000);
       ASSERT_EQ(FindLine(index, known->second, line + 1000), line + 1000);
       index.Replace(known->second, line + 1000, line);
     } else {
-      index.Erase(known->second, line);
+      index.Erase(known->second, line, hash_of);
       model.erase(known);
     }
     for (Line other = 0; other < 40; ++other) {
       const auto there = model.find(other);
       const Line want = there == model.end() ? ConfIndex::kNone : other;
-      for (const std::uint32_t hash : hashes) {
+      for (const Hash hash : hashes) {
         const bool here = there != model.end() && there->second == hash;
         ASSERT_EQ(FindLine(index, hash, other), here ? want : ConfIndex::kNone) << "step " << step;
       }
@@ -67,9 +83,19 @@ TEST(ConfIndex, AgreesWithASimpleMapUnderRandomChanges) {
   }
 }
 
+TEST(ConfIndex, HoldsLinesUpToTheLimit) {
+  ConfIndex index(0);
+  const Line last = ConfIndex::kLimit - 1;
+  const auto hash_of = [](Line line) { return ~line; };
+  for (const Line line : {Line{0}, last}) Insert(index, hash_of(line), line, hash_of);
+  EXPECT_EQ(FindLine(index, hash_of(0), 0), 0U);
+  EXPECT_EQ(FindLine(index, hash_of(last), last), last);
+  EXPECT_EQ(FindLine(index, hash_of(last) - 1, last), ConfIndex::kNone);
+}
+
 TEST(ConfIndex, HashesDependOnEveryByteAndOnTheLength) {
   const std::string text = "somebody@example.org";
-  const std::uint32_t hash = ConfIndex::Hash(text);
+  const Hash hash = ConfIndex::Hash(text);
   EXPECT_EQ(ConfIndex::Hash(std::string(text)), hash);
   for (std::size_t at = 0; at < text.size(); ++at) {
     SCOPED_TRACE(at);

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -62,6 +64,60 @@ TEST(ConfLine, CountsColumnsUpToTheNumberWanted) {
   EXPECT_TRUE(conf_line::HasColumns("a:b:c:d", ':', 3));
   EXPECT_TRUE(conf_line::HasColumns("", ':', 1));
   EXPECT_FALSE(conf_line::HasColumns("a:b", ':', 3));
+}
+
+// Of each column where it is cut, with every length before it, so that every column and end of line
+// comes to lie in every place of a block of bytes.
+TEST(ConfLine, TheFirstLineIsCutWhereverItsBytesLie) {
+  for (std::size_t width = 0; width < 40; ++width) {
+    for (const std::string end : {"\n", "\r\n", ""}) {
+      SCOPED_TRACE(std::to_string(width) + " bytes, end of " + std::to_string(end.size()));
+      const std::string name(width, 'n');
+      const std::string line = name + ":\r:c:d\r:" + name + end;
+      const std::string bytes = line + (end.empty() ? "" : "next:1:2\n");
+      std::array<std::string_view, 3> columns;
+      const conf_line::Cut cut = conf_line::CutFirst(bytes, ':', columns);
+      EXPECT_EQ(cut.length, line.size());
+      EXPECT_EQ(cut.columns, 3U);
+      EXPECT_EQ(columns[0], name);
+      EXPECT_EQ(columns[1], "\r");
+      EXPECT_EQ(columns[2], "c:d\r:" + name);
+    }
+  }
+}
+
+TEST(ConfLine, AShortFirstLineTakesNothingOfTheNext) {
+  const struct {
+    const char* name;
+    std::string bytes;
+    std::size_t length;
+    std::size_t columns;
+    const char* last;
+  } cases[] = {
+      {"blank", "\na:b:c\n", 1, 1, ""},
+      {"blank with CR", "\r\na:b:c\n", 2, 1, ""},
+      {"one column", "a\nb:c:d\n", 2, 1, "a"},
+      {"two columns", "a:b\r\nc:d:e\n", 5, 2, "b"},
+      {"empty column at the end", "a:\nb:c\n", 3, 2, ""},
+      {"CR at the end of the file", "a:b\r", 4, 2, "b"},
+      {"separators behind", "a\n::::::::::::::::::::", 2, 1, "a"},
+      {"NUL", std::string("\0:b\n:\n", 6), 4, 2, "b"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    std::array<std::string_view, 4> columns;
+    const conf_line::Cut cut = conf_line::CutFirst(test.bytes, ':', columns);
+    EXPECT_EQ(cut.length, test.length);
+    ASSERT_EQ(cut.columns, test.columns);
+    EXPECT_EQ(columns[test.columns - 1], test.last);
+  }
+}
+
+// What is behind the last byte is never taken for a part of the line.
+TEST(ConfLine, ASeparatorMayBeAnyByte) {
+  std::array<std::string_view, 3> columns;
+  EXPECT_EQ(conf_line::CutFirst("abc", '\0', columns).columns, 1U);
+  EXPECT_EQ(columns[0], "abc");
 }
 
 }  // namespace

@@ -2,9 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -13,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/log_capture.h"
 #include "tests/support/sys_fault.h"
@@ -65,6 +70,34 @@ TEST_F(ConfSaveTest, ReplacesWhatIsKnownAndLeavesNothingBehind) {
   EXPECT_EQ(save.stamp(), StampAt(path_));
   EXPECT_EQ(Content(), "new");
   EXPECT_FALSE(HasTemporaries());
+}
+
+// Pages of an open file that the system has in memory.
+std::size_t PagesInMemory(int fd, std::size_t bytes) {
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  std::vector<unsigned char> pages((bytes + page - 1) / page);
+  void* const block = ::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0);
+  EXPECT_NE(block, MAP_FAILED);
+  EXPECT_EQ(::mincore(block, bytes, pages.data()), 0);
+  ::munmap(block, bytes);
+  return static_cast<std::size_t>(
+      std::count_if(pages.begin(), pages.end(), [](unsigned char state) { return state & 1; }));
+}
+
+TEST_F(ConfSaveTest, OfALargeFileThatIsReplacedNothingStaysInMemory) {
+  struct statfs system {};
+  ASSERT_EQ(::statfs(folder_.path().c_str(), &system), 0);
+  if (system.f_type == TMPFS_MAGIC) GTEST_SKIP() << "a file that is in memory only stays there";
+  const std::string large(std::size_t{9} << 20, 'x');
+  folder_.Write("users", large);
+  const sys::FileDescriptor old(::open(path_.c_str(), O_RDONLY));
+  ASSERT_EQ(::fsync(old.get()), 0);
+  ASSERT_GT(PagesInMemory(old.get(), large.size()), 0U);
+  ConfSave save(path_);
+  EXPECT_FALSE(save.Replace(Snapshot(large + "new"), StampAt(path_)));
+  save.Finish();
+  EXPECT_EQ(PagesInMemory(old.get(), large.size()), 0U);
+  EXPECT_EQ(Content(), large + "new");
 }
 
 TEST_F(ConfSaveTest, FindsAnEditThatRenamesAnotherFileIntoPlace) {

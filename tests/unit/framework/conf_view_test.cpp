@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <random>
 #include <set>
@@ -135,6 +136,68 @@ TEST_F(ConfViewTest, APostOfALineThatIsGoneIsRefused) {
   users->Next();
   EXPECT_EQ(ErrorOf([&] { users->Post(""); }), "missed: name: no line is current");
   EXPECT_EQ(ErrorOf([&] { users->_Delete(true); }), "missed: name: no line is current");
+}
+
+std::vector<std::string> Stored(const Cursor<Users>& users) {
+  const auto& columns = users->Stored();
+  return {columns.begin(), columns.end()};
+}
+
+TEST_F(ConfViewTest, AllColumnsOfALineAreHadAtOnce) {
+  WriteLines({"a", "b"});
+  const auto walk = Open();
+  const auto other = Open();
+  EXPECT_TRUE(Stored(walk).empty());
+  walk->First();
+  walk->Next();
+  std::vector<std::string> want;
+  for (const dd::Field* field : walk->Fields()) want.push_back(field->Str());
+  EXPECT_EQ(Stored(walk), want);
+  EXPECT_EQ(want.front(), "b");
+  SetPassword(other, "b", "new");
+  want[1] = "new";
+  EXPECT_EQ(Stored(walk), want) << "somebody else's post";
+  walk->passwd.Set("own");
+  EXPECT_EQ(Stored(walk), want) << "not posted";
+  walk->Post("");
+  want[1] = "own";
+  EXPECT_EQ(Stored(walk), want);
+  Remove(other, "b");
+  EXPECT_TRUE(Stored(walk).empty());
+  walk->Next();
+  EXPECT_TRUE(walk->Eof());
+  EXPECT_TRUE(Stored(walk).empty());
+}
+
+// The other cursor changes what the walk would else go through without asking.
+TEST_F(ConfViewTest, AWalkInFullSwingSeesWhatChangesAhead) {
+  std::vector<std::string> names;
+  for (int line = 10; line < 40; ++line) names.push_back("u" + std::to_string(line));
+  WriteLines(names);
+  const auto walk = Open();
+  const auto other = Open();
+  std::string seen;
+  for (walk->First(); !walk->Eof(); walk->Next()) {
+    seen += walk->name.Str() + "=" + walk->passwd.Str() + " ";
+    if (walk->name.Str() == "u15") {
+      Remove(other, "u16");
+      SetPassword(other, "u18", "new");
+      AddUser(other, "u99");
+    }
+  }
+  EXPECT_NE(seen.find("u15={X}h u17={X}h u18=new u19={X}h "), std::string::npos) << seen;
+  EXPECT_NE(seen.find("u39={X}h u99="), std::string::npos) << seen;
+}
+
+TEST_F(ConfViewTest, AWalkSeesAnEditByHandAfterMilliseconds) {
+  WriteLines({"a", "b", "c"});
+  const auto walk = Open();
+  walk->First();
+  Write(Line("a") + "\n" + Line("b", "edited") + "\n");
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  walk->Next();
+  EXPECT_EQ(walk->name.Str(), "b");
+  EXPECT_EQ(walk->passwd.Str(), "edited");
 }
 
 TEST_F(ConfViewTest, APostOnAWalkKeepsTheWalksPlace) {
