@@ -22,7 +22,7 @@ function(brisq_host_library name)
   target_link_options(${name} PRIVATE ${BRISQ_COMPLETE_LINK})
   # In the build tree too: CMake would else fill the place with colons, for which the loader searches
   # the present directory.
-  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN" BUILD_RPATH "$ORIGIN")
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
   install(TARGETS ${name} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endfunction()
 

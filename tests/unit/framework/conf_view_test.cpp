@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/conf_defer.h"
 #include "framework/request.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/framework/conf_fixture.h"
@@ -177,6 +178,8 @@ TEST_F(ConfViewTest, AWalkInFullSwingSeesWhatChangesAhead) {
   const auto walk = Open();
   const auto other = Open();
   std::string seen;
+  // Without saves the walk comes to the changes before it looks at the file again.
+  const DeferSaves scope;
   for (walk->First(); !walk->Eof(); walk->Next()) {
     seen += walk->name.Str() + "=" + walk->passwd.Str() + " ";
     if (walk->name.Str() == "u15") {
