@@ -243,8 +243,9 @@ std::string_view ConfDocument::NameOf(std::string_view raw) const noexcept {
 }
 
 bool ConfDocument::CanBeName(std::string_view name) const noexcept {
-  const bool one_column = name.find(params_.separator) == std::string_view::npos;
-  return one_column && name.find('\n') == std::string_view::npos && !NameOf(name).empty();
+  const auto has = [&](char byte) { return name.find(byte) != std::string_view::npos; };
+  if (name.empty() || has(params_.separator) || has('\n')) return false;
+  return params_.comment.find(name.front()) == std::string::npos;
 }
 
 std::string_view ConfDocument::Name(Line line) const noexcept { return NameOf(Raw(line)); }

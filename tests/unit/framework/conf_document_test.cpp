@@ -119,13 +119,14 @@ TEST(ConfDocument, WhatIsNoNameIsNotFound) {
 
 // Names that look alike, and what an end of line may do to the last one.
 TEST(ConfDocument, ANameIsThatOfItsLineWhole) {
-  const ConfDocument document = Parse("ab:1:x\na\r:2:y\na\r\nab\r");
+  const ConfDocument document = Parse("ab:1:x\na\r:2:y\na\r\n\r:3:z\nab\r");
   const std::vector<Line> at = LinesOf(document);
   for (int round = 0; round < 2; ++round) {
     SCOPED_TRACE(round);
     EXPECT_EQ(document.FindNamed("a\r"), at[1]);
     EXPECT_EQ(document.FindNamed("a"), at[2]);
-    EXPECT_EQ(document.AllNamed("ab"), (std::vector<Line>{at[0], at[3]}));
+    EXPECT_EQ(document.FindNamed("\r"), at[3]);
+    EXPECT_EQ(document.AllNamed("ab"), (std::vector<Line>{at[0], at[4]}));
     document.Index();
   }
 }
