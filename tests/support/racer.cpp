@@ -17,11 +17,12 @@ Racer::Racer(uid_t uid, const std::function<void()>& step) : child_(::fork()) {
   if (child_ > 0) {
     return;
   }
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::setgroups(0, nullptr) != 0 || ::setresgid(uid, uid, uid) != 0 ||
       ::setresuid(uid, uid, uid) != 0) {
     ::_exit(1);
   }
+  // Behind the change of user, which clears it.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   while (true) {
     step();
   }

@@ -93,6 +93,30 @@ class UserDirRaceTest : public UserDirTest {
     });
   }
 
+  // The user swaps the parent for a link to a folder in which one of the same name stands.
+  RaceResult RaceForRemoval(int tries, const std::function<void(const std::string& path)>& work) {
+    MakeLink(outside, home + "/mail/trap");
+    MakeForeign(outside + "/new", 0);
+    const Descriptor mail(::open((home + "/mail").c_str(), O_PATH | O_CLOEXEC));
+    const support::Racer racer(kUser, [&] { Exchange(mail.get(), "box", "trap"); });
+    RaceResult result;
+    while (result.tries < tries && result.hits < kEnoughHits) {
+      ++result.tries;
+      try {
+        work(box + "/new");
+        ++result.made;
+      } catch (const mgr_err::Error&) {
+      }
+      result.hits += fs::exists(outside + "/new") ? 0 : 1;
+      for (const char* folder : {"/mail/box/new", "/mail/trap/new"}) {
+        ::rmdir((home + folder).c_str());
+      }
+      ::mkdir((outside + "/new").c_str(), 0700);
+    }
+    std::printf("tries: %d, removed: %d, hits: %d\n", result.tries, result.made, result.hits);
+    return result;
+  }
+
   static RaceResult Race(int tries, const std::string& path,
                          const std::function<void(const std::string& path)>& make,
                          const std::function<bool()>& look_for_hit) {
@@ -142,6 +166,23 @@ TEST_F(UserDirRaceTest, ASwappedDirectoryMakesNaiveCodeGiveAwayAnother) {
   const RaceResult result = RaceForTheDirectory(kControlTries, &MakeNaively);
   std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
   EXPECT_EQ(kEnoughHits, result.hits);
+}
+
+// What a request made is removed again when it fails. A hit is a folder of the administrator's that
+// is gone.
+TEST_F(UserDirRaceTest, ASwappedParentNeverHasAnotherFolderRemoved) {
+  const auto make_and_remove = [&](const std::string&) {
+    user_dir::Remove(At("/mail/box"), user_dir::MakeOne(At("/mail/box"), "new", kAttrs));
+  };
+  EXPECT_EQ(0, RaceForRemoval(kTries, make_and_remove).hits);
+}
+
+TEST_F(UserDirRaceTest, ASwappedParentHasNaiveCodeRemoveAnotherFolder) {
+  const auto make_and_remove = [](const std::string& path) {
+    MakeNaively(path);
+    ::rmdir(path.c_str());
+  };
+  EXPECT_EQ(kEnoughHits, RaceForRemoval(kControlTries, make_and_remove).hits);
 }
 
 }  // namespace

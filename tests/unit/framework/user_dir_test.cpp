@@ -441,6 +441,33 @@ TEST_F(UserDirTest, AnErrorAtAnyCallLeavesNothing) {
   EXPECT_GT(number, 20U) << "too few calls have failed";
 }
 
+TEST_F(UserDirTest, ARefusalOfTheSystemIsSaidInWords) {
+  struct Case {
+    const char* name;
+    int error;
+    const char* words;
+  };
+  const Case cases[] = {
+      {"the user's quota is used up", EDQUOT, "Disk quota exceeded"},
+      {"no room", ENOSPC, "No space left on device"},
+      {"read-only", EROFS, "Read-only file system"},
+      {"a server that does not take us for root", EACCES, "Permission denied"},
+      {"a server that is gone", ESTALE, "Stale file handle"},
+      {"a home that is mounted on demand and can't be", EHOSTDOWN, "Host is down"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (const char* call : {"mkdir", "fchown", "fsync"}) {
+      support::SysFault fault;
+      fault.FailCall(call, c.error);
+      const std::string error = MakeError("/mail");
+      EXPECT_THAT(error, testing::StartsWith("file: " + home + "/mail: "));
+      EXPECT_THAT(error, HasSubstr(c.words));
+      EXPECT_FALSE(IsThere(home + "/mail"));
+    }
+  }
+}
+
 // Nothing can be removed any more either: what stays is the administrator's and closed.
 TEST_F(UserDirTest, WhatCantBeRemovedAfterAnErrorIsOpenToNobody) {
   MakeOwned("home/a");
