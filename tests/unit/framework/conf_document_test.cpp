@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/unit/framework/conf_fixture.h"
@@ -260,6 +262,25 @@ TEST(ConfDocument, HoldsLinesOfAnyLength) {
   EXPECT_EQ(LinesOf(document).size(), 3U);
   EXPECT_EQ(document.FindRecord("a", 3), 0U);
   EXPECT_EQ(document.FindNamed(longest), longest.size() + 4);
+}
+
+// The index is made by whichever of them comes to it first.
+TEST(ConfDocument, ManyThreadsFindAtOnce) {
+  std::string text;
+  for (int line = 0; line < 1000; ++line) text += "u" + std::to_string(line) + ":1:x\n";
+  const ConfDocument document = Parse(text);
+  const std::vector<Line> at = LinesOf(document);
+  std::atomic<int> found = 0;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([&] {
+      for (std::size_t line = 0; line < at.size(); line += 10) {
+        if (document.FindRecord("u" + std::to_string(line), 3) == at[line]) ++found;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(found, 8 * 100);
 }
 
 /// The same as a list of lines, done in the simplest way.
