@@ -8,10 +8,12 @@
 #include "framework/conf_view.h"
 #include "mgr_err.h"
 
-ConfRef::ConfRef(std::shared_ptr<ConfFile> file) : file_(std::move(file)) {}
+ConfRef::ConfRef(std::shared_ptr<ConfFile> file,
+                 std::shared_ptr<const ConfConfiguration> configuration)
+    : file_(std::move(file)), configuration_(std::move(configuration)) {}
 
 SmartPtr<HeadDataSet> ConfRef::_Get(const std::string& dataset) const {
-  std::shared_ptr<HeadDataSet> made(file_->configuration().MakeDataSet(dataset),
+  std::shared_ptr<HeadDataSet> made(configuration_->MakeDataSet(dataset),
                                     [](HeadDataSet* last) { last->Drop(); });
   made->Attach(std::make_unique<ConfView>(file_, *made));
   return SmartPtr<HeadDataSet>(std::move(made));
@@ -37,7 +39,7 @@ ConfRef ConfCache::Config(const std::string& name, const mgr_file::safe::Folder&
   std::shared_ptr<ConfFile> file = registry_->File(name, path);
   file->ReadCurrent();
   if (!create && !StampAt(path).exists) throw mgr_err::Error("missed", "file", path);
-  return ConfRef(std::move(file));
+  return ConfRef(std::move(file), registry_->Registered(name));
 }
 
 void ConfCache::SetSyntax(const std::string& name, std::shared_ptr<mgr_token::Params> params) {

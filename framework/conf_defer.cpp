@@ -1,5 +1,6 @@
 #include "framework/conf_defer.h"
 
+#include "framework/doubts.h"
 #include "mgr_log.h"
 
 namespace {
@@ -35,10 +36,8 @@ DeferSaves::~DeferSaves() {
 void DeferSaves::Save() {
   if (current == nullptr) return;
   current->SaveNoted();
-  current->Throw();
+  doubts::NoteInRequest([] { current->Throw(); });
 }
-
-bool DeferSaves::Active() noexcept { return current != nullptr; }
 
 void DeferSaves::Look() noexcept {
   if (current == nullptr || current->noted_.empty()) return;

@@ -28,13 +28,10 @@ class BRISQ_API DeferSaves {
   DeferSaves(const DeferSaves&) = delete;
   DeferSaves& operator=(const DeferSaves&) = delete;
 
-  /// Saves now.
+  /// Saves now. In a request a change that may not outlive a power failure is noted (doubts).
   /// @throws the first error of a change since the last call or the last post that threw one: such
   /// a change is not in the file
   void Save();
-
-  /// True while the thread has a scope: what it posts may not be in the file yet.
-  static bool Active() noexcept;
 
   /// Saves when the thread has a scope and its time has come. Errors are kept for the next Save or
   /// post.

@@ -46,8 +46,30 @@ std::exception_ptr Doubtful(const std::exception_ptr& error) {
 ConfFile::ConfFile(std::string path, std::shared_ptr<const ConfConfiguration> configuration,
                    std::shared_ptr<ConfScratch> scratch)
     : path_(std::move(path)),
-      configuration_(std::move(configuration)),
-      scratch_(std::move(scratch)) {}
+      syntax_(configuration->Syntax()),
+      scratch_(std::move(scratch)),
+      users_{std::move(configuration)} {}
+
+ConfFile::Key ConfFile::KeyOf(const std::string& path, const mgr_token::Params& syntax) {
+  return {path, syntax.separator + syntax.comment};
+}
+
+void ConfFile::Join(const std::shared_ptr<const ConfConfiguration>& configuration) {
+  const std::lock_guard lock(users_mutex_);
+  if (std::find(users_.begin(), users_.end(), configuration) == users_.end()) {
+    users_.push_back(configuration);
+  }
+}
+
+void ConfFile::CallHooks(ConfCache::SaveReason reason) {
+  std::unique_lock lock(users_mutex_);
+  const auto users = users_;
+  lock.unlock();
+  for (const auto& configuration : users) {
+    ConfRef ref(shared_from_this(), configuration);
+    configuration->CallHook(ref, reason);
+  }
+}
 
 ConfFile::Reading ConfFile::Read() const {
   std::shared_lock lock(mutex_);
@@ -123,7 +145,7 @@ ConfContent ConfFile::ReadFile() const {
 
 void ConfFile::TakeOver(const ConfContent& content) {
   ++version_;
-  document_ = std::make_shared<ConfDocument>(content.bytes, configuration_->Syntax());
+  document_ = std::make_shared<ConfDocument>(content.bytes, syntax_);
   stamp_ = content.stamp;
   settled_ = content.settled;
   ApplyWaiting();
@@ -234,8 +256,7 @@ void ConfFile::Lead(Lock& lock) {
   EndWork();
   if (!in_place) return;
   lock.unlock();
-  ConfRef ref(shared_from_this());
-  configuration_->CallHook(ref, reason);
+  CallHooks(reason);
   lock.lock();
 }
 
@@ -338,5 +359,5 @@ void ConfFile::RenewWorn() {
   if (!waiting_.empty() || !document_->IsWorn()) return;
   ++version_;
   const auto bytes = std::make_shared<ConfBytes>(document_->Print());
-  document_ = std::make_shared<ConfDocument>(bytes, configuration_->Syntax());
+  document_ = std::make_shared<ConfDocument>(bytes, syntax_);
 }

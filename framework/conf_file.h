@@ -12,6 +12,8 @@
 #include <set>
 #include <shared_mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "brisq_export.h"
 #include "framework/conf_change.h"
@@ -61,7 +63,14 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
            std::shared_ptr<ConfScratch> scratch = nullptr);
 
   const std::string& path() const noexcept { return path_; }
-  const ConfConfiguration& configuration() const noexcept { return *configuration_; }
+  /// Syntax of its configuration when this object was made.
+  const mgr_token::Params& syntax() const noexcept { return syntax_; }
+  /// Has the after-save hook of another configuration called as well, whoever saves: all that read
+  /// a file in one syntax share its document.
+  void Join(const std::shared_ptr<const ConfConfiguration>& configuration);
+  /// Equal for configurations that share one object.
+  using Key = std::pair<std::string, std::string>;
+  static Key KeyOf(const std::string& path, const mgr_token::Params& syntax);
 
   /// The document as it is in memory.
   Reading Read() const;
@@ -113,11 +122,12 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   void Settle(const std::exception_ptr& error, bool made);
   void FailTaken(const std::exception_ptr& error, bool in_place);
   void RenewWorn();
+  void CallHooks(ConfCache::SaveReason reason);
   void StartWork(Lock& lock, Work work);
   void EndWork();
 
   const std::string path_;
-  const std::shared_ptr<const ConfConfiguration> configuration_;
+  const mgr_token::Params syntax_;
   const std::shared_ptr<ConfScratch> scratch_;
   mutable std::shared_mutex mutex_;
   std::atomic<std::uint64_t> version_{0};
@@ -128,4 +138,6 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   bool settled_ = false;  // whether an equal stamp means equal content
   std::deque<std::shared_ptr<Waiting>> waiting_;
   std::size_t saving_ = 0;  // of those that wait, how many the save that goes on has taken
+  std::mutex users_mutex_;
+  std::vector<std::shared_ptr<const ConfConfiguration>> users_;  // whose hooks are called
 };

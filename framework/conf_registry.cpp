@@ -24,17 +24,26 @@ void ConfRegistry::SetSyntax(const std::string& name, const mgr_token::Params& s
   entry.has_syntax = true;
 }
 
-std::shared_ptr<ConfFile> ConfRegistry::File(const std::string& name, const std::string& path) {
-  const std::lock_guard lock(mutex_);
+std::shared_ptr<const ConfConfiguration> ConfRegistry::WithSyntax(const std::string& name) const {
   const auto configuration = configurations_.find(name);
   if (configuration == configurations_.end() || !configuration->second.has_syntax) {
     throw mgr_err::Error("internal", name, "not a registered configuration");
   }
-  if (Rehearsal* rehearsal = Rehearsal::Current()) {
-    return rehearsal->File(path, configuration->second.registered);
-  }
-  File_& entry = files_[{name, path}];
-  if (!entry.file) entry.file = std::make_shared<ConfFile>(path, configuration->second.registered);
+  return configuration->second.registered;
+}
+
+std::shared_ptr<const ConfConfiguration> ConfRegistry::Registered(const std::string& name) const {
+  const std::lock_guard lock(mutex_);
+  return WithSyntax(name);
+}
+
+std::shared_ptr<ConfFile> ConfRegistry::File(const std::string& name, const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  const auto configuration = WithSyntax(name);
+  if (Rehearsal* rehearsal = Rehearsal::Current()) return rehearsal->File(path, configuration);
+  File_& entry = files_[ConfFile::KeyOf(path, configuration->Syntax())];
+  if (!entry.file) entry.file = std::make_shared<ConfFile>(path, configuration);
+  entry.file->Join(configuration);
   entry.last_use = ++uses_;
   std::shared_ptr<ConfFile> file = entry.file;
   DropUnused();

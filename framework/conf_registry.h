@@ -20,8 +20,11 @@ class BRISQ_API ConfRegistry {
 
   /// The configuration of this name, made when it is not there.
   ConfConfiguration& Declare(const std::string& name);
+  /// A configuration that was given a syntax.
+  /// @throws mgr_err::Error "internal" for one that was never given a syntax
+  std::shared_ptr<const ConfConfiguration> Registered(const std::string& name) const;
   /// The file of a configuration, not read yet when it was not there; in a dry run a copy of the
-  /// thread's own.
+  /// thread's own. Configurations with one syntax share it.
   /// @throws mgr_err::Error "internal" for a configuration that was never given a syntax
   std::shared_ptr<ConfFile> File(const std::string& name, const std::string& path);
   /// Remembers that files of this configuration may be opened.
@@ -39,12 +42,13 @@ class BRISQ_API ConfRegistry {
     std::uint64_t last_use = 0;
   };
 
+  std::shared_ptr<const ConfConfiguration> WithSyntax(const std::string& name) const;
   Configuration& Entry(const std::string& name);
   void DropUnused();
 
   const std::size_t unused_;
   mutable std::mutex mutex_;
   std::map<std::string, Configuration> configurations_;
-  std::map<std::pair<std::string, std::string>, File_> files_;
+  std::map<ConfFile::Key, File_> files_;
   std::uint64_t uses_ = 0;
 };

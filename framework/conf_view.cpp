@@ -33,22 +33,15 @@ std::int64_t Now() noexcept {
   return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-// A change that was made is no reason for a request to take back everything else, even when it may
-// not outlive a power failure: that is told at the request's end.
 void SaveOrDoubt(const std::shared_ptr<ConfFile>& file,
                  const std::shared_ptr<ConfFile::Waiting>& waiting) {
-  try {
-    DeferSaves::SaveOrNote(file, waiting);
-  } catch (const mgr_err::Error& error) {
-    if (error.type() != "doubt" || Request::Current() == nullptr) throw;
-    doubts::Note(error.object() + " " + error.value());
-  }
+  doubts::NoteInRequest([&] { DeferSaves::SaveOrNote(file, waiting); });
 }
 
 }  // namespace
 
 ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
-    : file_(std::move(file)), dataset_(dataset), syntax_(file_->configuration().Syntax()) {}
+    : file_(std::move(file)), dataset_(dataset), syntax_(file_->syntax()) {}
 
 // Under the file's lock.
 dd::RecordPtr ConfView::Place(Line line) {

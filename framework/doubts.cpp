@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "framework/request.h"
+#include "mgr_err.h"
 #include "mgr_log.h"
 
 namespace doubts {
@@ -31,6 +33,15 @@ void Note(const std::string& text) {
   const std::lock_guard lock(noted.mutex);
   const auto same = std::find(noted.texts.begin(), noted.texts.end(), text);
   if (same == noted.texts.end()) noted.texts.push_back(text);
+}
+
+void NoteInRequest(const std::function<void()>& save) {
+  try {
+    save();
+  } catch (const mgr_err::Error& error) {
+    if (error.type() != "doubt" || Request::Current() == nullptr) throw;
+    Note(error.object() + " " + error.value());
+  }
 }
 
 std::vector<std::string> Take() {

@@ -46,7 +46,7 @@ void Rehearsal::OnEnd(std::function<void()> call) { at_end_.push_back(std::move(
 
 std::shared_ptr<ConfFile> Rehearsal::File(
     const std::string& path, const std::shared_ptr<const ConfConfiguration>& configuration) {
-  std::shared_ptr<ConfFile>& file = files_[{configuration.get(), path}];
+  std::shared_ptr<ConfFile>& file = files_[ConfFile::KeyOf(path, configuration->Syntax())];
   if (!file) file = std::make_shared<ConfFile>(path, configuration, scratch_);
   return file;
 }

@@ -63,7 +63,7 @@ class BRISQ_API Rehearsal {
   std::set<std::string> noted_;
   std::vector<std::function<void()>> at_end_;
   std::shared_ptr<ConfScratch> scratch_;
-  std::map<std::pair<const ConfConfiguration*, std::string>, std::shared_ptr<ConfFile>> files_;
+  std::map<std::pair<std::string, std::string>, std::shared_ptr<ConfFile>> files_;
   std::set<std::string> directories_;
   std::set<std::string> removed_;
 };

@@ -10,13 +10,14 @@
 #include "mgr_token.h"
 #include "smart_ptr.h"
 
+class ConfConfiguration;
 class ConfFile;
 class ConfRegistry;
 
 /// A loaded configuration file. A value; copies refer to the same file. Any thread.
 class BRISQ_API ConfRef {
  public:
-  explicit ConfRef(std::shared_ptr<ConfFile> file);
+  ConfRef(std::shared_ptr<ConfFile> file, std::shared_ptr<const ConfConfiguration> configuration);
 
   /// Makes a view on the file through the factory registered for this dataset name; each call makes
   /// one with its own current line.
@@ -27,6 +28,7 @@ class BRISQ_API ConfRef {
 
  private:
   std::shared_ptr<ConfFile> file_;
+  std::shared_ptr<const ConfConfiguration> configuration_;
 };
 
 /// Loaded configuration files, shared by all who use them. Any thread.

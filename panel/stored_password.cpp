@@ -8,7 +8,6 @@
 #include <optional>
 
 #include "email.h"
-#include "framework/conf_defer.h"
 #include "mgr_cf.h"
 #include "panel/names.h"
 #include "panel/password_line.h"
@@ -102,7 +101,7 @@ std::string HashProblem(const std::string& hash, const std::string& password,
 }
 
 void CheckStoredPassword(const std::string& address, const std::string& password) {
-  if (mgr_cf::GetPath("dovecot-passwd").empty() || DeferSaves::Active()) {
+  if (mgr_cf::GetPath("dovecot-passwd").empty()) {
     return;
   }
   const std::string problem =

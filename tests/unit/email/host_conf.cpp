@@ -115,6 +115,7 @@ void Field::Set(const std::string& value) {
 
 }  // namespace dd
 
+class ConfConfiguration {};
 class ConfView {};
 class ConfFile {
  public:
@@ -203,7 +204,9 @@ std::shared_ptr<mgr_token::Params> UnixConfParams() {
   return params;
 }
 
-ConfRef::ConfRef(std::shared_ptr<ConfFile> file) : file_(std::move(file)) {}
+ConfRef::ConfRef(std::shared_ptr<ConfFile> file,
+                 std::shared_ptr<const ConfConfiguration> configuration)
+    : file_(std::move(file)), configuration_(std::move(configuration)) {}
 
 SmartPtr<HeadDataSet> ConfRef::_Get(const std::string& dataset) const {
   Host::Instance().Note("_Get " + dataset);
@@ -232,7 +235,7 @@ void ConfCache::SetSyntax(const std::string& name, std::shared_ptr<mgr_token::Pa
 void ConfCache::SetAfterSave(const std::string& name, Hook hook) {
   Host::Instance().Note("_AfterSave " + name);
   registry_->saved = [hook = std::move(hook)] {
-    ConfRef ref(std::make_shared<ConfFile>("/p"));
+    ConfRef ref(std::make_shared<ConfFile>("/p"), nullptr);
     auto reason = static_cast<SaveReason>(Host::Instance().save_reason);
     hook(ref, reason);
   };
@@ -242,7 +245,7 @@ ConfRef ConfCache::Config(const std::string& name, const mgr_file::safe::Folder&
                           const std::string& path, bool create) {
   Host::Instance().Note("Config " + name + (folder.empty() ? " " : " in a folder ") + path +
                         (create ? " true" : " false"));
-  return ConfRef(std::make_shared<ConfFile>(path));
+  return {std::make_shared<ConfFile>(path), nullptr};
 }
 
 void MgrConfCache::Register(const std::string& name, std::shared_ptr<mgr_token::Params> params) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/conf_defer.h"
 #include "tests/unit/framework/conf_fixture.h"
 
 namespace {
@@ -105,6 +106,25 @@ TEST_F(ConfCacheTest, HooksHearOfSavesOfTheirConfiguration) {
   const Cursor<Users> users(Config(path_, true)._Get("lines"));
   conf_fixture::AddUser(users, "a");
   EXPECT_EQ(listener.saves, std::vector<std::string>{path_ + " 0"});
+}
+
+TEST_F(ConfCacheTest, ConfigurationsOfOneSyntaxShareTheDocumentAndHearOfEachOthersSaves) {
+  cache_.Register("panel", UnixConfParams());
+  cache_.Add("panel", "lines", "lines", &ConfCache::Create<Users>);
+  Listener listener;
+  cache_._AfterSave("users", &listener, &Listener::Saved);
+  const Cursor<Users> users(Config(path_, true)._Get("lines"));
+  const Cursor<Users> same(
+      cache_.Config("panel", mgr_file::safe::Folder(), path_, true)._Get("lines"));
+  {
+    DeferSaves saves(DeferSaves::Between::kNever);
+    conf_fixture::AddUser(users, "a");
+    EXPECT_TRUE(same->Find("a")) << "not saved, and seen all the same";
+    conf_fixture::AddUser(same, "b");
+  }
+  EXPECT_EQ(listener.saves, std::vector<std::string>{path_ + " 0"});
+  conf_fixture::AddUser(same, "c");
+  EXPECT_EQ(listener.saves.size(), 2U);
 }
 
 TEST_F(ConfCacheTest, ACursorOutlivesTheReferenceItCameFrom) {

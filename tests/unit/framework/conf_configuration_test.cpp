@@ -32,7 +32,7 @@ TEST(ConfConfiguration, MakesDatasetsByTheirNames) {
 
 TEST(ConfConfiguration, CallsItsHookWhenThereIsOne) {
   const auto configuration = std::make_shared<ConfConfiguration>("users");
-  ConfRef ref(std::make_shared<ConfFile>("/a", configuration));
+  ConfRef ref(std::make_shared<ConfFile>("/a", configuration), configuration);
   configuration->CallHook(ref, ConfCache::srWritten);
   std::string calls;
   configuration->SetHook([&](ConfRef& told, ConfCache::SaveReason& reason) {

@@ -11,12 +11,14 @@ namespace {
 
 using conf_fixture::ErrorOf;
 
-TEST(ConfRegistry, GivesOneFileForOnePathOfOneConfiguration) {
+TEST(ConfRegistry, GivesOneFileForOnePathInOneSyntax) {
   ConfRegistry registry(2);
   registry.SetSyntax("one", {});
-  registry.SetSyntax("other", {});
+  registry.SetSyntax("same", {});
+  registry.SetSyntax("other", {'='});
   const auto file = registry.File("one", "/a");
   EXPECT_EQ(registry.File("one", "/a"), file);
+  EXPECT_EQ(registry.File("same", "/a"), file);
   EXPECT_NE(registry.File("one", "/b"), file);
   EXPECT_NE(registry.File("other", "/a"), file);
 }

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "framework/conf_defer.h"
 #include "framework/request.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/sys_fault.h"
@@ -67,6 +68,19 @@ TEST_F(DoubtfulFile, ARequestGoesOnAndItsDoubtIsKept) {
     EXPECT_TRUE(request.Notes().empty());
   }
   EXPECT_TRUE(committed);
+  EXPECT_EQ(Content(), Line("a", "new") + "\n");
+  EXPECT_EQ(doubts::Take(), std::vector<std::string>{doubt_});
+}
+
+TEST_F(DoubtfulFile, ARequestThatDefersItsSavesGoesOnToo) {
+  const auto users = Open();
+  Request request("test");
+  {
+    DeferSaves saves(DeferSaves::Between::kNever);
+    SetPassword(users, "a", "new");
+    saves.Save();
+  }
+  request.Commit();
   EXPECT_EQ(Content(), Line("a", "new") + "\n");
   EXPECT_EQ(doubts::Take(), std::vector<std::string>{doubt_});
 }
