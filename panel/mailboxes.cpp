@@ -1,5 +1,6 @@
 #include "panel/mailboxes.h"
 
+#include "framework/conf_defer.h"
 #include "framework/database.h"
 #include "mgr_cf.h"
 #include "panel/email_module.h"
@@ -103,8 +104,10 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   MailBackend();
   DoRequest("mailbox add", [&](Request&) {
     JobLog::Watch(kMailbox, plan.address.Full());
+    DeferSaves line(DeferSaves::Between::kNever);
     Mailbox email = InsertRow(plan, mailbox.password);
     MakeLine(email, mailbox.password);
+    line.Save();
   });
   return ShowMailbox(plan.address.Full());
 }

@@ -8,6 +8,7 @@
 #include "panel/domains.h"
 #include "panel/email_module.h"
 #include "panel/owners.h"
+#include "panel/password_line.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -97,6 +98,21 @@ TEST_F(Mailboxes, TheRowIsThereWhenTheBackendIsCalled) {
   calls_.effects["mail.Create"] = [&] { seen = Column("SELECT name FROM mailboxes"); };
   AddMailbox({"alice@example.org", "secret", "", ""});
   EXPECT_EQ("alice", seen);
+}
+
+TEST_F(Mailboxes, ALineAndItsPasswordReachTheFileTogether) {
+  UsePasswordBackend();
+  dir_.Write("passwd", "a@example.org::1:1::/h:::\n");
+  mgr_cf::SetPath("dovecot-passwd", dir_ / "passwd");
+  std::string between;
+  calls_.effects["mail.Create"] = [] { brisq_panel::StoreHash("a@example.org", "{X}line"); };
+  calls_.effects["passwords.Create"] = [&] {
+    between = dir_.Read("passwd");
+    brisq_panel::StoreHash("a@example.org", "{CRAM-MD5}0123");
+  };
+  AddMailbox({"a@example.org", "secret", "", ""});
+  EXPECT_EQ("a@example.org::1:1::/h:::\n", between);
+  EXPECT_EQ("a@example.org:{CRAM-MD5}0123:1:1::/h:::\n", dir_.Read("passwd"));
 }
 
 TEST_F(Mailboxes, AFailureAtAnyStepLeavesNothingAndReachesTheUser) {
