@@ -26,6 +26,15 @@ constexpr auto kLongestGroup = std::chrono::milliseconds(200);
 // Texts of statements come from the program and are few; this bounds a mistake.
 constexpr std::size_t kMostStatements = 256;
 
+// A run over all mailboxes comes back to most pages; what is not used takes no memory.
+constexpr int kCacheKiB = 64 << 10;
+
+// A connection is of one thread at a time, so SQLite need not take a lock in each of its calls. It
+// refuses, and goes on taking them, when somebody in this process has used it before.
+void UseOneThreadAtATime() {
+  [[maybe_unused]] static const int done = sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
+}
+
 // The library's words end in the statement with its values, which may be secrets, and begin with
 // the name of its function; what is left is SQLite's own text, which names columns only.
 std::string SystemsWords(const soci::soci_error& error) {
@@ -119,12 +128,14 @@ struct SqlSession::Statement {
 };
 
 SqlSession::SqlSession(const std::string& file, int busy_limit_ms) {
+  UseOneThreadAtATime();
   Translating(file, [&] {
     database_ = std::make_unique<Database>(file, busy_limit_ms);
     soci::session& session = database_->session;
     session << "PRAGMA busy_timeout = " + std::to_string(busy_limit_ms);
     session << "PRAGMA foreign_keys = ON";
     session << "PRAGMA synchronous = FULL";
+    session << "PRAGMA cache_size = -" + std::to_string(kCacheKiB);
   });
   UseWriteAheadLog();
 }

@@ -50,7 +50,18 @@ mgr_err::Error NotADomain(const std::string& reason) {
   return Refused("domain", "not a valid domain name (" + reason + ")");
 }
 
+// What the library has nothing to say of: no A-label, nothing beyond ASCII, nothing empty.
+bool IsPlain(const std::string& domain) {
+  return domain.size() <= kLongestDomain && domain.find("--") == std::string::npos &&
+         domain.find("..") == std::string::npos && !domain.starts_with('.') &&
+         std::all_of(domain.begin(), domain.end(),
+                     [](char c) { return IsLower(c) || IsDigit(c) || c == '-' || c == '.'; });
+}
+
 std::string ToAscii(const std::string& domain) {
+  if (IsPlain(domain)) {
+    return domain;
+  }
   char* ascii = nullptr;
   // Without IDN2_USE_STD3_ASCII_RULES, which does not refuse "a_b.org" but makes "ab.org" of it.
   const int flags = IDN2_NFC_INPUT | IDN2_NONTRANSITIONAL;
