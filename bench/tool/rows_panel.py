@@ -31,7 +31,7 @@ def server_of(instance):
 
 def row_10(bench):
     instance = Instance(bench.folder("parallel"), bench.build, min(bench.lines, 10_000))
-    count = min(1000, max(bench.lines // 2000, 10))
+    count = min(1000, max(bench.lines // 1000, 10))
     password = write_password(f"{instance.folder}/password")
 
     def ours(number):
