@@ -109,7 +109,7 @@ std::string BeingEdited(const struct stat& file) {
 ConfLock::ConfLock(const safe_replace::Target& target) {
   const std::string name = "." + target.name + ".brisq-lock";
   constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
-  file_ = sys::FileDescriptor(sys::Open(target.directory.get(), name.c_str(), kFlags, 0600));
+  file_ = Descriptor(sys::Open(target.directory.get(), name.c_str(), kFlags, 0600));
   if (!file_) {
     const std::string folder = target.path.substr(0, target.path.rfind('/') + 1);
     sys::Fail("open", folder + name, target.path + " can't be locked and is unchanged");

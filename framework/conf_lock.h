@@ -4,6 +4,7 @@
 #include <string>
 
 #include "brisq_export.h"
+#include "framework/descriptor.h"
 #include "framework/safe_replace.h"
 #include "framework/sys.h"
 
@@ -47,6 +48,6 @@ class BRISQ_API ConfLock {
   std::string Busy(std::chrono::milliseconds waited) const;
   void Put(const std::string& text, std::size_t at) noexcept;
 
-  sys::FileDescriptor file_;
+  Descriptor file_;
   std::string left_;  // what the last holder had noted
 };

@@ -68,8 +68,7 @@ ConfStamp ConfSave::StampOf(const std::string& name) const {
 
 std::optional<ConfContent> ConfSave::Look(const ConfStamp& known) {
   struct stat info {};
-  const sys::FileDescriptor file =
-      OpenRegular(target_.directory.get(), target_.name, target_.path, info);
+  const Descriptor file = OpenRegular(target_.directory.get(), target_.name, target_.path, info);
   const ConfStamp now = file ? ConfStamp::Of(info) : ConfStamp{};
   const auto is_written = [&] {
     return file && WriterWatch(file.get()).state() == WriterWatch::State::kWritten;
@@ -96,7 +95,7 @@ ConfContent ConfSave::ReadWhenQuiet(const std::string& name, bool may_be_missing
 
 ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp& known) {
   struct stat info {};
-  sys::FileDescriptor old = OpenRegular(target_.directory.get(), target_.name, target_.path, info);
+  Descriptor old = OpenRegular(target_.directory.get(), target_.name, target_.path, info);
   if (known.exists != static_cast<bool>(old)) return Outcome::kChanged;
   // What the round before last pushed out has been taken over by the last one.
   former_.reset();

@@ -9,6 +9,7 @@
 #include "framework/conf_document.h"
 #include "framework/conf_lock.h"
 #include "framework/conf_stamp.h"
+#include "framework/descriptor.h"
 #include "framework/safe_replace.h"
 
 /// The disk's side of saving a file, from taking its lock to giving it back.
@@ -68,7 +69,7 @@ class BRISQ_API ConfSave {
   std::unique_ptr<Replacement> current_;
   std::unique_ptr<Replacement> former_;
   // The file that the current one pushed out, and those who want to write into it.
-  sys::FileDescriptor pushed_out_;
+  Descriptor pushed_out_;
   std::unique_ptr<WriterWatch> watch_;
   Replacement::Slot slot_ = Replacement::Slot::kFirst;
   std::size_t placements_ = 0;

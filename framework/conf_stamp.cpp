@@ -97,8 +97,8 @@ ConfStamp StampAt(const std::string& path) {
   return {};
 }
 
-sys::FileDescriptor OpenRegular(int directory, const std::string& name, const std::string& path,
-                                struct stat& info) {
+Descriptor OpenRegular(int directory, const std::string& name, const std::string& path,
+                       struct stat& info) {
   // Opening a FIFO or a device may wait or have effects of its own; O_NONBLOCK keeps a FIFO from
   // it, and the rest is refused before it is opened.
   if (sys::Stat(directory, name.c_str(), &info, 0) == 0) {
@@ -106,7 +106,7 @@ sys::FileDescriptor OpenRegular(int directory, const std::string& name, const st
   } else if (errno != ENOENT) {
     sys::Fail("stat", path);
   }
-  sys::FileDescriptor file(sys::Open(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY));
+  Descriptor file(sys::Open(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY));
   if (!file) {
     if (errno == ENOENT) return file;
     sys::Fail("open", path);
@@ -165,7 +165,7 @@ ConfContent ReadContent(int fd, const std::string& path) {
 
 ConfContent ReadAt(int directory, const std::string& name, const std::string& path) {
   struct stat info {};
-  const sys::FileDescriptor file = OpenRegular(directory, name, path, info);
+  const Descriptor file = OpenRegular(directory, name, path, info);
   if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>(), true};
   const WriterWatch::State writers = WriterWatch(file.get()).state();
   const ConfStamp stamp = ConfStamp::Of(info);

@@ -8,6 +8,7 @@
 
 #include "brisq_export.h"
 #include "framework/conf_bytes.h"
+#include "framework/descriptor.h"
 #include "framework/sys.h"
 
 /// By what a file is known to be the one that was read: it is another one, or has been changed,
@@ -42,8 +43,8 @@ struct ConfContent {
 /// Opens a regular file for reading without waiting for anything, and tells its state. A file that
 /// does not exist gives no descriptor.
 /// @throws mgr_err::Error "file", also for what is no regular file
-BRISQ_API sys::FileDescriptor OpenRegular(int directory, const std::string& name,
-                                          const std::string& path, struct stat& info);
+BRISQ_API Descriptor OpenRegular(int directory, const std::string& name, const std::string& path,
+                                 struct stat& info);
 
 /// Tells who writes into a file, and holds off who begins to while it lives: opening the file for
 /// writing waits until then. Needs the file's owner or root, and a file system with leases.

@@ -13,7 +13,8 @@ class Descriptor {
   ~Descriptor() { Close(); }
   Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
+    // The old file is closed here and not with `other`, which may live on.
+    const Descriptor old(std::exchange(fd_, std::exchange(other.fd_, -1)));
     return *this;
   }
   Descriptor(const Descriptor&) = delete;

@@ -9,7 +9,7 @@
 namespace mgr_file {
 
 /// The error for a system call that failed on a path: type "file", object the path, value "CALL:
-/// REASON" with the system's words for `error`.
+/// REASON" with the system's words for `error` and, where there is a usual one, the way out.
 BRISQ_API mgr_err::Error FileError(const std::string& path, const std::string& call,
                                    int error = errno);
 

@@ -32,7 +32,7 @@ Place& ThePlace() {
 
 // Makes durable that `made` is in the folder, or is not any more.
 void SyncFolder(const std::string& folder, const std::string& made) {
-  const sys::FileDescriptor fd(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
+  const Descriptor fd(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
   if (!fd) {
     sys::Fail("open", made);
   }
@@ -67,8 +67,8 @@ std::vector<std::string> Ids(const std::string& folder) {
 }
 
 // Nothing when the entry has gone meanwhile.
-sys::FileDescriptor OpenEntryFile(const std::string& path) {
-  sys::FileDescriptor file(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW));
+Descriptor OpenEntryFile(const std::string& path) {
+  Descriptor file(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW));
   if (!file && errno != ENOENT) {
     sys::Fail("open", path);
   }
@@ -161,13 +161,13 @@ void Entry::Open() {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW;
   // Who looks for dead entries may find it before it is locked, and remove it as an empty one.
   for (bool there = false; !there;) {
-    file_ = sys::FileDescriptor(sys::Open(AT_FDCWD, path.c_str(), kFlags, 0600));
+    file_ = Descriptor(sys::Open(AT_FDCWD, path.c_str(), kFlags, 0600));
     if (!file_) {
       sys::Fail("open", path);
     }
     if (sys::FLock(file_.get(), LOCK_EX) != 0) {
       const int error = errno;
-      file_ = sys::FileDescriptor();
+      file_ = Descriptor();
       errno = error;
       sys::Fail("flock", path);
     }
@@ -235,7 +235,7 @@ void Entry::Remove(bool durable) noexcept {
   } catch (const mgr_err::Error&) {
     // As above: only a power cut brings it back.
   }
-  file_ = sys::FileDescriptor();
+  file_ = Descriptor();
 }
 
 std::vector<Dead> TakeDead() {
@@ -243,7 +243,7 @@ std::vector<Dead> TakeDead() {
   const std::string folder = Folder();
   for (const std::string& id : Ids(folder)) {
     const std::string path = mgr_file::ConcatPath(folder, id);
-    auto hold = std::make_shared<sys::FileDescriptor>(OpenEntryFile(path));
+    auto hold = std::make_shared<Descriptor>(OpenEntryFile(path));
     if (!*hold || !TakeHold(hold->get(), path) || !IsStillThere(hold->get())) {
       continue;
     }
@@ -262,7 +262,7 @@ bool HasDead() {
   const auto ids = Ids(folder);
   return std::any_of(ids.begin(), ids.end(), [&](const std::string& id) {
     const std::string path = mgr_file::ConcatPath(folder, id);
-    const sys::FileDescriptor file = OpenEntryFile(path);
+    const Descriptor file = OpenEntryFile(path);
     return file && TakeHold(file.get(), path) && IsStillThere(file.get());
   });
 }
@@ -272,7 +272,7 @@ std::vector<OpenEntry> OpenEntries() {
   const std::string folder = Folder();
   for (const std::string& id : Ids(folder)) {
     const std::string path = mgr_file::ConcatPath(folder, id);
-    const sys::FileDescriptor file = OpenEntryFile(path);
+    const Descriptor file = OpenEntryFile(path);
     if (!file) {
       continue;
     }

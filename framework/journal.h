@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "brisq_export.h"
+#include "framework/descriptor.h"
 #include "framework/journal_record.h"
 #include "framework/sys.h"
 
@@ -56,7 +57,7 @@ class BRISQ_API Entry {
   const Step head_;
   const std::string folder_;
   mutable std::mutex mutex_;
-  sys::FileDescriptor file_;
+  Descriptor file_;
   bool dirty_ = false;
 };
 
@@ -71,7 +72,7 @@ struct Left {
 /// An entry whose process has died, held so that no other process deals with it.
 struct Dead {
   Left entry;
-  std::shared_ptr<sys::FileDescriptor> hold;
+  std::shared_ptr<Descriptor> hold;
 };
 
 /// The entries that no process holds; empty ones are removed instead.

@@ -105,8 +105,7 @@ Target Target::Resolve(const std::string& path) {
   target.path = FollowLinks(path);
   const std::string folder = FolderOf(target.path);
   target.name = target.path.substr(target.path.rfind('/') + 1);
-  target.directory =
-      sys::FileDescriptor(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
+  target.directory = Descriptor(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
   if (!target.directory) {
     sys::Fail("open", folder, path == target.path ? "" : path + " is a link that leads there");
   }
@@ -140,7 +139,7 @@ Replacement::~Replacement() {
 
 void Replacement::Create() {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
-  file_ = sys::FileDescriptor(sys::Open(target_.directory.get(), name_.c_str(), kFlags, 0600));
+  file_ = Descriptor(sys::Open(target_.directory.get(), name_.c_str(), kFlags, 0600));
   if (!file_) sys::Fail("open", FolderOf(target_.path) + "/" + name_, kUnchanged);
   exists_ = true;
 }
@@ -186,7 +185,7 @@ void Replacement::Seal(const ConfStamp& old) {
   // again.
   if (sys::FSync(file_.get()) != 0) sys::Fail("fsync", target_.path, kUnchanged);
   // Open for writing it would look like somebody's edit.
-  file_ = sys::FileDescriptor();
+  file_ = Descriptor();
 }
 
 bool Replacement::TargetIs(const ConfStamp& old) const {

@@ -8,6 +8,7 @@
 
 #include "brisq_export.h"
 #include "framework/conf_stamp.h"
+#include "framework/descriptor.h"
 #include "framework/sys.h"
 
 /// Replacing a file as a whole, so that readers see the old content or the new one and a crash
@@ -21,7 +22,7 @@ struct BRISQ_API Target {
   /// could put something else in the file's place
   static Target Resolve(const std::string& path);
 
-  sys::FileDescriptor directory;
+  Descriptor directory;
   std::string name;  // in the directory
   std::string path;  // for messages
 };
@@ -78,7 +79,7 @@ class BRISQ_API Replacement {
   std::string name_;
   bool replaces_;
   bool exists_ = false;
-  sys::FileDescriptor file_;
+  Descriptor file_;
   ConfStamp stamp_;
 };
 

@@ -42,6 +42,8 @@ std::size_t Allowed(std::size_t bytes) {
   return hook == nullptr ? bytes : hook->Cut(bytes);
 }
 
+}  // namespace
+
 const char* Remedy(int error) {
   switch (error) {
     case EPERM:
@@ -60,8 +62,6 @@ const char* Remedy(int error) {
       return "";
   }
 }
-
-}  // namespace
 
 Hook::~Hook() = default;
 
@@ -167,22 +167,6 @@ int FCntl(int fd, int command, int argument) {
 
 ssize_t ReadLink(int directory, const char* path, char* target, std::size_t bytes) {
   return Retry("readlink", [&] { return ::readlinkat(directory, path, target, bytes); });
-}
-
-FileDescriptor::~FileDescriptor() {
-  if (fd_ >= 0) ::close(fd_);
-}
-
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-  // The old descriptor is closed here and not with `other`, which may live on.
-  const FileDescriptor old(std::exchange(fd_, other.Release()));
-  return *this;
-}
-
-int FileDescriptor::Release() noexcept {
-  const int fd = fd_;
-  fd_ = -1;
-  return fd;
 }
 
 void Fail(const char* call, const std::string& path, const std::string& state) {

@@ -59,21 +59,8 @@ BRISQ_API int FLock(int fd, int operation);
 BRISQ_API int FCntl(int fd, int command, int argument);
 BRISQ_API ssize_t ReadLink(int directory, const char* path, char* target, std::size_t bytes);
 
-/// A descriptor that is closed at the end of its scope. Movable.
-class BRISQ_API FileDescriptor {
- public:
-  explicit FileDescriptor(int fd = -1) noexcept : fd_(fd) {}
-  ~FileDescriptor();
-  FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.Release()) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-
-  int get() const noexcept { return fd_; }
-  explicit operator bool() const noexcept { return fd_ >= 0; }
-  int Release() noexcept;
-
- private:
-  int fd_;
-};
+/// The usual way out of an error of the system, " (...)"; empty where there is none.
+BRISQ_API const char* Remedy(int error);
 
 /// Throws mgr_err::Error "file" for a call that has just set errno: object the path, value the
 /// call, the reason in words and, where there is a usual one, the way out.

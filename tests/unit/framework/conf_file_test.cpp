@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "framework/conf_lock.h"
+#include "framework/descriptor.h"
 #include "tests/support/sys_fault.h"
 #include "tests/unit/framework/conf_fixture.h"
 
@@ -293,7 +294,7 @@ TEST_F(ConfFileTest, AnotherProcesssLockIsWaitedForWithinLimits) {
 TEST_F(ConfFileTest, AnEditInProgressIsNeitherReadNorOverwritten) {
   Write(Line("a", "old") + "\n");
   const auto users = Open();
-  const sys::FileDescriptor editor(::open(path_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+  const Descriptor editor(::open(path_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
   EXPECT_EQ(Names(users), std::vector<std::string>{"a"}) << "a file cut short was taken";
   SetConfWaitLimit(std::chrono::milliseconds(20));
   EXPECT_NE(ErrorOf([&] { SetPassword(users, "a", "new"); }).find("is being edited: PID"),
@@ -304,7 +305,7 @@ TEST_F(ConfFileTest, AnEditInProgressIsNeitherReadNorOverwritten) {
 TEST_F(ConfFileTest, AFirstReadingWaitsForAnEditInProgress) {
   Write("");
   SetConfWaitLimit(std::chrono::milliseconds(20));
-  const sys::FileDescriptor editor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
+  const Descriptor editor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(ErrorOf([this] { Open(); }),
             "locked: " + path_ + ": is being edited: " + DescribeProcess(::getpid()) +
                 " has it open for writing; try again when that has ended");
@@ -312,7 +313,7 @@ TEST_F(ConfFileTest, AFirstReadingWaitsForAnEditInProgress) {
 
 /// Makes the file what it was, with its time, as `cp -p` does with a backup.
 void Restore(const std::string& path, const std::string& content, const struct stat& info) {
-  const sys::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+  const Descriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
   ASSERT_EQ(::write(file.get(), content.data(), content.size()),
             static_cast<ssize_t>(content.size()));
   const struct timespec times[2] = {info.st_atim, info.st_mtim};

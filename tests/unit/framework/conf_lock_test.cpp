@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "framework/descriptor.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/framework/conf_fixture.h"
 
@@ -114,9 +115,9 @@ TEST_F(ConfLockTest, ProcessesThatWriteIntoAFileAreNamed) {
   struct stat info {};
   ASSERT_EQ(::stat(path_.c_str(), &info), 0);
   EXPECT_EQ(DescribeWriters(info), "an unknown process");
-  const sys::FileDescriptor reader(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  const Descriptor reader(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_EQ(DescribeWriters(info), "an unknown process");
-  const sys::FileDescriptor writer(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  const Descriptor writer(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   EXPECT_EQ(DescribeWriters(info), DescribeProcess(::getpid()));
 }
 

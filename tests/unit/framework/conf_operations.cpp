@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "framework/conf_defer.h"
+#include "framework/descriptor.h"
 #include "framework/sys.h"
 #include "tests/unit/framework/conf_fixture.h"
 
@@ -92,8 +93,7 @@ void WriteSome(int fd, std::string text) {
 }
 
 void WriteAs(const std::string& path, const std::string& text) {
-  const sys::FileDescriptor file(
-      sys::Open(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0640));
+  const Descriptor file(sys::Open(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0640));
   if (!file) sys::Fail("open", path);
   WriteSome(file.get(), text.substr(0, text.size() / 2));
   WriteSome(file.get(), text.substr(text.size() / 2));

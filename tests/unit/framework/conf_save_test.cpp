@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/descriptor.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
@@ -162,7 +163,7 @@ TEST_F(ConfSaveTest, WaitsForAnEditThatOpenedTheOldFileDuringTheExchange) {
   JustBeforeTheExchange(fault, [&] {
     editor = std::thread([this] { folder_.Write("users", "theirs"); });
     // The editor's opening is waiting on the watch now; what it opens is the old file.
-    const sys::FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
     while (::fcntl(file.get(), F_GETLEASE) == F_RDLCK) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   });

@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "framework/descriptor.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/framework/conf_fixture.h"
@@ -121,7 +122,7 @@ TEST_F(ConfStampTest, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
 TEST_F(ConfStampTest, AFileThatIsOpenForWritingIsNotRead) {
   folder_.Write("file", "abc");
   {
-    const sys::FileDescriptor writer(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
+    const Descriptor writer(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_FALSE(Read().bytes);
   }
   EXPECT_TRUE(Read().bytes);
@@ -129,7 +130,7 @@ TEST_F(ConfStampTest, AFileThatIsOpenForWritingIsNotRead) {
 
 TEST_F(ConfStampTest, WhoOpensForWritingWaitsForTheWatchToEnd) {
   folder_.Write("file", "abc");
-  const sys::FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
   std::thread writer;
   {
     const WriterWatch watch(file.get());
@@ -159,7 +160,7 @@ TEST_F(ConfStampTest, AFileThatChangesWhileItIsReadIsNotTaken) {
   fault.OnCall([&](std::string_view call, std::size_t) {
     if (call == "read") folder_.Write("file", "abcdef");
   });
-  const sys::FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_FALSE(ReadContent(file.get(), path_).bytes);
 }
 

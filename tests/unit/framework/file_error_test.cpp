@@ -14,6 +14,11 @@ TEST(FileError, NamesPathCallAndReason) {
   EXPECT_EQ("open: Permission denied", error.value());
 }
 
+TEST(FileError, NamesTheUsualWayOut) {
+  EXPECT_EQ("write: No space left on device (the disk is full)",
+            mgr_file::FileError("/a", "write", ENOSPC).value());
+}
+
 TEST(FileError, TakesTheReasonOfTheLastCallByDefault) {
   ASSERT_EQ(-1, ::open("/nowhere/at/all", O_RDONLY | O_CLOEXEC));
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/descriptor.h"
 #include "framework/sys.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
@@ -59,8 +60,8 @@ struct stat InfoOf(const std::string& path) {
 class FileMetadataTest : public ::testing::Test {
  protected:
   void CopyAll() {
-    const sys::FileDescriptor from(::open(old_.c_str(), O_RDONLY | O_CLOEXEC));
-    const sys::FileDescriptor to(MakeNew());
+    const Descriptor from(::open(old_.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor to(MakeNew());
     file_metadata::Copy(from.get(), InfoOf(old_), to.get(), old_);
   }
   int MakeNew() const {
@@ -142,7 +143,7 @@ TEST_F(FileMetadataTest, ASaveKeepsEveryCombination) {
 TEST_F(FileMetadataTest, ANaiveReplacementLosesMostCombinations) {
   const Combinations naive(folder_, "x", [this] {
     ::unlink(new_.c_str());
-    const sys::FileDescriptor to(MakeNew());
+    const Descriptor to(MakeNew());
     EXPECT_EQ(::fchmod(to.get(), InfoOf(old_).st_mode & 07777), 0);
     EXPECT_EQ(::rename(new_.c_str(), old_.c_str()), 0);
     return Metadata(old_);
@@ -178,7 +179,7 @@ TEST_F(FileMetadataTest, AtNoMomentMorePeopleCanReadTheNewFile) {
 }
 
 TEST_F(FileMetadataTest, ANewFileIsForDovecotsGroupWhereThereIsOne) {
-  const sys::FileDescriptor to(MakeNew());
+  const Descriptor to(MakeNew());
   SetAttribute(new_, kAcl, Acl(6, 1500, 6));
   file_metadata::SetFresh(to.get(), new_);
   const struct group* dovecot = ::getgrnam("dovecot");

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/descriptor.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/framework/conf_fixture.h"
@@ -40,7 +41,7 @@ class SafeReplaceTest : public ::testing::Test {
   Outcome Replace(const std::vector<std::string_view>& content) {
     const Target target = Target::Resolve(path_);
     struct stat info {};
-    const sys::FileDescriptor old = OpenRegular(target.directory.get(), target.name, path_, info);
+    const Descriptor old = OpenRegular(target.directory.get(), target.name, path_, info);
     const ConfStamp stamp = old ? ConfStamp::Of(info) : ConfStamp{};
     Replacement fresh(target, Replacement::Slot::kFirst, old.get(), info);
     fresh.Write(content);
@@ -203,7 +204,7 @@ TEST_F(SafeReplaceTest, AnExchangeCanBeTakenBack) {
   const Target target = Target::Resolve(path_);
   {
     struct stat info {};
-    const sys::FileDescriptor old = OpenRegular(target.directory.get(), "users", path_, info);
+    const Descriptor old = OpenRegular(target.directory.get(), "users", path_, info);
     Replacement fresh(target, Replacement::Slot::kSecond, old.get(), info);
     fresh.Write({"new"});
     ASSERT_EQ(fresh.Publish(ConfStamp::Of(info)), Outcome::kExchanged);

@@ -2,12 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <string>
-#include <utility>
 
+#include "framework/descriptor.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/framework/conf_fixture.h"
@@ -20,13 +19,13 @@ TEST(Sys, ACallHappensUnlessTheHookRefusesIt) {
   const support::TempDir folder;
   const std::string path = folder.Write("file", "abc");
   support::SysFault fault;
-  EXPECT_TRUE(sys::FileDescriptor(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY)));
+  EXPECT_TRUE(Descriptor(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY)));
   fault.FailCall("open", EIO);
   EXPECT_EQ(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY), -1);
   EXPECT_EQ(errno, EIO);
   EXPECT_TRUE(fault.Failed());
   fault.FailCall("open", 0);
-  EXPECT_TRUE(sys::FileDescriptor(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY)));
+  EXPECT_TRUE(Descriptor(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY)));
 }
 
 TEST(Sys, InterruptedCallsAreMadeAgainButNotForEver) {
@@ -34,7 +33,7 @@ TEST(Sys, InterruptedCallsAreMadeAgainButNotForEver) {
   const std::string path = folder.Write("file", "abc");
   support::SysFault fault;
   fault.FailNumber(1, EINTR, false);
-  EXPECT_TRUE(sys::FileDescriptor(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY)));
+  EXPECT_TRUE(Descriptor(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY)));
   EXPECT_EQ(fault.Calls(), 2U);
   fault.FailNumber(1, EINTR, true);
   EXPECT_EQ(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY), -1);
@@ -46,26 +45,17 @@ TEST(Sys, TheHookMayCutAWrite) {
   const std::string path = folder.Write("file", "");
   support::SysFault fault;
   fault.CutWrites(2);
-  const sys::FileDescriptor file(sys::Open(AT_FDCWD, path.c_str(), O_WRONLY));
+  const Descriptor file(sys::Open(AT_FDCWD, path.c_str(), O_WRONLY));
   char text[] = "abcdef";
   const struct iovec pieces[] = {{text, 3}, {text + 3, 3}};
   EXPECT_EQ(sys::WriteV(file.get(), pieces, 2), 2);
   EXPECT_EQ(support::ReadFile(path), "ab");
 }
 
-TEST(Sys, DescriptorsAreClosedOnExecAndAtTheEndOfTheirScope) {
+TEST(Sys, OpenedFilesAreClosedOnExec) {
   const support::TempDir folder;
-  const std::string path = folder.Write("file", "");
-  int number = -1;
-  {
-    sys::FileDescriptor file(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY));
-    number = file.get();
-    EXPECT_EQ(::fcntl(number, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-    sys::FileDescriptor other;
-    other = std::move(file);
-    EXPECT_EQ(other.get(), number);
-  }
-  EXPECT_EQ(::fcntl(number, F_GETFD), -1);
+  const Descriptor file(sys::Open(AT_FDCWD, folder.Write("file", "").c_str(), O_RDONLY));
+  EXPECT_EQ(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 TEST(Sys, AnErrorNamesCallPathReasonAndWayOut) {
