@@ -24,6 +24,8 @@ constexpr const char* kBefore = "before.";
 constexpr const char* kAfter = "after.";
 constexpr const char* kHidden = "(hidden)";
 constexpr int kDefaultDays = 90;
+// What a clock's time can bear; the check of the settings allows no more.
+constexpr int kMostDays = 36500;
 
 bool IsSecret(const std::string& name) { return name == kHash || name == kKeptPassword; }
 
@@ -69,7 +71,8 @@ void KeepDifferences(ObjectChange& change) {
 
 std::chrono::hours KeptFor() {
   std::string days = mgr_cf::GetParam("JobHistoryDays");
-  return std::chrono::hours(24) * (test::Numeric(days) ? str::Int(days) : kDefaultDays);
+  const int number = test::Numeric(days) ? str::Int(days) : kDefaultDays;
+  return std::chrono::hours(24) * std::min(number, kMostDays);
 }
 
 }  // namespace

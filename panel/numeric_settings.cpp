@@ -1,5 +1,6 @@
 #include "panel/numeric_settings.h"
 
+#include <cmath>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,7 @@ struct NumericSetting {
   bool least_is_allowed;
   double most;
   const char* rule;
+  bool whole = false;
 };
 
 constexpr double kYearInSeconds = 366.0 * 24 * 3600;
@@ -33,11 +35,13 @@ constexpr NumericSetting kSettings[] = {
     {"EmailRefreshPeriod", 0, true, kYearInMinutes, kPeriodRule},
     {"EmailExpiryPeriod", 0, true, kYearInMinutes, kPeriodRule},
     {"DovecotCheckPeriod", 0, true, kYearInMinutes, kPeriodRule},
+    {"JobHistoryDays", 0, true, 36500, "must be a whole number of days, 0 for ever, at most 36500",
+     true},
 };
 
 bool IsRight(const NumericSetting& setting, const std::string& text) {
   const std::optional<double> number = ReadNumber(text);
-  return number && *number <= setting.most &&
+  return number && *number <= setting.most && (!setting.whole || *number == std::floor(*number)) &&
          (*number > setting.least || (*number == setting.least && setting.least_is_allowed));
 }
 

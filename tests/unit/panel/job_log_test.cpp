@@ -91,6 +91,18 @@ TEST_F(JobLogTest, OldJobsAreForgottenAfterTheDaysThatAreSet) {
   EXPECT_EQ("carol@example.org", Last().at(0).name);
 }
 
+// A count of hours that ran over would put the time in the future, and all jobs lie before that.
+TEST_F(JobLogTest, MoreDaysThanATimeCanHoldForgetNothing) {
+  Use(true);
+  job_table::Add({0, "old", "mailbox add", "x", "2001-01-01T00:00:00Z", "done", "", "", 0});
+  for (const char* days : {"150000", "2147483647", "99999999999999999999"}) {
+    SCOPED_TRACE(days);
+    mgr_cf::SetParam("JobHistoryDays", days);
+    Add("days" + std::string(days));
+    EXPECT_TRUE(job_table::OfEntry("old"));
+  }
+}
+
 TEST_F(JobLogTest, WithoutALogNothingIsWatched) {
   const std::size_t jobs = job_table::Latest(0).size();
   JobLog::Watch("mailbox", "no address at all");

@@ -26,11 +26,23 @@ TEST(NumericSettings, NumbersInTheirRangeAreTaken) {
     const char* name;
     const char* value;
   } cases[] = {
-      {"ExecTimeout", "0.1"},        {"ExecTimeout", "60"},         {"EmailReloadDelay", "0"},
-      {"EmailReloadDelay", "2.5"},   {"EmailReloadDelay", "86400"}, {"EmailPasswordDelay", "0"},
-      {"EmailPasswordDelay", "900"}, {"EmailSweepLimit", "0"},      {"EmailSweepLimit", "100"},
-      {"EmailRefreshPeriod", "0"},   {"EmailRefreshPeriod", "15"},  {"EmailExpiryPeriod", "0.5"},
-      {"DovecotCheckPeriod", "0"},   {"DovecotCheckPeriod", "5"},   {"Unknown", "abc"},
+      {"ExecTimeout", "0.1"},
+      {"ExecTimeout", "60"},
+      {"EmailReloadDelay", "0"},
+      {"EmailReloadDelay", "2.5"},
+      {"EmailReloadDelay", "86400"},
+      {"EmailPasswordDelay", "0"},
+      {"EmailPasswordDelay", "900"},
+      {"EmailSweepLimit", "0"},
+      {"EmailSweepLimit", "100"},
+      {"EmailRefreshPeriod", "0"},
+      {"EmailRefreshPeriod", "15"},
+      {"EmailExpiryPeriod", "0.5"},
+      {"DovecotCheckPeriod", "0"},
+      {"DovecotCheckPeriod", "5"},
+      {"JobHistoryDays", "0"},
+      {"JobHistoryDays", "36500"},
+      {"Unknown", "abc"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.name) + " = " + c.value);
@@ -57,6 +69,9 @@ TEST(NumericSettings, WhatIsNoNumberOrOutOfRangeIsRefusedByNamePlaceAndRule) {
       {"DovecotCheckPeriod",
        "must be a number of minutes, 0 for never, at most a year",
        {"527041"}},
+      {"JobHistoryDays",
+       "must be a whole number of days, 0 for ever, at most 36500",
+       {"7.5", "36501", "150000"}},
   };
   for (const auto& c : cases) {
     std::vector<std::string> values = c.values;
