@@ -91,7 +91,9 @@ PasswdFileEdit::PasswdFileEdit()
   }
 }
 
-PasswdFileEdit::~PasswdFileEdit() { Remove(folder_); }
+PasswdFileEdit::~PasswdFileEdit() {
+  if (!keep_folder_) Remove(folder_);
+}
 
 void PasswdFileEdit::MakeCopy() {
   Remove(folder_);
@@ -104,7 +106,7 @@ void PasswdFileEdit::MakeCopy() {
 
 PasswdFileEdit::Review PasswdFileEdit::Look() {
   struct stat info {};
-  const sys::FileDescriptor file = OpenRegular(AT_FDCWD, copy_, copy_, info);
+  const Descriptor file = OpenRegular(AT_FDCWD, copy_, copy_, info);
   if (!file) throw mgr_err::Error("file", copy_, "the editor has left no file");
   const ConfContent content = ReadContent(file.get(), copy_);
   if (!content.bytes) throw mgr_err::Error("locked", copy_, "is still being written");
@@ -121,9 +123,12 @@ void PasswdFileEdit::Save() {
     const std::string kept = InState("passwd-file.refused");
     std::error_code failed;
     std::filesystem::rename(copy_, kept, failed);
+    keep_folder_ = static_cast<bool>(failed);
     throw mgr_err::Error("later", path_,
                          "unchanged: " + error.object() + " " + error.value() +
-                             (failed ? "" : "; your version is kept as " + kept));
+                             (failed ? "; your version is still " + copy_ +
+                                           ": copy it away, the next edit removes it"
+                                     : "; your version is kept as " + kept));
   }
 }
 

@@ -16,7 +16,7 @@ namespace brisq_panel {
 ///
 /// The panel, Dovecot and others go on using the file meanwhile; only another edit of this kind is
 /// kept out. The copy lies in a folder of its own (0700) of the panel's state and goes with the
-/// object; what a killed edit left there goes with the next one.
+/// object, unless Save's error says that it stays; what was left there goes with the next edit.
 class BRISQ_API PasswdFileEdit {
  public:
   /// What has been made of the copy.
@@ -59,6 +59,7 @@ class BRISQ_API PasswdFileEdit {
   const std::string copy_;
   std::string before_;
   std::string after_;
+  bool keep_folder_ = false;  // the only place of an edit that was refused
 };
 
 }  // namespace brisq_panel

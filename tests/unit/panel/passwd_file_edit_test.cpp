@@ -120,6 +120,22 @@ TEST_F(PasswdFileEditTest, WhereBothHaveChangedTheSameNothingIsChangedAndTheEdit
   EXPECT_EQ(mine, dir_.Read("state/passwd-file.refused"));
 }
 
+TEST_F(PasswdFileEditTest, AnEditThatCannotBePutAsideStaysWhereItIs) {
+  const std::string mine = "# mine\n" + Line("a@x", "{X}mine") + Line("b@x");
+  dir_.Write("state/passwd-file.refused/in the way", "");
+  {
+    PasswdFileEdit edit;
+    Change(edit, mine);
+    edit.Look();
+    StoreHash("a@x", "{X}theirs");
+    const mgr_err::Error error = ErrorOf([&] { edit.Save(); });
+    EXPECT_EQ("unchanged: a@x changed by somebody else meanwhile; your version is still " +
+                  edit.copy() + ": copy it away, the next edit removes it",
+              error.value());
+  }
+  EXPECT_EQ(mine, dir_.Read("state/passwd-file-edit/passwd-file"));
+}
+
 TEST_F(PasswdFileEditTest, OneEditGoesOnAtATime) {
   const PasswdFileEdit edit;
   EXPECT_EQ("locked: " + path_ + ": is being edited by brisq passwd-file edit",
