@@ -2,9 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <sstream>
-#include <string_view>
 
 #include "framework/log_escape.h"
 #include "str.h"
@@ -38,15 +36,7 @@ const ErrorKind& KindOf(const mgr_err::Error& error) {
 
 // A backslash stays one: what comes here may hold escapes already.
 std::string Printable(const std::string& text) {
-  std::string out;
-  std::size_t from = 0;
-  while (from <= text.size()) {
-    const std::size_t end = std::min(text.find('\\', from), text.size());
-    out += mgr_log::Escaped(std::string_view(text).substr(from, end - from));
-    out += end < text.size() ? "\\" : "";
-    from = end + 1;
-  }
-  return out;
+  return mgr_log::Escaped(text, mgr_log::Backslash::kKept);
 }
 
 namespace {

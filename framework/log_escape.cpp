@@ -80,7 +80,7 @@ void AppendEscaped(std::string_view bytes, std::string& result) {
 
 }  // namespace
 
-std::string Escaped(std::string_view text) {
+std::string Escaped(std::string_view text, Backslash backslash) {
   std::string result;
   result.reserve(text.size());
   while (!text.empty()) {
@@ -89,7 +89,10 @@ std::string Escaped(std::string_view text) {
     if (first.length == 0 || IsHarmful(first.code)) {
       AppendEscaped(bytes, result);
     } else {
-      result += first.code == '\\' ? std::string_view("\\\\") : bytes;
+      result += bytes;
+      if (first.code == '\\' && backslash == Backslash::kDoubled) {
+        result += '\\';
+      }
     }
     text.remove_prefix(bytes.size());
   }

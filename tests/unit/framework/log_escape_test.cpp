@@ -112,4 +112,8 @@ TEST(LogEscape, OriginalCanBeToldFromTheResult) {
   }
 }
 
+TEST(LogEscape, ABackslashStaysWhereThatIsAskedFor) {
+  EXPECT_EQ("C:\\x\\n", Escaped("C:\\x\n", mgr_log::Backslash::kKept));
+}
+
 }  // namespace
