@@ -72,6 +72,7 @@ int RunProgram(const std::vector<std::string>& words, const Console& console) {
     return KindOf(error).exit_code;
   } catch (const std::exception& error) {
     console.err << ErrorLine(mgr_err::Error("internal", "", error.what())) << "\n";
+    TellDoubts(console);
     return 1;
   }
 }
