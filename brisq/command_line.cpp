@@ -5,7 +5,6 @@
 #include <map>
 #include <ostream>
 
-#include "brisq/version.h"
 #include "mgr_err.h"
 
 namespace brisq {
@@ -118,7 +117,7 @@ bool Parse(CLI::App& root, const std::vector<std::string>& words, const Console&
   } catch (const CLI::CallForAllHelp&) {
     console.out << root.help("", CLI::AppFormatMode::All);
   } catch (const CLI::CallForVersion&) {
-    console.out << "brisq " << kVersion << "\n";
+    console.out << "brisq " BRISQ_VERSION "\n";
   } catch (const CLI::ParseError& error) {
     throw mgr_err::Error("usage", "", Complaint(root, error) + "; see brisq --help");
   }
@@ -134,7 +133,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& word
   std::string config;
   root.add_option("--config", config, "configuration file, else $BRISQ_CONFIG")->type_name("FILE");
   root.add_flag("--json", line.json, "data as JSON");
-  root.set_version_flag("--version", kVersion);
+  root.set_version_flag("--version", BRISQ_VERSION);
   root.set_help_all_flag("--help-all", "help of all commands");
   root.require_subcommand(1);
 

@@ -32,26 +32,25 @@ class StopSignal {
     sigaddset(&signals_, SIGTERM);
     sigaddset(&signals_, SIGINT);
     pthread_sigmask(SIG_BLOCK, &signals_, &before_);
-    fd_ = signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (fd_ < 0) throw mgr_err::Error("internal", "signalfd", std::strerror(errno));
+    fd_ = Descriptor(signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!fd_) throw mgr_err::Error("internal", "signalfd", std::strerror(errno));
   }
   ~StopSignal() {
     signalfd_siginfo taken;
     // Taken off, or it would end the process once the mask is back.
-    while (read(fd_, &taken, sizeof taken) > 0) {
+    while (read(fd_.get(), &taken, sizeof taken) > 0) {
     }
-    close(fd_);
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
   }
   StopSignal(const StopSignal&) = delete;
   StopSignal& operator=(const StopSignal&) = delete;
 
-  int fd() const noexcept { return fd_; }
+  int fd() const noexcept { return fd_.get(); }
 
  private:
   sigset_t signals_{};
   sigset_t before_{};
-  int fd_ = -1;
+  Descriptor fd_;
 };
 
 void SayWhatRuns(Call& call) {
@@ -84,9 +83,6 @@ std::vector<Command> ServeCommands() {
       {.noun = "serve",
        .verb = "",
        .summary = "Run in the foreground: scheduled actions, delayed reloads, retries.",
-       .operands = {},
-       .options = {},
-       .one_of = {},
        .run = Serve},
   };
 }

@@ -68,10 +68,6 @@ bool WaitUnless(int stop, Scheduler::Time until) {
 
 }  // namespace
 
-Scheduler::Scheduler(int stop)
-    : Scheduler([] { return std::chrono::steady_clock::now(); },
-                [stop](Time until) { return WaitUnless(stop, until); }) {}
-
 Scheduler::Scheduler(int stop, std::function<void()> look, std::chrono::milliseconds every)
     : Scheduler([] { return std::chrono::steady_clock::now(); },
                 [stop, look = std::move(look), every](Time until) {

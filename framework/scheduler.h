@@ -37,7 +37,6 @@ class BRISQ_API Scheduler {
   using Waiter = std::function<bool(Time until)>;
 
   /// Stops when `stop` is readable: a signalfd, an eventfd, a pipe. It is not read.
-  explicit Scheduler(int stop);
   /// @param look   called on the thread of Run before it looks at registrations and periods again
   /// @param every  the longest time between two such looks
   Scheduler(int stop, std::function<void()> look, std::chrono::milliseconds every);

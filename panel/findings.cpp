@@ -5,15 +5,7 @@
 namespace brisq_panel {
 
 std::string SeverityWord(Severity severity) {
-  switch (severity) {
-    case Severity::kNote:
-      return "note";
-    case Severity::kWarning:
-      return "warning";
-    case Severity::kError:
-      break;
-  }
-  return "error";
+  return severity == Severity::kWarning ? "warning" : "error";
 }
 
 std::string FindingLine(const Finding& finding) {

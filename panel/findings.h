@@ -9,7 +9,6 @@
 namespace brisq_panel {
 
 enum class Severity {
-  kNote,     ///< worth knowing; all works as meant
   kWarning,  ///< works, but not as somebody may think, or not safely
   kError     ///< somebody's mail, login or certificate does not work, or is open to others
 };
@@ -23,7 +22,7 @@ struct BRISQ_API Finding {
   std::string fix;     ///< what ends it: a command or what to do; empty when there is nothing to do
 };
 
-/// "note", "warning" or "error".
+/// "warning" or "error".
 BRISQ_API std::string SeverityWord(Severity severity);
 
 /// "CODE severity object: text (fix: FIX)" without an end of line and, when there is no fix,

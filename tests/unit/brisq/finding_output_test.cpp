@@ -15,7 +15,7 @@ using brisq_panel::Finding;
 using brisq_panel::Severity;
 
 const std::vector<Finding> kTwo = {{"A-1", Severity::kError, "x\ny", "is bad", "mend it"},
-                                   {"B-2", Severity::kNote, "z", "is odd", ""}};
+                                   {"B-2", Severity::kWarning, "z", "is odd", ""}};
 
 class FindingOutput : public testing::Test {
  protected:
@@ -35,7 +35,7 @@ class FindingOutput : public testing::Test {
 
 TEST_F(FindingOutput, EachFindingIsALineAndTheExitCodeTellsThatThereAreAny) {
   EXPECT_EQ(kExitFindings, Show(kTwo, false));
-  EXPECT_EQ("A-1 error x\\ny: is bad (fix: mend it)\nB-2 note z: is odd\n", out_.str());
+  EXPECT_EQ("A-1 error x\\ny: is bad (fix: mend it)\nB-2 warning z: is odd\n", out_.str());
   EXPECT_EQ("", err_.str());
 }
 
@@ -50,7 +50,7 @@ TEST_F(FindingOutput, InJsonEachFindingIsAnObject) {
   ASSERT_EQ(2U, data.size());
   EXPECT_EQ("x\ny", data[0]["object"]);
   EXPECT_EQ("mend it", data[0]["fix"]);
-  EXPECT_EQ("note", data[1]["severity"]);
+  EXPECT_EQ("warning", data[1]["severity"]);
 }
 
 }  // namespace

@@ -201,7 +201,8 @@ TEST_F(SchedulerTest, StopsBetweenTwoActionsThatAreDue) {
 TEST(Scheduler, EndsPromptlyWhenItsDescriptorSaysSo) {
   periodic::Reset();
   const Descriptor stop(::eventfd(0, EFD_CLOEXEC));
-  Scheduler scheduler(stop.get());
+  Scheduler scheduler(
+      stop.get(), [] {}, std::chrono::minutes(1));
   const auto start = std::chrono::steady_clock::now();
   std::thread stopper([&] { EXPECT_EQ(0, ::eventfd_write(stop.get(), 1)); });
   scheduler.Run();
@@ -245,7 +246,9 @@ TEST(Scheduler, RunsByTheRealClock) {
   });
   mgr_cf::SetParam("Period", "0.0005");
   periodic::RegisterAction("t.real", "", "Period");
-  Scheduler(stop.get()).Run();
+  Scheduler(
+      stop.get(), [] {}, std::chrono::minutes(1))
+      .Run();
   EXPECT_EQ(3, turns);
   periodic::Reset();
   mgr_cf::Reset();
