@@ -9,8 +9,6 @@
 namespace brisq {
 namespace {
 
-constexpr std::uint32_t kAdministratorOnly = 0xE0000000;
-
 mgr_log::Module serve_log("serve", "dormel");
 
 void Warn(const std::string& text) {
@@ -25,7 +23,7 @@ void RefreshAction::Execute(brisq_api::Session&) const {
   const auto report = brisq_panel::Refresh(false);
   for (const std::string& address : report.swept)
     Warn("mailbox " + address + " had no line any more and was archived");
-  if (!report.quota_problem.empty()) Warn("Dovecot tells no used space: " + report.quota_problem);
+  if (!report.quota_problem.empty()) Warn("Dovecot reports no used space: " + report.quota_problem);
 }
 
 ExpiryAction::ExpiryAction() : Action("email.certs.expiry", kAdministratorOnly, nullptr) {}

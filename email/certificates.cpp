@@ -11,8 +11,6 @@
 namespace brisqpriv_email_dovecot {
 namespace {
 
-constexpr std::uint32_t kAdministratorOnly = 0xE0000000;
-
 // A snippet's two settings: TAB, name, kAssign, path. "<" has Dovecot read the value from the file.
 constexpr const char* kCertSetting = "ssl_cert";
 constexpr const char* kKeySetting = "ssl_key";

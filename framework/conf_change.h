@@ -53,8 +53,9 @@ class BRISQ_API ConfChange {
 
   /// True when the last Apply has changed anything.
   bool Effective() const noexcept { return !undo_.empty(); }
-  /// The line that the last Apply has left; kNone after a removal.
+  /// The document that the last Apply was made in.
   const std::weak_ptr<const ConfDocument>& Document() const noexcept { return target_.document; }
+  /// The line that the last Apply has left; kNone after a removal.
   Line AtLine() const noexcept { return target_.line; }
   /// What the last Apply has done to the line, for the journal.
   line_undo::Change Trace(const ConfDocument& document) const;

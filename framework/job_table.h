@@ -42,6 +42,7 @@ BRISQ_API void Mark(const Request& request);
 
 /// The row of a request; nothing when there is none.
 BRISQ_API std::optional<Job> OfEntry(const std::string& entry);
+/// The job of this number; nothing when there is none, also when it was forgotten.
 BRISQ_API std::optional<Job> Find(int id);
 /// The job that has taken this one back; nothing when none has.
 BRISQ_API std::optional<Job> UndoneBy(int id);

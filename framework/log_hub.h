@@ -35,7 +35,10 @@ class Hub {
   void Add(Channel& channel);
   void Remove(Channel& channel);
 
+  /// Has all channels, those that are there and those to come, use this set-up; files are opened by
+  /// the first message.
   void Configure(const Setup& setup);
+  /// Back to what it is before the first Configure; files are closed.
   void Reset();
 
   /// Writes one message: shortened, escaped, to where the log goes at present.

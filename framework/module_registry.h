@@ -26,6 +26,8 @@ class BRISQ_API ModuleRegistry {
     Loading& operator=(const Loading&) = delete;
   };
 
+  /// Has the next Build of `category` call `constructor`. `registrar` is only told apart, so it may
+  /// be one that is being constructed; it withdraws before it dies.
   void Add(const BaseRegisterModule* registrar, const std::string& category,
            BaseRegisterModule::ConstructorFn constructor);
   /// Drops what `registrar` has added, and the modules that were built from it.

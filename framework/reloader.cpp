@@ -4,17 +4,10 @@
 
 namespace reloader {
 
-namespace {
-
-// The three highest bits: for the administrator alone.
-constexpr std::uint32_t kAdministratorAlone = 0xE0000000;
-
-}  // namespace
-
 Reloader::Reloader(const std::string& group, const std::string& action,
                    const std::string& delay_param, const std::string& reload,
                    const std::string& restart)
-    : Action(action, kAdministratorAlone, nullptr),
+    : Action(action, kAdministratorOnly, nullptr),
       group_(group),
       delay_param_(delay_param),
       reload_(reload),

@@ -85,6 +85,9 @@ class BRISQ_API Session {
 /// it out. Registered actions are called from any thread, also at once: Execute must allow that.
 class BRISQ_API Action {
  public:
+  /// Mask that nobody but an administrator's session holds: the three highest bits.
+  static constexpr std::uint32_t kAdministratorOnly = 0xE0000000;
+
   /// @param name    dotted lower case, for example "dovecot.reload"
   /// @param access  mask of rights: a caller must hold all of its bits. Kept as given.
   /// @param parent  action whose access rule applies as well; null for none; must outlive this one

@@ -65,7 +65,8 @@ class BRISQ_API ConfCache {
         name, [object, hook](ConfRef& ref, SaveReason& reason) { (object->*hook)(ref, reason); });
   }
 
-  /// Registers a dataset of a configuration.
+  /// Registers a dataset of a configuration; nothing is made yet. A second call for the same
+  /// dataset replaces its factory for views that are made from then on.
   /// @param dataset  name by which ConfRef::_Get finds it
   /// @param label    name for messages
   void Add(const std::string& name, const std::string& dataset, const char* label, Factory factory);

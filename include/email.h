@@ -30,7 +30,10 @@ class BRISQ_API Pop3Interface {
   /// @param key   path of the private key file
   virtual void SetSSLCertForDomain(const std::string& domain, const std::string& cert,
                                    const std::string& key) = 0;
+  /// The domain's row is about to be removed: links to its certificate go with the commit.
   virtual void OnDeleteDomain(std::shared_ptr<brisq_db::EmailDomainTable>& domain) = 0;
+  /// The domain's row has been posted, not yet committed: links go as above when it has no
+  /// certificate any more.
   virtual void OnUpdateDomain(std::shared_ptr<brisq_db::EmailDomainTable>& domain) = 0;
   /// The mail server should take up changed configuration.
   virtual void ReloadConfig() = 0;

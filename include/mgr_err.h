@@ -13,8 +13,9 @@ namespace mgr_err {
 ///
 /// Types in use: "value" (input that a rule forbids), "usage" (a command that can't be read),
 /// "config" (the configuration file), "missed" (nothing has this name), "exists", "locked",
-/// "limit", "file" (the system refused a file operation), "email" (the mail server's side failed),
-/// "db", "plugin", "later" (try again), "doubt" (done, but may be lost) and "internal".
+/// "limit", "access" (the session lacks a right), "file" (the system refused a file operation),
+/// "email" (the mail server's side failed), "db", "plugin", "later" (try again), "doubt" (done, but
+/// may be lost) and "internal".
 ///
 /// The text of what() is made once from the three parts, as "TYPE: OBJECT: VALUE" with empty parts
 /// left out and NUL as "\x00". No part may be a secret: the text goes to logs and terminals.

@@ -48,7 +48,8 @@ class BRISQ_API Job {
 BRISQ_API std::string ClassOf(const Job& job);
 
 /// Makes a file hold exactly `content`. Construction writes a temporary file beside the target,
-/// commit renames it over the target, so a reader sees the old file, none, or the whole new one.
+/// commit puts it in the target's place in one step, so a reader sees the old file (none where none
+/// was) or the whole new one.
 /// Undone, the old file is back (or none).
 class BRISQ_API CreateFile : public Job {
  public:

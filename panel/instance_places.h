@@ -13,6 +13,7 @@ struct BRISQ_API InstancePlaces {
   std::string log;       ///< folder
 };
 
+/// Set while an instance opens; any thread.
 BRISQ_API void SetInstancePlaces(const InstancePlaces& places);
 BRISQ_API InstancePlaces PlacesOfInstance();
 

@@ -8,6 +8,7 @@
 /// Single values that the panel keeps from one run to the next.
 namespace brisq_panel {
 
+/// The table of them: one row for each name.
 class BRISQ_API PanelState : public mgr_db::CustomTable {
  public:
   PanelState();
@@ -28,6 +29,8 @@ constexpr const char* kPasswordRunMs = "password-run-ms";
 
 /// A kept value; empty when there is none.
 BRISQ_API std::string KeptValue(const std::string& name);
+/// Keeps it from now on, in place of what was kept by this name; in the transaction that is open on
+/// this thread.
 BRISQ_API void KeepValue(const std::string& name, const std::string& value);
 
 }  // namespace brisq_panel

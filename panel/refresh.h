@@ -23,10 +23,10 @@ struct BRISQ_API RefreshReport {
 
 /// Brings the table of mailboxes into line with what the mail server serves, as one unit: rows
 /// already written stay when it fails, but the next refresh reads everything again. Its changes
-/// share transactions. One at a time on this machine; on the calling thread.
+/// share transactions. A password's hash that the back-end replaced by something that is none comes
+/// back. One at a time on this machine; on the calling thread.
 /// @param sweep  true: any number of mailboxes may be swept; false: a sweep of more than
 /// "EmailSweepLimit" percent of the active ones, and more than 10, is refused
-/// A password's hash that the back-end replaced by something that is none comes back.
 /// @throws mgr_err::Error "limit" for a refused sweep, "email" for such hashes, "locked" while
 /// another refresh goes on, "plugin" without a mail back-end; whatever the back-end throws
 BRISQ_API RefreshReport Refresh(bool sweep);
