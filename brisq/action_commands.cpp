@@ -31,9 +31,6 @@ std::vector<Command> ActionCommands() {
       {.noun = "action",
        .verb = "list",
        .summary = "List the actions that modules have brought.",
-       .operands = {},
-       .options = {},
-       .one_of = {},
        .run = List,
        .reads = true},
       {.noun = "action",
@@ -41,8 +38,6 @@ std::vector<Command> ActionCommands() {
        .summary = "Run an action with all rights.",
        .operands = {{"NAME", "name of the action"},
                     {"PARAMS", "NAME=VALUE pairs joined by \"&\"", false, false}},
-       .options = {},
-       .one_of = {},
        .changes = true,
        .run = Run},
   };

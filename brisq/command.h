@@ -64,10 +64,10 @@ struct Command {
   std::string noun;
   std::string verb;  ///< empty for a command of one word
   std::string summary;
-  std::vector<Operand> operands;
-  std::vector<Option> options;
+  std::vector<Operand> operands = {};
+  std::vector<Option> options = {};
   /// Names of options of which exactly one must be given; empty for no such rule.
-  std::vector<std::string> one_of;
+  std::vector<std::string> one_of = {};
   /// Changes something, so that the option kDryRun is offered.
   bool changes = false;
   /// Does the work with an open instance; failures leave it as mgr_err::Error.

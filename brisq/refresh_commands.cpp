@@ -12,7 +12,7 @@ namespace {
 
 void WarnOfQuota(Call& call, const std::string& problem) {
   if (problem.empty()) return;
-  call.output.Warn("Dovecot tells no used space: " + problem);
+  call.output.Warn("Dovecot reports no used space: " + problem);
   call.exit_code = kExitDovecot;
 }
 
@@ -49,17 +49,13 @@ std::vector<Command> RefreshCommands() {
       {.noun = "refresh",
        .verb = "",
        .summary = "Bring the panel's mailboxes into line with Dovecot's passwd-file and figures.",
-       .operands = {},
-       .options = {{"--sweep", "", "whatever the number of mailboxes whose line is gone"}},
-       .one_of = {},
+       .options = {{"--sweep", "", "archive every mailbox whose line is gone, however many"}},
        .changes = true,
        .run = Refresh},
       {.noun = "usage",
        .verb = "",
        .summary = "Show the stored figures of used space.",
        .operands = {{"PATTERN", "an address, or a pattern with * and ?", false, false}},
-       .options = {},
-       .one_of = {},
        .run = Usage,
        .reads = true},
   };

@@ -76,7 +76,7 @@ std::string Field::Str() const { return owner_->GetField(column_); }
 void Field::Set(const std::string& value) {
   std::string canonical = value;
   if (check_ != nullptr && !check_(canonical)) {
-    throw mgr_err::Error("value", name_, "not acceptable");
+    throw mgr_err::Error("value", name_, "is not of the form that this field takes");
   }
   owner_->SetField(column_, canonical);
 }

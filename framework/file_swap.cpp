@@ -285,7 +285,8 @@ void FileSwap::PutInPlace() {
       return;
     }
   }
-  throw mgr_err::Error("file", path_, "rename: comes and goes all the time");
+  throw mgr_err::Error("file", path_,
+                       "another program makes and removes it again and again; try again");
 }
 
 bool FileSwap::ExchangeWithOld() {

@@ -65,7 +65,7 @@ void LogFile::Append(std::string_view line) {
     }
     file_.Close();
   }
-  throw mgr_err::Error("file", path_, "renamed again and again by others");
+  throw mgr_err::Error("file", path_, "another program renames it again and again; try again");
 }
 
 void LogFile::Open() {

@@ -148,8 +148,8 @@ Keeper& TheKeeper() {
 }
 
 mgr_err::Error Lost(const std::string& path) {
-  return mgr_err::Error("file", path,
-                        "is missing, and only with it can be opened what was sealed: put it back");
+  return mgr_err::Error(
+      "file", path, "is missing; nothing that was sealed can be opened without it: put it back");
 }
 
 // With the keeper's mutex.

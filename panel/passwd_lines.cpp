@@ -244,7 +244,7 @@ std::vector<Finding> ComparePasswdNames(const std::string& path, std::string_vie
     } else if (on.count(name) == 0) {
       findings.push_back({"PASSWD-STRANGER", Severity::kWarning, At(path, number),
                           name + " is no mailbox of the panel",
-                          "remove the line, or brisq mailbox add after removing it"});
+                          "remove the line; for a mailbox of this name then brisq mailbox add"});
     }
   }
   for (const std::string& address : active) {

@@ -24,7 +24,7 @@ std::string LockPath() {
 FileLock TakeLock() {
   std::optional<FileLock> lock = FileLock::Take(LockPath());
   if (!lock) {
-    throw mgr_err::Error("locked", "refresh", "another one goes on");
+    throw mgr_err::Error("locked", "refresh", "another refresh is running");
   }
   return std::move(*lock);
 }

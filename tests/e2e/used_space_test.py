@@ -92,7 +92,7 @@ class UsedSpace(MailboxTestCase):
                 try:
                     for words in (("refresh",), ("usage",)):
                         message = self.instance.brisq(*words, expect=9)
-                        self.assertIn("Dovecot tells no used space", message)
+                        self.assertIn("Dovecot reports no used space", message)
                         self.assertIn("plugin", message)
                 finally:
                     with open(conf, "w", encoding="utf-8") as file:

@@ -157,7 +157,7 @@ TEST_F(CommandsTest, WithoutFiguresRefreshEndsWithTheDovecotCode) {
   doveadm_.Reports("");
   const Ran ran = Run("refresh");
   EXPECT_EQ(9, ran.status);
-  EXPECT_THAT(ran.err, HasSubstr("Dovecot tells no used space"));
+  EXPECT_THAT(ran.err, HasSubstr("Dovecot reports no used space"));
 }
 
 TEST_F(CommandsTest, ReloadsAreRunAndShown) {

@@ -109,7 +109,8 @@ std::string Field::Str() const { return owner_->GetField(column_); }
 void Field::Set(const std::string& value) {
   Host::Instance().Note("Set " + name_ + " '" + value + "'");
   std::string checked = value;
-  if (check_ && !check_(checked)) throw mgr_err::Error("value", name_, "not acceptable");
+  if (check_ && !check_(checked))
+    throw mgr_err::Error("value", name_, "is not of the form that this field takes");
   owner_->SetField(column_, checked);
 }
 

@@ -134,7 +134,7 @@ TEST_F(ConfDataSetTest, ValuesThatTheFileCannotHoldAreRefusedWithoutBeingTold) {
       {"carriage return", users->home, "secret\r", "value: home: line break not allowed"},
       {"NUL", users->maildir, std::string("secret\0", 7), "value: maildir: NUL not allowed"},
       {"comment", users->name, "#secret", "value: name: must not begin as a comment does"},
-      {"letters", users->uid, "secret", "value: uid: not acceptable"},
+      {"letters", users->uid, "secret", "value: uid: is not of the form that this field takes"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);

@@ -142,8 +142,8 @@ TEST(Field, AValueIsCheckedMadeCanonicalAndThenOfferedToTheStorage) {
   } cases[] = {
       {"digits", "42", "", "42"},
       {"blanks around digits", " \t42 ", "", "42"},
-      {"a letter", "4x2", "value: number: not acceptable", "1"},
-      {"nothing", "", "value: number: not acceptable", "1"},
+      {"a letter", "4x2", "value: number: is not of the form that this field takes", "1"},
+      {"nothing", "", "value: number: is not of the form that this field takes", "1"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);

@@ -192,7 +192,8 @@ TEST_F(SealTest, ALostKeyIsNeverReplacedWhileSealedTextsAreKept) {
     mgr_seal::SetKeyFile(key_, [kept] { return kept; });
   };
   const std::string lost =
-      "file: " + key_ + ": is missing, and only with it can be opened what was sealed: put it back";
+      "file: " + key_ +
+      ": is missing; nothing that was sealed can be opened without it: put it back";
   lose(true);
   for (const char* name : {"seal", "open"}) {
     SCOPED_TRACE(name);

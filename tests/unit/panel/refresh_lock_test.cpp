@@ -23,7 +23,7 @@ class RefreshLockTest : public testing::Test {
 TEST_F(RefreshLockTest, OneHoldsItAtATime) {
   {
     const RefreshLock lock;
-    EXPECT_EQ("locked: refresh: another one goes on", Try());
+    EXPECT_EQ("locked: refresh: another refresh is running", Try());
   }
   EXPECT_EQ("none", Try());
 }
@@ -33,7 +33,7 @@ TEST_F(RefreshLockTest, AnotherProcessIsKeptOut) {
   const pid_t child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    ::_exit(Try() == "locked: refresh: another one goes on" ? 0 : 1);
+    ::_exit(Try() == "locked: refresh: another refresh is running" ? 0 : 1);
   }
   int status = -1;
   ASSERT_EQ(child, ::waitpid(child, &status, 0));

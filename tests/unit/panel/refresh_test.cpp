@@ -206,7 +206,7 @@ TEST_F(RefreshTest, FiguresStayWhenItFailsAfterTheWalkToo) {
 
 TEST_F(RefreshTest, ThereIsOneAtATime) {
   const brisq_panel::RefreshLock lock;
-  EXPECT_EQ("locked: refresh: another one goes on", TextOf([] { Refresh(false); }));
+  EXPECT_EQ("locked: refresh: another refresh is running", TextOf([] { Refresh(false); }));
 }
 
 TEST_F(RefreshTest, WithoutAMailBackendThereIsNone) {
