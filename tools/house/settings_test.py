@@ -31,6 +31,21 @@ class SettingsTest(unittest.TestCase):
     def test_a_setting_handed_on_by_name_counts_as_used(self):
         self.assertEqual([], self.differences('Reloader("Delay")', "| `Delay` | 2 | why |\n"))
 
+    def test_a_named_module_is_fine(self):
+        source = 'mgr_log::Module a("due", "brisq");\nmgr_log::Module b(\n    "conf", "brisq");\n'
+        self.assertEqual([], self.differences(source, "| `brisq.log` | `conf`, `due` |\n"))
+
+    def test_a_module_that_no_row_names_is_found(self):
+        found = self.differences('mgr_log::Module log_channel("due", "brisq");', "")
+        self.assertEqual([f"due: a module that writes brisq.log, not named in {settings.PAGE}"],
+                         found)
+
+    def test_a_module_in_the_row_of_another_log_is_found(self):
+        found = self.differences('mgr_log::Module log_channel("due", "brisq");',
+                                 "| `dormel.log` | `due` |\n")
+        self.assertEqual([f"due: a module that writes brisq.log, not named in {settings.PAGE}",
+                          f"due: named in {settings.PAGE}, writes no dormel.log"], found)
+
 
 if __name__ == "__main__":
     unittest.main()
