@@ -1,6 +1,8 @@
 #include "panel/text_rules.h"
 
-#include <cstdint>
+#include <algorithm>
+
+#include "framework/utf8.h"
 
 namespace brisq_panel {
 
@@ -8,44 +10,11 @@ namespace {
 
 constexpr char32_t kInvalid = 0xFFFFFFFF;
 
-constexpr std::size_t SequenceLength(unsigned char first) {
-  if (first < 0x80) {
-    return 1;
-  }
-  if (first >= 0xC2 && first < 0xE0) {
-    return 2;
-  }
-  if (first >= 0xE0 && first < 0xF0) {
-    return 3;
-  }
-  return first >= 0xF0 && first < 0xF5 ? 4 : 0;
-}
-
-// Smallest character that needs a sequence of this length: a longer form of a smaller one is none.
-constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-
-constexpr bool IsCharacter(char32_t c, std::size_t length) {
-  const bool surrogate = c >= 0xD800 && c < 0xE000;
-  return c >= kSmallest[length] && c <= 0x10FFFF && !surrogate;
-}
-
-// Takes the first character off the text.
+// Takes the first character, or a byte that is none, off the text.
 char32_t NextCharacter(std::string_view& text) {
-  const auto first = static_cast<unsigned char>(text.front());
-  const std::size_t length = SequenceLength(first);
-  if (length == 0 || text.size() < length) {
-    return kInvalid;
-  }
-  char32_t c = length == 1 ? first : first & (0x7Fu >> length);
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if ((byte & 0xC0) != 0x80) {
-      return kInvalid;
-    }
-    c = c << 6 | (byte & 0x3Fu);
-  }
-  text.remove_prefix(length);
-  return IsCharacter(c, length) ? c : kInvalid;
+  const utf8::Character first = utf8::FirstCharacter(text);
+  text.remove_prefix(std::max<std::size_t>(first.length, 1));
+  return first.length == 0 ? kInvalid : first.code;
 }
 
 constexpr bool IsInvisible(char32_t c) {
@@ -53,8 +22,6 @@ constexpr bool IsInvisible(char32_t c) {
          (c >= 0x2060 && c <= 0x206F) || (c >= 0xFE00 && c <= 0xFE0F) || c == 0xFEFF ||
          (c >= 0xE0000 && c <= 0xE0FFF);
 }
-
-constexpr bool IsControl(char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
 
 }  // namespace
 
@@ -74,7 +41,7 @@ void RefuseControl(const std::string& object, std::string_view text) {
     if (c == '\n' || c == '\r') {
       throw Refused(object, "line break not allowed");
     }
-    if (IsControl(c)) {
+    if (utf8::IsControl(c)) {
       throw Refused(object, "control character not allowed");
     }
   }
