@@ -30,18 +30,9 @@ Place& ThePlace() {
   return place;
 }
 
-// Makes durable that `made` is in the folder, or is not any more.
-void SyncFolder(const std::string& folder, const std::string& made) {
-  const Descriptor fd(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
-  if (!fd) {
-    sys::Fail("open", made);
-  }
-  file_steps::SyncDirectory(fd.get(), made);
-}
-
 void MakeFolder(const std::string& folder) {
   if (sys::MkDir(AT_FDCWD, folder.c_str(), 0700) == 0) {
-    SyncFolder(mgr_file::SplitPath(folder).first, folder);
+    file_steps::SyncDirectoryAt(mgr_file::SplitPath(folder).first, folder);
   } else if (errno != EEXIST) {
     sys::Fail("mkdir", folder);
   }
@@ -176,15 +167,8 @@ void Entry::Open() {
 }
 
 void Entry::Append(const std::string& text) {
-  std::string rest = text;
-  while (!rest.empty()) {
-    const iovec piece = {rest.data(), rest.size()};
-    const ssize_t written = sys::WriteV(file_.get(), &piece, 1);
-    if (written < 0) {
-      sys::Fail("write", mgr_file::ConcatPath(folder_, id_), "the step was not taken");
-    }
-    rest.erase(0, static_cast<std::size_t>(written));
-  }
+  file_steps::WriteAll(file_.get(), text, mgr_file::ConcatPath(folder_, id_),
+                       "the step was not taken");
   dirty_ = true;
 }
 
@@ -197,7 +181,7 @@ void Entry::Write(const std::vector<Step>& steps, bool durable) {
     std::string text;
     if (!file_) {
       Open();
-      SyncFolder(folder_, folder_);
+      file_steps::SyncDirectoryAt(folder_, folder_);
       text = Record(head_);
     }
     for (const Step& step : steps) {
@@ -230,7 +214,7 @@ void Entry::Remove(bool durable) noexcept {
   sys::Unlink(AT_FDCWD, mgr_file::ConcatPath(folder_, id_).c_str());
   try {
     if (durable) {
-      SyncFolder(folder_, folder_);
+      file_steps::SyncDirectoryAt(folder_, folder_);
     }
   } catch (const mgr_err::Error&) {
     // As above: only a power cut brings it back.
@@ -289,7 +273,7 @@ void Remove(const Dead& dead) {
   if (sys::Unlink(AT_FDCWD, dead.entry.path.c_str()) != 0 && errno != ENOENT) {
     sys::Fail("unlink", dead.entry.path);
   }
-  SyncFolder(mgr_file::SplitPath(dead.entry.path).first, dead.entry.path);
+  file_steps::SyncDirectoryAt(mgr_file::SplitPath(dead.entry.path).first, dead.entry.path);
 }
 
 }  // namespace journal

@@ -1,11 +1,9 @@
 #include "mgr_job.h"
 
-#include <cxxabi.h>
-
-#include <cstdlib>
 #include <typeinfo>
 
 #include "brisq_api.h"
+#include "framework/demangle.h"
 #include "framework/file_swap.h"
 #include "framework/rehearsal.h"
 #include "framework/request.h"
@@ -14,13 +12,7 @@
 
 namespace mgr_job {
 
-std::string ClassOf(const mgr_job::Job& job) {
-  const char* mangled = typeid(job).name();
-  int status = 0;
-  const std::unique_ptr<char, decltype(&std::free)> name(
-      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
-  return status == 0 ? name.get() : mangled;
-}
+std::string ClassOf(const mgr_job::Job& job) { return Demangled(typeid(job).name()); }
 
 Job::Job() {
   if (Request::Current() == nullptr) {

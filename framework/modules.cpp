@@ -1,15 +1,14 @@
 #include "framework/modules.h"
 
-#include <cxxabi.h>
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <system_error>
 
+#include "framework/demangle.h"
 #include "framework/module_registry.h"
 #include "framework/plugin_probe.h"
 #include "mgr_err.h"
@@ -20,13 +19,6 @@ namespace brisq_api {
 namespace {
 
 constexpr int kLoadLimitSeconds = 20;
-
-std::string Demangled(const std::string& symbol) {
-  int status = 0;
-  const std::unique_ptr<char, decltype(&std::free)> name(
-      abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status), &std::free);
-  return status == 0 ? name.get() : symbol;
-}
 
 // The loader's words, without the file's name and with a missing symbol in readable form.
 std::string LoaderError(const std::string& file) {

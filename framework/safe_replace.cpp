@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "framework/file_metadata.h"
+#include "framework/file_steps.h"
 #include "mgr_err.h"
 
 namespace safe_replace {
@@ -23,12 +24,6 @@ constexpr const char* kUnchanged = "the file is unchanged";
 constexpr std::size_t kWriteBack = std::size_t{4} << 20;
 constexpr std::int64_t kSecond = 1'000'000'000;
 
-std::string FolderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // What a symbolic link at the path leads to; empty when there is no link.
 std::string LinkAt(const std::string& path) {
   std::array<char, PATH_MAX> target;
@@ -36,7 +31,7 @@ std::string LinkAt(const std::string& path) {
   if (size < 0 && (errno == EINVAL || errno == ENOENT)) return {};
   if (size < 0) sys::Fail("readlink", path);
   const std::string to(target.data(), static_cast<std::size_t>(size));
-  return to.starts_with('/') ? to : FolderOf(path) + "/" + to;
+  return to.starts_with('/') ? to : file_steps::DirectoryOf(path) + "/" + to;
 }
 
 std::string FollowLinks(const std::string& path) {
@@ -103,7 +98,7 @@ std::vector<struct iovec> Vectors(const std::vector<std::string_view>& pieces) {
 Target Target::Resolve(const std::string& path) {
   Target target;
   target.path = FollowLinks(path);
-  const std::string folder = FolderOf(target.path);
+  const std::string folder = file_steps::DirectoryOf(target.path);
   target.name = target.path.substr(target.path.rfind('/') + 1);
   target.directory = Descriptor(sys::Open(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY));
   if (!target.directory) {
@@ -140,7 +135,7 @@ Replacement::~Replacement() {
 void Replacement::Create() {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
   file_ = Descriptor(sys::Open(target_.directory.get(), name_.c_str(), kFlags, 0600));
-  if (!file_) sys::Fail("open", FolderOf(target_.path) + "/" + name_, kUnchanged);
+  if (!file_) sys::Fail("open", file_steps::DirectoryOf(target_.path) + "/" + name_, kUnchanged);
   exists_ = true;
 }
 
@@ -238,16 +233,16 @@ std::string KeepAside(const Target& target, Replacement::Slot slot) {
   for (int number = 1;; ++number) {
     const std::string to = target.name + ".edited-" + std::to_string(number);
     if (sys::Rename(target.directory.get(), from.c_str(), to.c_str(), RENAME_NOREPLACE) == 0) {
-      return FolderOf(target.path) + "/" + to;
+      return file_steps::DirectoryOf(target.path) + "/" + to;
     }
-    if (errno != EEXIST) sys::Fail("rename", FolderOf(target.path) + "/" + from);
+    if (errno != EEXIST) sys::Fail("rename", file_steps::DirectoryOf(target.path) + "/" + from);
   }
 }
 
 void Sweep(const Target& target, Replacement::Slot slot) {
   const std::string name = TemporaryName(target.name, slot);
   if (sys::Unlink(target.directory.get(), name.c_str()) == 0 || errno == ENOENT) return;
-  sys::Fail("unlink", FolderOf(target.path) + "/" + name, kUnchanged);
+  sys::Fail("unlink", file_steps::DirectoryOf(target.path) + "/" + name, kUnchanged);
 }
 
 void SyncDirectory(const Target& target) {
@@ -256,7 +251,7 @@ void SyncDirectory(const Target& target) {
   const std::string reason = std::generic_category().message(errno);
   throw mgr_err::Error("doubt", target.path,
                        "was changed, but the change may be lost on a power failure: fsync of " +
-                           FolderOf(target.path) + ": " + reason);
+                           file_steps::DirectoryOf(target.path) + ": " + reason);
 }
 
 }  // namespace safe_replace

@@ -12,6 +12,8 @@
 
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/file_steps.h"
+#include "framework/random_hex.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
 
@@ -93,9 +95,7 @@ class Temporary {
   Temporary& operator=(const Temporary&) = delete;
 
   void Fill(const unsigned char* bytes, std::size_t size) {
-    if (::write(file_.get(), bytes, size) != static_cast<ssize_t>(size)) {
-      throw mgr_file::FileError(path_, "write");
-    }
+    file_steps::WriteAll(file_.get(), {reinterpret_cast<const char*>(bytes), size}, path_);
     if (::fsync(file_.get()) != 0) {
       throw mgr_file::FileError(path_, "fsync");
     }
@@ -107,32 +107,18 @@ class Temporary {
   Descriptor file_;
 };
 
-void SyncDirectoryOf(const std::string& path) {
-  const std::string directory = mgr_file::SplitPath(path).first;
-  const Descriptor handle(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (handle.get() < 0 || ::fsync(handle.get()) != 0) {
-    throw mgr_file::FileError(directory, "fsync");
-  }
-}
-
-std::string RandomSuffix() {
-  unsigned char bytes[8];
-  randombytes_buf(bytes, sizeof bytes);
-  char text[2 * sizeof bytes + 1];
-  return sodium_bin2hex(text, sizeof text, bytes, sizeof bytes);
-}
-
 void MakeKey(const std::string& path) {
   const Key key = NewKeyMemory();
   crypto_secretbox_keygen(key.get());
-  Temporary fresh(path + "." + RandomSuffix());
+  Temporary fresh(path + "." + RandomHex());
   fresh.Fill(key.get(), kKeyBytes);
   // A link does not replace: when another process was quicker, its key stays.
   if (::link(fresh.path().c_str(), path.c_str()) != 0 && errno != EEXIST) {
     throw mgr_file::FileError(path, "link");
   }
   // What is sealed with a key that a power cut takes away is lost.
-  SyncDirectoryOf(path);
+  const std::string directory = file_steps::DirectoryOf(path);
+  file_steps::SyncDirectoryAt(directory, directory);
 }
 
 struct Keeper {

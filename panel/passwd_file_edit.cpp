@@ -14,6 +14,7 @@
 #include "framework/conf_stamp.h"
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/file_steps.h"
 #include "framework/rehearsal.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
@@ -59,15 +60,6 @@ void Remove(const std::string& folder) noexcept {
   std::filesystem::remove_all(folder, error);
 }
 
-void WriteAll(int fd, std::string_view content, const std::string& path) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(fd, content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw mgr_file::FileError(path, "write");
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
-
 }  // namespace
 
 void PasswdFileEdit::SetFolder(const std::string& folder) {
@@ -101,7 +93,7 @@ void PasswdFileEdit::MakeCopy() {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   const Descriptor file(::open(copy_.c_str(), kFlags, 0600));
   if (!file) throw mgr_file::FileError(copy_, "open");
-  WriteAll(file.get(), before_, copy_);
+  file_steps::WriteAll(file.get(), before_, copy_);
 }
 
 PasswdFileEdit::Review PasswdFileEdit::Look() {

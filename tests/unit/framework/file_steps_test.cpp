@@ -74,4 +74,41 @@ TEST_F(FileStepsTest, ADirectoryIsSyncedWhereThatIsPossible) {
             ErrorOf([&] { file_steps::SyncDirectory(fd.get(), "d"); }));
 }
 
+TEST_F(FileStepsTest, ADirectoryThatIsNotOpenIsSyncedToo) {
+  support::SysFault fault;
+  file_steps::SyncDirectoryAt(directory.path(), "d");
+  EXPECT_EQ(2U, fault.Calls());
+  fault.FailCall("fsync", EIO);
+  EXPECT_EQ("file: d: fsync: Input/output error",
+            ErrorOf([&] { file_steps::SyncDirectoryAt(directory.path(), "d"); }));
+  EXPECT_EQ("file: d: open: No such file or directory",
+            ErrorOf([&] { file_steps::SyncDirectoryAt(directory / "none", "d"); }));
+}
+
+TEST_F(FileStepsTest, AllIsWrittenHoweverLittleTheSystemTakesAtATime) {
+  support::SysFault fault;
+  fault.CutWrites(2);
+  file_steps::WriteAll(file.get(), "abcdefg", "f");
+  EXPECT_EQ(4U, fault.Calls());
+  EXPECT_EQ("abcdefg", directory.Read("file"));
+}
+
+TEST_F(FileStepsTest, AWriteThatFailsNamesTheFileAndItsState) {
+  support::SysFault fault;
+  fault.FailCall("write", EIO);
+  EXPECT_EQ("file: f: write: Input/output error; it is unchanged",
+            ErrorOf([&] { file_steps::WriteAll(file.get(), "abc", "f", "it is unchanged"); }));
+}
+
+TEST(FileSteps, TheDirectoryOfAPathIsWhereItsEntryStands) {
+  const struct {
+    const char* path;
+    const char* directory;
+  } cases[] = {{"/a/b/c", "/a/b"}, {"/a", "/"}, {"a/b", "a"}, {"a", "."}, {"/", "/"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path);
+    EXPECT_EQ(c.directory, file_steps::DirectoryOf(c.path));
+  }
+}
+
 }  // namespace

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "mgr_err.h"
+#include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -72,6 +73,13 @@ TEST_F(SealTest, WhatWasSealedOpensAgain) {
       EXPECT_THAT(sealed, Not(HasSubstr(c.clear)));
     }
   }
+}
+
+TEST_F(SealTest, AKeyIsMadeWhereDirectoriesCannotBeSynced) {
+  support::SysFault fault;
+  fault.FailCall("fsync", EINVAL);
+  EXPECT_EQ("secret", mgr_seal::Open(mgr_seal::Seal("secret")));
+  EXPECT_TRUE(fault.Failed());
 }
 
 TEST_F(SealTest, SealedTextIsPrintable) {
