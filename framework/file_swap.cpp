@@ -1,55 +1,21 @@
 #include "framework/file_swap.h"
 
 #include <fcntl.h>
-#include <sys/uio.h>
 
 #include <cerrno>
 #include <utility>
 
+#include "framework/aside.h"
 #include "framework/descriptor.h"
-#include "framework/entry_print.h"
 #include "framework/file_steps.h"
-#include "framework/random_hex.h"
-#include "framework/request.h"
+#include "framework/fingerprint.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
 
 namespace {
 
-std::string DirectoryOf(const std::string& path) {
-  const std::string directory = mgr_file::SplitPath(path).first;
-  if (directory.empty()) {
-    return path.starts_with('/') ? "/" : ".";
-  }
-  return directory;
-}
-
-std::string NameBeside(const std::string& directory) {
-  return mgr_file::ConcatPath(directory, ".brisq-job-" + RandomHex());
-}
-
 // Second name of what is replaced, where entries can't be exchanged.
 std::string NameOfOld(const std::string& aside) { return aside + "-old"; }
-
-void WriteAll(int fd, std::string_view content, const std::string& path) {
-  std::string buffer(content);
-  for (std::size_t at = 0; at < buffer.size();) {
-    const iovec piece = {buffer.data() + at, buffer.size() - at};
-    const ssize_t written = sys::WriteV(fd, &piece, 1);
-    if (written < 0) {
-      sys::Fail("write", path);
-    }
-    at += static_cast<std::size_t>(written);
-  }
-}
-
-void SyncDirectory(const std::string& directory) {
-  const Descriptor fd(sys::Open(AT_FDCWD, directory.c_str(), O_RDONLY | O_DIRECTORY));
-  if (!fd) {
-    sys::Fail("open", directory);
-  }
-  file_steps::SyncDirectory(fd.get(), directory);
-}
 
 int Rename(const std::string& from, const std::string& to, unsigned flags) {
   return sys::Rename(AT_FDCWD, from.c_str(), to.c_str(), flags);
@@ -74,7 +40,7 @@ int Unlink(const std::string& path) { return sys::Unlink(AT_FDCWD, path.c_str())
 std::string WhereKept(const journal::Step& step) {
   const std::string aside = step.Value("aside");
   for (const std::string& name : {aside, NameOfOld(aside)}) {
-    if (entry_print::At(name) == step.Value("old")) {
+    if (fingerprint::At(name) == step.Value("old")) {
       return name;
     }
   }
@@ -101,18 +67,18 @@ bool FileSwap::Stamp::operator==(const Stamp& other) const noexcept {
 }
 
 FileSwap::FileSwap(const std::string& path)
-    : path_(path), directory_(DirectoryOf(path)), aside_(NameBeside(directory_)) {}
+    : path_(path), directory_(file_steps::DirectoryOf(path)), aside_(aside::PathBeside(path)) {}
 
 // From the delegation on the destructor cleans up after an exception.
 FileSwap::FileSwap(const std::string& path, std::string_view content, const mgr_file::Attrs& attrs)
     : FileSwap(path) {
-  Note(entry_print::OfContent(content));
+  Note(fingerprint::OfContent(content));
   const Descriptor fd(
       sys::Open(AT_FDCWD, aside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
   if (!fd) {
     sys::Fail("open", path_);
   }
-  WriteAll(fd.get(), content, path_);
+  file_steps::WriteAll(fd.get(), content, path_);
   file_steps::SetAttrs(fd.get(), attrs, path_);
   if (sys::FSync(fd.get()) != 0) {
     sys::Fail("fsync", path_);
@@ -121,97 +87,45 @@ FileSwap::FileSwap(const std::string& path, std::string_view content, const mgr_
 }
 
 FileSwap::FileSwap(const std::string& path, const LinkTo& link) : FileSwap(path) {
-  Note(entry_print::OfLink(link.target));
+  Note(fingerprint::OfLink(link.target));
   if (sys::SymLink(link.target.c_str(), AT_FDCWD, aside_.c_str()) != 0) {
     sys::Fail("symlink", path_);
   }
   stamp_ = StampOf(aside_);
 }
 
-FileSwap::FileSwap(const std::string& path, const Nothing&) : FileSwap(path) {
-  removal_ = true;
-  if (entry_print::IsLink(entry_print::At(path_))) {
-    Note(entry_print::kNone);
-  }
-}
-
 void FileSwap::Note(const std::string& fresh) const {
-  if (Request* request = Request::Current()) {
-    request->NoteSteps({{"swap",
-                         {{"path", path_},
-                          {"aside", aside_},
-                          {"old", entry_print::At(path_)},
-                          {"new", fresh},
-                          {"what", path_ + (removal_ ? " removed" : " replaced")}}}});
-  }
+  aside::Note(path_, aside_, fresh, path_ + " replaced");
 }
 
 FileSwap::~FileSwap() {
   // What was replaced and could not be put back must stay.
   if (!published_) {
-    RemoveAside();
+    aside::Remove(aside_);
   }
 }
 
 void FileSwap::RefuseUnfit(const std::string& path) {
   struct stat directory = {};
-  if (sys::Stat(AT_FDCWD, DirectoryOf(path).c_str(), &directory, 0) != 0) {
+  if (sys::Stat(AT_FDCWD, file_steps::DirectoryOf(path).c_str(), &directory, 0) != 0) {
     sys::Fail("open", path);
   }
   RefuseDirectory(path);
 }
 
 void FileSwap::Publish() {
-  if (removal_) {
-    return PublishRemoval();
-  }
   RefuseDirectory(path_);
   PutInPlace();
   published_ = true;
   try {
-    SyncDirectory(directory_);
+    file_steps::SyncDirectoryAt(directory_, directory_);
   } catch (...) {
     Restore();
     throw;
   }
-}
-
-void FileSwap::PublishRemoval() {
-  if (!entry_print::IsLink(entry_print::At(path_))) {
-    aside_.clear();
-    return;
-  }
-  if (Rename(path_, aside_, 0) != 0) {
-    sys::Fail("rename", path_);
-  }
-  published_ = true;
-  try {
-    SyncDirectory(directory_);
-  } catch (...) {
-    Restore();
-    throw;
-  }
-}
-
-void FileSwap::RestoreRemoved() {
-  if (aside_.empty()) {
-    return;
-  }
-  if (Rename(aside_, path_, RENAME_NOREPLACE) != 0) {
-    if (errno != EEXIST) {
-      sys::Fail("undo", path_, WhereOldIs());
-    }
-    Discard();
-    throw mgr_err::Error("file", path_, "not undone: changed since");
-  }
-  aside_.clear();
-  SyncDirectory(directory_);
 }
 
 void FileSwap::Restore() {
-  if (removal_) {
-    return RestoreRemoved();
-  }
   if (!(StampOf(path_) == stamp_)) {
     Discard();
     throw mgr_err::Error("file", path_, "not undone: changed since");
@@ -220,19 +134,19 @@ void FileSwap::Restore() {
     sys::Fail("undo", path_, WhereOldIs());
   }
   aside_.clear();
-  SyncDirectory(directory_);
+  file_steps::SyncDirectoryAt(directory_, directory_);
 }
 
-void FileSwap::Discard() noexcept { RemoveAside(); }
+void FileSwap::Discard() noexcept { aside::Remove(aside_); }
 
 bool FileSwap::Undo(const journal::Step& step) {
   const std::string path = step.Value("path");
   const std::string old = step.Value("old");
   const std::string fresh = step.Value("new");
-  const std::string there = entry_print::At(path);
-  const bool still_aside = entry_print::At(step.Value("aside")) == fresh;
+  const std::string there = fingerprint::At(path);
+  const bool still_aside = fingerprint::At(step.Value("aside")) == fresh;
   const bool published = there == fresh && fresh != old && !still_aside;
-  if (published && old == entry_print::kNone) {
+  if (published && old == fingerprint::kNone) {
     if (Unlink(path) != 0) {
       sys::Fail("undo", path);
     }
@@ -250,7 +164,8 @@ void FileSwap::Finish(const journal::Step& step) {
       sys::Fail("unlink", name);
     }
   }
-  SyncDirectory(DirectoryOf(aside));
+  const std::string directory = file_steps::DirectoryOf(aside);
+  file_steps::SyncDirectoryAt(directory, directory);
 }
 
 FileSwap::Stamp FileSwap::StampOf(const std::string& path) const {
@@ -268,20 +183,10 @@ std::string FileSwap::WhereOldIs() const {
   return published_ && !aside_.empty() ? "the old one is " + aside_ : "";
 }
 
-void FileSwap::RemoveAside() noexcept {
-  if (aside_.empty()) {
-    return;
-  }
-  if (Unlink(aside_) != 0 && errno != ENOENT && Request::Current() != nullptr) {
-    Request::Current()->KeepEntry();
-  }
-  aside_.clear();
-}
-
 void FileSwap::PutInPlace() {
   // Each refusal means that the other case has just come about: a few rounds settle it.
   for (int round = 0; round < 100; ++round) {
-    if (ExchangeWithOld() || PlaceIfNone()) {
+    if (TryRename(RENAME_EXCHANGE, ENOENT) || TryRename(RENAME_NOREPLACE, EEXIST)) {
       return;
     }
   }
@@ -289,33 +194,22 @@ void FileSwap::PutInPlace() {
                        "another program makes and removes it again and again; try again");
 }
 
-bool FileSwap::ExchangeWithOld() {
-  if (Rename(aside_, path_, RENAME_EXCHANGE) == 0) {
+// False when the system refuses by `refusal`, since something, or nothing, is at the path.
+bool FileSwap::TryRename(unsigned flags, int refusal) {
+  if (Rename(aside_, path_, flags) == 0) {
+    if (flags == RENAME_NOREPLACE) {
+      aside_.clear();
+    }
     return true;
   }
-  if (Unsupported(errno)) {
-    ReplaceByRename();
-    return true;
+  if (errno == refusal) {
+    return false;
   }
-  if (errno != ENOENT) {
+  if (!Unsupported(errno)) {
     sys::Fail("rename", path_);
   }
-  return false;
-}
-
-bool FileSwap::PlaceIfNone() {
-  if (Rename(aside_, path_, RENAME_NOREPLACE) == 0) {
-    aside_.clear();
-    return true;
-  }
-  if (Unsupported(errno)) {
-    ReplaceByRename();
-    return true;
-  }
-  if (errno != EEXIST) {
-    sys::Fail("rename", path_);
-  }
-  return false;
+  ReplaceByRename();
+  return true;
 }
 
 void FileSwap::ReplaceByRename() {

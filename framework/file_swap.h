@@ -10,12 +10,10 @@
 #include "mgr_file.h"
 
 /// A file or symbolic link that is prepared beside its place, put there whole, and can be taken
-/// back: what a job needs to replace or remove an entry of a directory that belongs to the system.
+/// back: what a job needs to replace an entry of a directory that belongs to the system.
 ///
-/// Beside the target, in its directory, stands an entry named ".brisq-job-" and 16 hexadecimal
-/// digits: first the prepared one, then what it replaced, until Discard or Restore. It never ends
-/// in an extension. Inside of a request the journal knows of it before it is made, so that one that
-/// a killed process has left is dealt with by Undo or Finish.
+/// Beside the target stands (framework/aside.h) first the prepared entry, then what it replaced,
+/// until Discard or Restore. What a killed process has left there is dealt with by Undo or Finish.
 class BRISQ_API FileSwap {
  public:
   /// Where a symbolic link leads, taken as it stands.
@@ -31,9 +29,6 @@ class BRISQ_API FileSwap {
   /// Prepares a symbolic link.
   /// @throws as above
   FileSwap(const std::string& path, const LinkTo& link);
-  /// Prepares the removal of a symbolic link; Publish does nothing when there is none.
-  struct Nothing {};
-  FileSwap(const std::string& path, const Nothing&);
   /// Removes what was prepared and never put in place.
   ~FileSwap();
   FileSwap(const FileSwap&) = delete;
@@ -59,7 +54,8 @@ class BRISQ_API FileSwap {
   /// After Publish: removes what was replaced. Failing to do so leaves it behind.
   void Discard() noexcept;
 
-  /// Takes back what a dead process has noted in the journal and perhaps done.
+  /// Takes back what a dead process has noted in the journal and perhaps done, by this class or by
+  /// LinkRemoval.
   /// @return false when somebody else has changed the entry since: it stays as it is
   /// @throws mgr_err::Error "file" when the system refuses, or when what was replaced is gone
   static bool Undo(const journal::Step& step);
@@ -79,20 +75,15 @@ class BRISQ_API FileSwap {
 
   explicit FileSwap(const std::string& path);
   void Note(const std::string& fresh) const;
-  void PublishRemoval();
-  void RestoreRemoved();
   Stamp StampOf(const std::string& path) const;
   std::string WhereOldIs() const;
-  void RemoveAside() noexcept;
   void PutInPlace();
-  bool ExchangeWithOld();
-  bool PlaceIfNone();
+  bool TryRename(unsigned flags, int refusal);
   void ReplaceByRename();
 
   std::string path_;
   std::string directory_;
   std::string aside_;  // the entry beside the target; empty when there is none
   Stamp stamp_;
-  bool removal_ = false;
   bool published_ = false;
 };

@@ -2,8 +2,9 @@
 
 #include <sys/stat.h>
 
-#include "framework/entry_print.h"
 #include "framework/file_swap.h"
+#include "framework/fingerprint.h"
+#include "framework/link_removal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
@@ -53,7 +54,7 @@ void PlaceLink::Forget() noexcept { swap_->Discard(); }
 
 std::string PlaceLink::Rehearse() {
   RefuseOther(path_);
-  return entry_print::At(path_) == entry_print::OfLink(target_)
+  return fingerprint::At(path_) == fingerprint::OfLink(target_)
              ? ""
              : "link " + path_ + " to " + target_ + " placed";
 }
@@ -63,16 +64,16 @@ RemoveLink::RemoveLink(const std::string& path) : path_(path) {}
 RemoveLink::~RemoveLink() = default;
 
 void RemoveLink::Do() {
-  swap_ = std::make_unique<FileSwap>(path_, FileSwap::Nothing{});
-  swap_->Publish();
+  removal_ = std::make_unique<LinkRemoval>(path_);
+  removal_->Publish();
 }
 
-void RemoveLink::Undo() { swap_->Restore(); }
+void RemoveLink::Undo() { removal_->Restore(); }
 
-void RemoveLink::Forget() noexcept { swap_->Discard(); }
+void RemoveLink::Forget() noexcept { removal_->Discard(); }
 
 std::string RemoveLink::Rehearse() {
-  return entry_print::IsLink(entry_print::At(path_)) ? "link " + path_ + " removed" : "";
+  return fingerprint::IsLink(fingerprint::At(path_)) ? "link " + path_ + " removed" : "";
 }
 
 }  // namespace brisq_panel

@@ -7,6 +7,7 @@
 #include "mgr_job.h"
 
 class FileSwap;
+class LinkRemoval;
 
 /// Jobs on symbolic links in directories of the system.
 namespace brisq_panel {
@@ -46,7 +47,7 @@ class BRISQ_API RemoveLink : public mgr_job::Job {
 
  private:
   std::string path_;
-  std::unique_ptr<FileSwap> swap_;
+  std::unique_ptr<LinkRemoval> removal_;
 };
 
 }  // namespace brisq_panel

@@ -9,8 +9,8 @@
 #include "brisq_api.h"
 #include "framework/database.h"
 #include "framework/due.h"
-#include "framework/entry_print.h"
 #include "framework/file_swap.h"
+#include "framework/fingerprint.h"
 #include "framework/job_table.h"
 #include "framework/line_undo.h"
 #include "framework/request.h"
@@ -85,7 +85,7 @@ TEST_F(JournalRecoveryTest, ARequestThatWasNotCommittedIsUndone) {
   Leave({Line({"u", "", "u:1", ""}),
          {"sysdir", {{"path", dir_ / "made"}}},
          {"sysdir", {{"path", dir_ / "made/deeper"}}},
-         Swap(entry_print::OfContent("old"), entry_print::OfContent("fresh")),
+         Swap(fingerprint::OfContent("old"), fingerprint::OfContent("fresh")),
          {"call", {{"action", "test.owed"}}}});
   const auto recovered = Recover();
   ASSERT_EQ(1u, recovered.size());
@@ -112,7 +112,7 @@ TEST_F(JournalRecoveryTest, ARequestThatWasCommittedIsFinished) {
   dir_.Write("aside", "old");
   job_table::Add({0, kId, "mailbox add", "alice", "then", job_table::kDone, "", "", 0});
   Leave({Line({"u", "", "u:1", ""}),
-         Swap(entry_print::OfContent("old"), entry_print::OfContent("fresh")),
+         Swap(fingerprint::OfContent("old"), fingerprint::OfContent("fresh")),
          {"call", {{"action", "test.owed"}, {"params", "n=7"}}},
          {"call", {{"action", "test.gone"}, {"params", ""}}},
          {"command", {{"line", "true"}}}});
@@ -143,7 +143,7 @@ TEST_F(JournalRecoveryTest, WhatSomebodyElseHasChangedStaysAndIsSaid) {
   dir_.Write("made/by hand", "");
   Leave({Line({"u", "u:1", "u:2", ""}),
          {"sysdir", {{"path", dir_ / "made"}, {"what", "directory made"}}},
-         Swap(entry_print::OfContent("old"), entry_print::OfContent("fresh"))});
+         Swap(fingerprint::OfContent("old"), fingerprint::OfContent("fresh"))});
   const auto recovered = Recover();
   ASSERT_EQ(1u, recovered.size());
   EXPECT_EQ(3u, recovered[0].left.size());
@@ -186,8 +186,8 @@ TEST_F(JournalRecoveryTest, AnEntryStaysWhenWhatFollowsItCantBeDone) {
 
 // Each state in which a process that replaces a file may die, with and without an old one.
 TEST_F(JournalRecoveryTest, AReplacementIsTakenBackFromEveryState) {
-  const std::string old = entry_print::OfContent("old");
-  const std::string fresh = entry_print::OfContent("fresh");
+  const std::string old = fingerprint::OfContent("old");
+  const std::string fresh = fingerprint::OfContent("fresh");
   struct Case {
     const char* name;
     const char* noted;  // what was there before; null for nothing
@@ -223,10 +223,10 @@ TEST_F(JournalRecoveryTest, AReplacementIsTakenBackFromEveryState) {
       }
     }
     const std::string noted =
-        one.noted == nullptr ? entry_print::kNone : entry_print::OfContent(one.noted);
+        one.noted == nullptr ? fingerprint::kNone : fingerprint::OfContent(one.noted);
     EXPECT_EQ(!one.said, FileSwap::Undo(Swap(noted, fresh)));
-    EXPECT_EQ(one.left == nullptr ? entry_print::kNone : entry_print::OfContent(one.left),
-              entry_print::At(dir_ / "file"));
+    EXPECT_EQ(one.left == nullptr ? fingerprint::kNone : fingerprint::OfContent(one.left),
+              fingerprint::At(dir_ / "file"));
     EXPECT_FALSE(Exists("aside"));
     EXPECT_FALSE(Exists("aside-old"));
   }
@@ -234,7 +234,7 @@ TEST_F(JournalRecoveryTest, AReplacementIsTakenBackFromEveryState) {
 
 TEST_F(JournalRecoveryTest, ALostOldFileIsAnError) {
   dir_.Write("file", "fresh");
-  EXPECT_THROW(FileSwap::Undo(Swap(entry_print::OfContent("old"), entry_print::OfContent("fresh"))),
+  EXPECT_THROW(FileSwap::Undo(Swap(fingerprint::OfContent("old"), fingerprint::OfContent("fresh"))),
                mgr_err::Error);
   EXPECT_EQ("fresh", dir_.Read("file"));
 }

@@ -7,7 +7,7 @@
 
 /// A short text that stands for what is at a path, by which the journal knows later whether it is
 /// still the same: content counts, owner, mode and times do not.
-namespace entry_print {
+namespace fingerprint {
 
 /// Of a path where nothing is.
 constexpr const char* kNone = "none";
@@ -20,6 +20,6 @@ BRISQ_API std::string OfContent(std::string_view content);
 /// Of a symbolic link that leads to `target`.
 BRISQ_API std::string OfLink(const std::string& target);
 
-BRISQ_API bool IsLink(const std::string& print);
+BRISQ_API bool IsLink(const std::string& text);
 
-}  // namespace entry_print
+}  // namespace fingerprint

@@ -1,4 +1,4 @@
-#include "framework/entry_print.h"
+#include "framework/fingerprint.h"
 
 #include <fcntl.h>
 #include <sodium.h>
@@ -10,7 +10,7 @@
 #include "framework/sys.h"
 #include "mgr_file.h"
 
-namespace entry_print {
+namespace fingerprint {
 
 namespace {
 
@@ -54,6 +54,6 @@ std::string OfContent(std::string_view content) {
 
 std::string OfLink(const std::string& target) { return kLink + target; }
 
-bool IsLink(const std::string& print) { return print.starts_with(kLink); }
+bool IsLink(const std::string& text) { return text.starts_with(kLink); }
 
-}  // namespace entry_print
+}  // namespace fingerprint

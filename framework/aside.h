@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "brisq_export.h"
+
+/// The entry that a job keeps beside its target while the target changes: ".brisq-job-" and 16
+/// hexadecimal digits, in the target's directory, without an extension. Inside of a request the
+/// journal knows of it before it is made, so that one that a killed process has left is dealt with
+/// by FileSwap::Undo or FileSwap::Finish.
+namespace aside {
+
+/// A path for a new one. Nothing is made.
+BRISQ_API std::string PathBeside(const std::string& target);
+
+/// Tells the journal of the running request, if there is one, what is about to happen.
+/// @param aside  the entry beside
+/// @param fresh  fingerprint of what is to stand at the target
+/// @param what   in words, with the target: "/a/b replaced"
+/// @throws mgr_err::Error "file"
+BRISQ_API void Note(const std::string& target, const std::string& aside, const std::string& fresh,
+                    const std::string& what);
+
+/// Removes it and forgets its name; an empty name is none. One that can't be removed stays, and the
+/// request's entry in the journal with it.
+BRISQ_API void Remove(std::string& aside) noexcept;
+
+}  // namespace aside
