@@ -10,7 +10,7 @@
 namespace brisq {
 namespace {
 
-mgr_log::Module logger("config", "brisq");
+mgr_log::Module log_channel("config", "brisq");
 
 }  // namespace
 
@@ -24,10 +24,11 @@ void ConfigWatch::TakeUpChanges() {
     const mgr_cf::Settings settings = mgr_cf::ReadSettings(file_);
     brisq_panel::CheckNumericSettings(settings);
     mgr_cf::Apply(settings);
-    if (logger.Check(mgr_log::kInfo)) logger.Write(mgr_log::kInfo, "%s taken up", file_.c_str());
+    if (log_channel.Check(mgr_log::kInfo))
+      log_channel.Write(mgr_log::kInfo, "%s taken up", file_.c_str());
   } catch (const std::exception& error) {
-    if (logger.Check(mgr_log::kError))
-      logger.Write(mgr_log::kError, "changed settings not taken up: %s", error.what());
+    if (log_channel.Check(mgr_log::kError))
+      log_channel.Write(mgr_log::kError, "changed settings not taken up: %s", error.what());
   }
 }
 

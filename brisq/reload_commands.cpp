@@ -1,10 +1,9 @@
-#include <fmt/chrono.h>
-#include <fmt/format.h>
 
 #include "brisq/command_groups.h"
 #include "brisq/output.h"
 #include "brisq_api.h"
 #include "framework/reload_queue.h"
+#include "framework/utc.h"
 #include "mgr_err.h"
 
 namespace brisq {
@@ -15,8 +14,7 @@ using reloader::Milliseconds;
 using reloader::ReloadRun;
 
 std::string Time(Milliseconds at) {
-  if (at == 0) return "";
-  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(at / 1000)));
+  return at == 0 ? "" : UtcText(static_cast<std::time_t>(at / 1000));
 }
 
 std::string Word(GroupStatus::State state) {

@@ -9,10 +9,11 @@
 namespace brisq {
 namespace {
 
-mgr_log::Module serve_log("serve", "dormel");
+mgr_log::Module log_channel("serve", "dormel");
 
 void Warn(const std::string& text) {
-  if (serve_log.Check(mgr_log::kWarning)) serve_log.Write(mgr_log::kWarning, "%s", text.c_str());
+  if (log_channel.Check(mgr_log::kWarning))
+    log_channel.Write(mgr_log::kWarning, "%s", text.c_str());
 }
 
 }  // namespace

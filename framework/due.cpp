@@ -12,7 +12,7 @@ namespace due {
 
 namespace {
 
-mgr_log::Module due_log("due", "brisq");
+mgr_log::Module log_channel("due", "brisq");
 
 struct Queue {
   std::mutex running;  // held by the thread that runs commands; taken before `mutex`
@@ -37,8 +37,8 @@ std::optional<std::string> TakeFirst() {
 }
 
 void LogFailure(const std::string& command, const std::string& reason) {
-  if (due_log.Check(mgr_log::kError)) {
-    due_log.Write(mgr_log::kError, "command failed: %s: %s", command.c_str(), reason.c_str());
+  if (log_channel.Check(mgr_log::kError)) {
+    log_channel.Write(mgr_log::kError, "command failed: %s: %s", command.c_str(), reason.c_str());
   }
 }
 
@@ -47,8 +47,8 @@ void RunCommand(const std::string& command) {
   const int status = run.Result();
   if (status != 0) {
     LogFailure(command, "exit status " + std::to_string(status));
-  } else if (due_log.Check(mgr_log::kInfo)) {
-    due_log.Write(mgr_log::kInfo, "command done: %s", command.c_str());
+  } else if (log_channel.Check(mgr_log::kInfo)) {
+    log_channel.Write(mgr_log::kInfo, "command done: %s", command.c_str());
   }
 }
 

@@ -17,16 +17,16 @@ namespace mgr_log {
 namespace {
 
 // The lock ends with the scope; the file may have been closed by then.
-class FileLock {
+class ScopedFlock {
  public:
-  FileLock(int file, int operation) : file_(file), held_(TryLock(operation)) {}
-  ~FileLock() {
+  ScopedFlock(int file, int operation) : file_(file), held_(TryLock(operation)) {}
+  ~ScopedFlock() {
     if (held_) {
       ::flock(file_, LOCK_UN);
     }
   }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
+  ScopedFlock(const ScopedFlock&) = delete;
+  ScopedFlock& operator=(const ScopedFlock&) = delete;
 
   bool held() const { return held_; }
 
@@ -57,7 +57,7 @@ void LogFile::Append(std::string_view line) {
     }
     PutAsideWhenFull(line.size());
     {
-      const FileLock lock(file_.get(), LOCK_SH);
+      const ScopedFlock lock(file_.get(), LOCK_SH);
       if (IsCurrent()) {
         WriteAll(line);
         return;
@@ -100,7 +100,7 @@ void LogFile::PutAsideWhenFull(std::size_t more) {
   // Whoever else writes finds the file full as well and comes here with no lock held, so one of all
   // gets it soon; only a process that was stopped while it wrote makes the tries run out.
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const FileLock lock(file_.get(), LOCK_EX | LOCK_NB);
+    const ScopedFlock lock(file_.get(), LOCK_EX | LOCK_NB);
     if (!lock.held()) {
       std::this_thread::sleep_for(std::chrono::microseconds(100));
       continue;

@@ -16,7 +16,7 @@ namespace reloader {
 
 namespace {
 
-mgr_log::Module logger("reload", "brisq");
+mgr_log::Module log_channel("reload", "brisq");
 
 constexpr char kServeLock[] = "serve.lock";
 constexpr char kRunLock[] = "reload.lock";
@@ -27,24 +27,26 @@ constexpr std::chrono::milliseconds kServePatience{1000};
 
 void LogRun(const ReloadRun& run, std::size_t requests) {
   const char* const kind = run.hard ? "restart" : "reload";
-  if (run.failures > 0 && logger.Check(mgr_log::kError)) {
-    logger.Write(mgr_log::kError, "%s of %s failed (%d): %s", kind, run.group.c_str(), run.result,
-                 run.error.c_str());
-  } else if (run.failures == 0 && logger.Check(mgr_log::kInfo)) {
-    logger.Write(mgr_log::kInfo, "%s of %s done for %zu requests", kind, run.group.c_str(),
-                 requests);
+  if (run.failures > 0 && log_channel.Check(mgr_log::kError)) {
+    log_channel.Write(mgr_log::kError, "%s of %s failed (%d): %s", kind, run.group.c_str(),
+                      run.result, run.error.c_str());
+  } else if (run.failures == 0 && log_channel.Check(mgr_log::kInfo)) {
+    log_channel.Write(mgr_log::kInfo, "%s of %s done for %zu requests", kind, run.group.c_str(),
+                      requests);
   }
 }
 
 void LogLeft() {
-  if (logger.Check(mgr_log::kWarning)) {
-    logger.Write(mgr_log::kWarning, "another process reloads for too long: left to a later one");
+  if (log_channel.Check(mgr_log::kWarning)) {
+    log_channel.Write(mgr_log::kWarning,
+                      "another process reloads for too long: left to a later one");
   }
 }
 
 void LogUnstored(const std::string& action, const std::exception& error) {
-  if (logger.Check(mgr_log::kError)) {
-    logger.Write(mgr_log::kError, "request of %s not stored yet: %s", action.c_str(), error.what());
+  if (log_channel.Check(mgr_log::kError)) {
+    log_channel.Write(mgr_log::kError, "request of %s not stored yet: %s", action.c_str(),
+                      error.what());
   }
 }
 

@@ -10,7 +10,7 @@ namespace reloader {
 
 namespace {
 
-mgr_log::Module logger("reload", "brisq");
+mgr_log::Module log_channel("reload", "brisq");
 
 constexpr std::chrono::milliseconds kAfterFailure{5000};
 
@@ -19,8 +19,8 @@ std::chrono::milliseconds RunOrLog(Queue& queue) {
   try {
     return queue.RunByClock();
   } catch (const std::exception& error) {
-    if (logger.Check(mgr_log::kError)) {
-      logger.Write(mgr_log::kError, "reloads are stuck: %s", error.what());
+    if (log_channel.Check(mgr_log::kError)) {
+      log_channel.Write(mgr_log::kError, "reloads are stuck: %s", error.what());
     }
     return kAfterFailure;
   }

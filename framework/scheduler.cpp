@@ -17,7 +17,7 @@ namespace periodic {
 
 namespace {
 
-mgr_log::Module logger("periodic", "brisq");
+mgr_log::Module log_channel("periodic", "brisq");
 
 constexpr std::chrono::minutes kLook{1};
 constexpr double kLongestPeriod = 366.0 * 24 * 60;
@@ -33,14 +33,14 @@ std::optional<std::chrono::milliseconds> PeriodOf(const Entry& entry) {
 }
 
 void LogFailure(const Entry& entry, const char* reason) {
-  if (logger.Check(mgr_log::kError)) {
-    logger.Write(mgr_log::kError, "action %s failed: %s", entry.action.c_str(), reason);
+  if (log_channel.Check(mgr_log::kError)) {
+    log_channel.Write(mgr_log::kError, "action %s failed: %s", entry.action.c_str(), reason);
   }
 }
 
 void RunAction(const Entry& entry) {
-  if (logger.Check(mgr_log::kDebug)) {
-    logger.Write(mgr_log::kDebug, "run action %s", entry.action.c_str());
+  if (log_channel.Check(mgr_log::kDebug)) {
+    log_channel.Write(mgr_log::kDebug, "run action %s", entry.action.c_str());
   }
   try {
     brisq_api::InternalCall(entry.action, entry.params);

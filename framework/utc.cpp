@@ -1,12 +1,33 @@
 #include "framework/utc.h"
 
 #include <array>
-#include <ctime>
+
+#include "mgr_err.h"
+
+namespace {
+
+constexpr const char* kForm = "%Y-%m-%dT%H:%M:%SZ";
+
+}  // namespace
+
+std::string UtcText(std::time_t time) {
+  std::tm parts{};
+  ::gmtime_r(&time, &parts);
+  std::array<char, 32> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), kForm, &parts)};
+}
 
 std::string UtcText(std::chrono::system_clock::time_point time) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  return UtcText(std::chrono::system_clock::to_time_t(time));
+}
+
+std::string UtcNow() { return UtcText(std::time(nullptr)); }
+
+std::time_t UtcTime(const std::string& text) {
   std::tm parts{};
-  ::gmtime_r(&seconds, &parts);
-  std::array<char, 32> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+  const char* end = ::strptime(text.c_str(), kForm, &parts);
+  if (end == nullptr || *end != '\0') {
+    throw mgr_err::Error("internal", "time", "is no time in UTC");
+  }
+  return ::timegm(&parts);
 }

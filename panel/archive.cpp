@@ -2,10 +2,10 @@
 
 #include "framework/database.h"
 #include "framework/number.h"
+#include "framework/utc.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
 #include "panel/records.h"
-#include "panel/utc_time.h"
 #include "str.h"
 
 namespace brisq_panel {

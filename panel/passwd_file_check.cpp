@@ -192,7 +192,7 @@ std::vector<Finding> CheckMissing(const std::string& path) {
            "put the file back there, or remove the link"}};
 }
 
-bool HasErrorOf(const std::vector<Finding>& findings, const char* code) {
+bool HasFinding(const std::vector<Finding>& findings, const char* code) {
   for (const Finding& finding : findings) {
     if (finding.code == code) return true;
   }
@@ -227,7 +227,7 @@ std::vector<Finding> CheckPasswdFile() {
     (mailbox.active ? active : inactive).push_back(mailbox.address);
   }
   std::vector<Finding> findings = CheckFileItself(path);
-  if (HasErrorOf(findings, "PASSWD-KIND")) return findings;
+  if (HasFinding(findings, "PASSWD-KIND")) return findings;
   if (!StampAt(path).exists) {
     if (!active.empty()) {
       findings.push_back({"PASSWD-MISSING", Severity::kError, path,

@@ -11,7 +11,7 @@ namespace brisq_panel {
 
 namespace {
 
-mgr_log::Module g_log("journal", "brisq");
+mgr_log::Module log_channel("journal", "brisq");
 
 // The server may have read, or loaded, what has been taken back.
 void AskForReload(const journal::Recovered& recovered) {
@@ -22,8 +22,8 @@ void AskForReload(const journal::Recovered& recovered) {
 }
 
 void Log(const std::string& words) {
-  if (g_log.Check(mgr_log::kWarning)) {
-    g_log.Write(mgr_log::kWarning, "%s", words.c_str());
+  if (log_channel.Check(mgr_log::kWarning)) {
+    log_channel.Write(mgr_log::kWarning, "%s", words.c_str());
   }
 }
 

@@ -6,9 +6,11 @@
 #include "framework/conf_defer.h"
 #include "framework/database.h"
 #include "framework/save_watch.h"
+#include "framework/utc.h"
 #include "mgr_log.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/figures_guard.h"
 #include "panel/file_stamps.h"
 #include "panel/hash_guard.h"
 #include "panel/panel_state.h"
@@ -17,8 +19,6 @@
 #include "panel/refresh_watch.h"
 #include "panel/run_request.h"
 #include "panel/stored_password.h"
-#include "panel/used_space.h"
-#include "panel/utc_time.h"
 #include "str.h"
 
 namespace brisq_panel {

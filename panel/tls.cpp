@@ -10,6 +10,7 @@
 #include "email.h"
 #include "framework/modules.h"
 #include "framework/rehearsal.h"
+#include "framework/utc.h"
 #include "mgr_file.h"
 #include "mgr_job.h"
 #include "panel/certificate_cleanup.h"
@@ -21,7 +22,6 @@
 #include "panel/run_request.h"
 #include "panel/text_rules.h"
 #include "panel/tls_state.h"
-#include "panel/utc_time.h"
 
 namespace brisq_panel {
 

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 
+#include "framework/utc.h"
 #include "mgr_err.h"
 #include "panel/mailboxes.h"
 #include "panel/names.h"
 #include "panel/panel_state.h"
 #include "panel/text_rules.h"
-#include "panel/utc_time.h"
 
 namespace brisq_panel {
 

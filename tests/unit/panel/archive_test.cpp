@@ -3,9 +3,9 @@
 #include <thread>
 
 #include "framework/seal.h"
+#include "framework/utc.h"
 #include "panel/mailboxes.h"
 #include "panel/records.h"
-#include "panel/utc_time.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -22,7 +22,7 @@ class Archive : public panel_test::PanelTest {
 };
 
 TEST_F(Archive, AnArchivedMailboxIsWhole) {
-  const std::string before = brisq_panel::UtcNow();
+  const std::string before = UtcNow();
   brisq_panel::ArchiveMailboxes("name = 'alice'", "deleted");
   const auto archive = brisq_panel::Table<MailboxArchive>();
   ASSERT_TRUE(archive->DbFind({{"name", "alice"}, {"domain", "example.org"}}));
@@ -34,7 +34,7 @@ TEST_F(Archive, AnArchivedMailboxIsWhole) {
   EXPECT_TRUE(archive->active);
   EXPECT_EQ("deleted", std::string(archive->reason));
   EXPECT_LE(before, std::string(archive->archived));
-  EXPECT_GE(brisq_panel::UtcNow(), std::string(archive->archived));
+  EXPECT_GE(UtcNow(), std::string(archive->archived));
 }
 
 TEST_F(Archive, ConditionsOnAnyColumnAreUnderstood) {

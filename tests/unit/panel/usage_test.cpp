@@ -1,10 +1,10 @@
 #include "panel/usage.h"
 
 #include "framework/database.h"
+#include "framework/utc.h"
 #include "panel/domains.h"
 #include "panel/mailboxes.h"
 #include "panel/panel_state.h"
-#include "panel/utc_time.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -71,9 +71,9 @@ TEST_F(UsageTest, TheAgeIsThatOfTheLastGoodRefresh) {
   EXPECT_EQ("", ShowUsage("").as_of);
   EXPECT_EQ(-1, ShowUsage("").age_seconds);
   const std::time_t hour_ago = std::time(nullptr) - 3600;
-  brisq_panel::KeepValue(brisq_panel::kFiguresAsOf, brisq_panel::UtcText(hour_ago));
+  brisq_panel::KeepValue(brisq_panel::kFiguresAsOf, UtcText(hour_ago));
   const auto usage = ShowUsage("");
-  EXPECT_EQ(brisq_panel::UtcText(hour_ago), usage.as_of);
+  EXPECT_EQ(UtcText(hour_ago), usage.as_of);
   EXPECT_GE(usage.age_seconds, 3600);
   EXPECT_LT(usage.age_seconds, 3700);
 }

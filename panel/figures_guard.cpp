@@ -1,4 +1,4 @@
-#include "panel/used_space.h"
+#include "panel/figures_guard.h"
 
 #include <algorithm>
 #include <list>

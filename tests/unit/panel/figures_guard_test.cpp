@@ -1,4 +1,4 @@
-#include "panel/used_space.h"
+#include "panel/figures_guard.h"
 
 #include <filesystem>
 
@@ -14,9 +14,9 @@ using brisq_panel::MailboxSnapshot;
 using brisq_panel::QuotaProblem;
 using brisq_panel::RefreshWatch;
 
-class UsedSpace : public panel_test::PanelTest {
+class FiguresGuard : public panel_test::PanelTest {
  protected:
-  UsedSpace() {
+  FiguresGuard() {
     mgr_cf::SetPath("dovecot-doveadm",
                     support::WriteStub(dir_ / "doveadm", "echo asked >>" + (dir_ / "asked") +
                                                              "\ncat " + (dir_ / "answer")));
@@ -34,14 +34,14 @@ class UsedSpace : public panel_test::PanelTest {
 
 void Walk() { RefreshWatch::SawFile("/passwd", ConfStamp{}, true); }
 
-TEST_F(UsedSpace, SomeFigureInAWalkIsEnough) {
+TEST_F(FiguresGuard, SomeFigureInAWalkIsEnough) {
   const RefreshWatch watch(9);
   Walk();
   EXPECT_EQ("", QuotaProblem(before_, {{1, {true, 0, 2, true}}, {2, {true, 3, 2, true}}}, watch));
   EXPECT_FALSE(WasAsked());
 }
 
-TEST_F(UsedSpace, ZerosAloneInAWalkMakeTheServerBeAsked) {
+TEST_F(FiguresGuard, ZerosAloneInAWalkMakeTheServerBeAsked) {
   const RefreshWatch watch(9);
   Walk();
   const MailboxSnapshot zeros = {{1, {true, 0, 2, true}}, {2, {true, 0, 2, true}}};
@@ -50,7 +50,7 @@ TEST_F(UsedSpace, ZerosAloneInAWalkMakeTheServerBeAsked) {
   EXPECT_EQ("", QuotaProblem(before_, zeros, watch)) << "they are empty indeed";
 }
 
-TEST_F(UsedSpace, MailboxesThatTheWalkDidNotSeeDoNotCount) {
+TEST_F(FiguresGuard, MailboxesThatTheWalkDidNotSeeDoNotCount) {
   const RefreshWatch watch(9);
   Walk();
   EXPECT_EQ(kProblem,
@@ -59,21 +59,21 @@ TEST_F(UsedSpace, MailboxesThatTheWalkDidNotSeeDoNotCount) {
   EXPECT_EQ("", QuotaProblem(before_, {}, watch));
 }
 
-TEST_F(UsedSpace, WithoutAWalkNamesThatWereLookedUpAreFigures) {
+TEST_F(FiguresGuard, WithoutAWalkNamesThatWereLookedUpAreFigures) {
   const RefreshWatch watch(9);
   EXPECT_EQ(kProblem, QuotaProblem(before_, before_, watch));
   RefreshWatch::SawName("alice@example.org", true);
   EXPECT_EQ("", QuotaProblem(before_, before_, watch));
 }
 
-TEST_F(UsedSpace, APanelWithoutActiveMailboxesNeedsNoFigures) {
+TEST_F(FiguresGuard, APanelWithoutActiveMailboxesNeedsNoFigures) {
   const RefreshWatch watch(9);
   EXPECT_EQ("", QuotaProblem({}, {}, watch));
   EXPECT_EQ("", QuotaProblem(before_, {{1, {true, 5, 1, false}}}, watch));
   EXPECT_FALSE(WasAsked());
 }
 
-TEST_F(UsedSpace, AServerThatSaysNothingIsAProblemToo) {
+TEST_F(FiguresGuard, AServerThatSaysNothingIsAProblemToo) {
   const RefreshWatch watch(9);
   Answer("");
   EXPECT_EQ("doveadm quota told no figures", QuotaProblem(before_, before_, watch));
@@ -83,7 +83,7 @@ TEST_F(UsedSpace, AServerThatSaysNothingIsAProblemToo) {
   EXPECT_EQ("the path dovecot-doveadm is not set", QuotaProblem(before_, before_, watch));
 }
 
-TEST_F(UsedSpace, FiguresComeBackForTheMailboxesThatAreStillThere) {
+TEST_F(FiguresGuard, FiguresComeBackForTheMailboxesThatAreStillThere) {
   AddBobsDomain();
   email::RegisterPop3(&mail_);
   for (const char* address : {"a@example.org", "b@example.org", "c@example.org"}) {
