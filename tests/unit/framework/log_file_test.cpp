@@ -199,7 +199,8 @@ TEST(LogFile, SaysWhyItCannotBeWritten) {
       {"a folder", dir / "folder.log", "file: " + dir / "folder.log" + ": open: Is a directory"},
       {"a pipe that nobody reads", dir / "pipe.log",
        "file: " + dir / "pipe.log" + ": open: No such device or address"},
-      {"a full disk", "/dev/full", "file: /dev/full: write: No space left on device"},
+      {"a full disk", "/dev/full",
+       "file: /dev/full: write: No space left on device (the disk is full)"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
