@@ -19,9 +19,9 @@ const std::vector<ErrorKind>& ErrorKinds() {
       {"limit", "limit", 8, "a limit that protects the data stopped the command"},
       {"email", "dovecot", kExitDovecot, "the Dovecot side is unavailable or failed"},
       {"value", "invalid-input", 10, "a value breaks a rule; nothing was changed"},
+      {"config", "config", 10, "the configuration file breaks a rule"},
       {"doubt", "in-doubt", kExitDoubt,
        "all was done, but what was changed may be lost on a power failure"},
-      {"config", "config", 10, "the configuration file breaks a rule"},
       {"later", "try-later", 75, "not now; the same command may work later"},
       {"", "failed", 1, "anything else; the line says what"},
   };
