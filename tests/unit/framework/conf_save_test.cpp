@@ -91,7 +91,7 @@ TEST_F(ConfSaveTest, OfALargeFileThatIsReplacedNothingStaysInMemory) {
   if (system.f_type == TMPFS_MAGIC) GTEST_SKIP() << "a file that is in memory only stays there";
   const std::string large(std::size_t{9} << 20, 'x');
   folder_.Write("users", large);
-  const sys::FileDescriptor old(::open(path_.c_str(), O_RDONLY));
+  const Descriptor old(::open(path_.c_str(), O_RDONLY));
   ASSERT_EQ(::fsync(old.get()), 0);
   ASSERT_GT(PagesInMemory(old.get(), large.size()), 0U);
   ConfSave save(path_);
