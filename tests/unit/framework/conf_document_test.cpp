@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <latch>
 #include <memory>
 #include <random>
 #include <string>
@@ -267,14 +268,16 @@ TEST(ConfDocument, HoldsLinesOfAnyLength) {
 // The index is made by whichever of them comes to it first.
 TEST(ConfDocument, ManyThreadsFindAtOnce) {
   std::string text;
-  for (int line = 0; line < 1000; ++line) text += "u" + std::to_string(line) + ":1:x\n";
+  for (int line = 0; line < 20'000; ++line) text += "u" + std::to_string(line) + ":1:x\n";
   const ConfDocument document = Parse(text);
   const std::vector<Line> at = LinesOf(document);
   std::atomic<int> found = 0;
+  std::latch start(8);
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([&] {
-      for (std::size_t line = 0; line < at.size(); line += 10) {
+      start.arrive_and_wait();
+      for (std::size_t line = 0; line < at.size(); line += 200) {
         if (document.FindRecord("u" + std::to_string(line), 3) == at[line]) ++found;
       }
     });
