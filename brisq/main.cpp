@@ -1,25 +1,37 @@
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <iostream>
 
 #include "brisq/program.h"
 
 namespace {
 
-// What would end the process in the middle of a request becomes an error of the call instead, and
-// no core file holds a password.
-void StayAliveAndClosed() {
+// What would end the process in the middle of a request becomes an error of the call instead.
+void StayAlive() {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
+}
+
+// No core file holds a password, neither one of this process nor one of the tools that it gives
+// passwords to; and the C library keeps nothing of what was read in a buffer of its own.
+void KeepSecrets() {
   prctl(PR_SET_DUMPABLE, 0);
+  rlimit cores{};
+  getrlimit(RLIMIT_CORE, &cores);
+  cores.rlim_cur = 0;  // the hard limit stays: a server that is started from here may raise its own
+  setrlimit(RLIMIT_CORE, &cores);
+  std::setvbuf(stdin, nullptr, _IONBF, 0);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  StayAliveAndClosed();
+  StayAlive();
+  KeepSecrets();
   const brisq::Console console{std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) == 1};
   return brisq::RunProgram({argv + 1, argv + argc}, console);
 }

@@ -43,12 +43,16 @@ class ProgramTest : public testing::Test {
                    (dir_ / "ssl") + "\"\n");
   }
 
+  /// The program with its configuration, for the shell.
+  std::string Program() const {
+    return in_front_ + program_ + " --config '" + (dir_ / "brisq.toml") + "'";
+  }
+
   /// @param words  for the shell, which splits them
   Ran Run(const std::string& words, const std::string& input = "") {
     beside_.Write("in", input);
-    const std::string line = support::BuildFolder() + "/bin/brisq --config '" +
-                             (dir_ / "brisq.toml") + "' " + words + " <'" + (beside_ / "in") +
-                             "' >'" + (beside_ / "out") + "' 2>'" + (beside_ / "err") + "'";
+    const std::string line = Program() + " " + words + " <'" + (beside_ / "in") + "' >'" +
+                             (beside_ / "out") + "' 2>'" + (beside_ / "err") + "'";
     const int status = std::system(line.c_str());
     return {WEXITSTATUS(status), beside_.Read("out"), beside_.Read("err")};
   }
@@ -64,6 +68,8 @@ class ProgramTest : public testing::Test {
     ASSERT_EQ(0, ran.status) << ran.err;
   }
 
+  std::string in_front_;  ///< words in front of the program that start it, with a blank behind them
+  std::string program_ = support::BuildFolder() + "/bin/brisq";
   support::TempDir beside_;  ///< what the tests need and the program does not
   support::TempDir dir_;
   support::DoveadmStandIn doveadm_{beside_};
