@@ -1,6 +1,7 @@
 #include "brisq/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <ostream>
@@ -36,6 +37,8 @@ void BindOption(Bound& bound, const Option& option) {
   bound.app->add_option(option.name, bound.values[option.name], option.help)
       ->required(option.required)
       ->expected(1)
+      // Else a list takes what follows its value too, "--" or an operand.
+      ->allow_extra_args(false)
       ->type_name(option.value);
 }
 
@@ -106,11 +109,25 @@ std::string Complaint(const CLI::App& root, const CLI::ParseError& error) {
   return "\"" + named + "\" is not known here";
 }
 
+// The parser takes the next word for the value of "--option=", which is an empty one.
+std::vector<std::string> WithEmptyValues(const std::vector<std::string>& words) {
+  std::vector<std::string> split;
+  bool operands = false;
+  for (const std::string& word : words) {
+    operands = operands || word == "--";
+    const bool empty = !operands && word.starts_with("--") && word.find('=') == word.size() - 1;
+    split.push_back(empty ? word.substr(0, word.size() - 1) : word);
+    if (empty) split.emplace_back();
+  }
+  return split;
+}
+
 // True when the words were a question that has been answered.
 bool Parse(CLI::App& root, const std::vector<std::string>& words, const Console& console) {
   try {
-    // The parser takes its words from the back.
-    root.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    std::vector<std::string> from_back = WithEmptyValues(words);
+    std::reverse(from_back.begin(), from_back.end());
+    root.parse(std::move(from_back));
     return false;
   } catch (const CLI::CallForHelp&) {
     console.out << root.help();

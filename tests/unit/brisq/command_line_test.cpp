@@ -138,5 +138,36 @@ TEST_F(CommandLineTest, AnOperandMayBeginWithADashBehindTwoDashes) {
   EXPECT_EQ("-x", line->arguments.Text("NAME"));
 }
 
+TEST_F(CommandLineTest, AnEmptyValueIsOneAndNotTheNextWord) {
+  const auto line = Parse({"mailbox", "set", "--quota=", "a@b.org"});
+  ASSERT_TRUE(line);
+  EXPECT_TRUE(line->arguments.Has("--quota"));
+  EXPECT_EQ("", line->arguments.Text("--quota"));
+  EXPECT_EQ("a@b.org", line->arguments.Text("ADDRESS"));
+  EXPECT_EQ("--x=", Parse({"owner", "show", "--", "--x="})->arguments.Text("NAME"));
+}
+
+TEST_F(CommandLineTest, AnOptionTakesOneValueAndLeavesTheRestToTheOperands) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> words;
+    const char* operand;
+    std::vector<std::string> values;
+  };
+  const Case cases[] = {
+      {"two dashes behind it", {"domain", "add", "--owner", "demo", "--", "-x"}, "DOMAIN", {"-x"}},
+      {"operands behind it",
+       {"mailbox", "set", "--quota", "5", "a@b.org", "c@b.org"},
+       "ADDRESS",
+       {"a@b.org", "c@b.org"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto line = Parse(c.words);
+    ASSERT_TRUE(line);
+    EXPECT_EQ(c.values, line->arguments.List(c.operand));
+  }
+}
+
 }  // namespace
 }  // namespace brisq
