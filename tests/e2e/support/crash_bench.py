@@ -1,6 +1,7 @@
 """A panel without a server, on which single runs of the program are killed or made to fail."""
 
 import crypt
+import grp
 import hashlib
 import os
 import shutil
@@ -15,7 +16,8 @@ from support.instance import OWNER_ID, brisq_program
 OLD_PASSWORD = "Old-Canary-4711"
 NEW_PASSWORD = "New-Canary-4712"
 SALT = "$6$abcdefgh$"
-PRELOAD = os.path.join(os.environ["BRISQ_BUILD"], "tests", "preload", "stop_at_call.so")
+STRANGER = "hand@example.net"
+STOP_AT_CALL = os.path.join(os.environ["BRISQ_BUILD"], "tests", "bin", "stop_at_call")
 
 CONFIG = """[panel]
 database = "state/panel.db"
@@ -60,12 +62,25 @@ TABLES = {
 IGNORED = (".users.brisq-lock", "log", "state", "reloads")
 
 
+def new_folder(prefix):
+    """In memory where that can be: thousands of syncs are quick there."""
+    base = "/dev/shm" if os.path.isdir("/dev/shm") else None
+    return tempfile.mkdtemp(prefix=prefix, dir=base)
+
+
+def run_at_calls(command, stdin, orders):
+    """Runs a command; with orders, in small letters, under stop_at_call."""
+    environment = {name.upper(): str(value) for name, value in orders.items()}
+    return subprocess.run([STOP_AT_CALL, *command] if orders else command, input=stdin,
+                          capture_output=True, text=True, timeout=120,
+                          env={"PATH": os.environ["PATH"], **environment} if orders else None)
+
+
 class CrashBench:
     """One folder, used by one thread at a time; open until `close`."""
 
     def __init__(self, auth="dovecot"):
-        base = "/dev/shm" if os.path.isdir("/dev/shm") else None
-        self.folder = tempfile.mkdtemp(prefix="brisq-crash-", dir=base)
+        self.folder = new_folder("brisq-crash-")
         os.chmod(self.folder, 0o755)
         self.live = os.path.join(self.folder, "live")
         self.saved = os.path.join(self.folder, "saved")
@@ -92,7 +107,10 @@ class CrashBench:
             new_hash=crypt.crypt(NEW_PASSWORD, SALT)), 0o755)
         os.makedirs(os.path.join(self.live, "dovecot", "snippets"))
         os.mkdir(os.path.join(self.live, "dovecot", "certs"))
-        self._write("dovecot/users", "# kept by hand\nhand@example.net:{PLAIN}x:1:1::/::::\n", 0o640)
+        users = self._write("dovecot/users",
+                            f"# kept by hand\n{STRANGER}:{{PLAIN}}x:1:1::/::::\n", 0o640)
+        if any(group.gr_name == "dovecot" for group in grp.getgrall()):
+            shutil.chown(users, group="dovecot")
         self._certificate("first")
         self._certificate("second")
         home = os.path.join(self.live, "home")
@@ -127,13 +145,10 @@ class CrashBench:
         subprocess.run(["cp", "-a", self.saved, self.live], check=True)
 
     def run(self, *words, stdin="", **orders):
-        """Runs the program; `orders` are those of the preloaded library. Exit code, or the negative
-        number of the signal, and what was said on standard error."""
-        environment = {"PATH": os.environ["PATH"], "LD_PRELOAD": PRELOAD}
-        environment.update((name.upper(), str(value)) for name, value in orders.items())
-        done = subprocess.run([brisq_program(), "--config", self.config, *words], input=stdin,
-                              capture_output=True, text=True, timeout=120,
-                              env=environment if orders else None)
+        """Runs the program; `orders` are those of stop_at_call, in small letters. Exit code, or the
+        negative number of the signal, and what was said on standard error."""
+        command = [brisq_program(), "--config", self.config, *words]
+        done = run_at_calls(command, stdin, {"count_from": self.config, **orders} if orders else {})
         return done.returncode, done.stderr
 
     def must(self, *words, stdin=""):
@@ -141,6 +156,13 @@ class CrashBench:
         if code != 0:
             raise AssertionError(f"{' '.join(words)}: {code} {said}")
         return said
+
+    def findings(self):
+        """What `check` finds, but for the line that is kept by hand."""
+        done = subprocess.run([brisq_program(), "--config", self.config, "check"],
+                              capture_output=True, text=True, timeout=120)
+        lines = done.stdout.splitlines() + done.stderr.splitlines()
+        return [line for line in lines if STRANGER not in line or "PASSWD-STRANGER" not in line]
 
     def count(self, *words, stdin="", **orders):
         """How many calls change files in a run."""
