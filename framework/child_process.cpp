@@ -132,6 +132,18 @@ std::vector<char*> Pointers(std::vector<std::string>& words) {
   return pointers;
 }
 
+// What the system's own words leave open.
+std::string Peculiarity(const std::string& program, int error) {
+  struct stat status = {};
+  if (::stat(program.c_str(), &status) != 0) {
+    return {};
+  }
+  if (S_ISDIR(status.st_mode)) {
+    return ", a folder";
+  }
+  return error == ENOENT ? ", whose interpreter is missing" : std::string();
+}
+
 pid_t Spawn(std::vector<std::string>& words, int in, int out, int err) {
   const std::string program = FindProgram(words.front());
   RefuseUnsafe(program);
@@ -146,9 +158,9 @@ pid_t Spawn(std::vector<std::string>& words, int in, int out, int err) {
   std::vector<std::string> variables = {std::string("PATH=") + kProgramFolders, "HOME=/",
                                         "LC_ALL=C"};
   pid_t pid = -1;
-  Check(::posix_spawn(&pid, program.c_str(), files.get(), attributes.get(), Pointers(words).data(),
-                      Pointers(variables).data()),
-        "can't start " + program);
+  const int error = ::posix_spawn(&pid, program.c_str(), files.get(), attributes.get(),
+                                  Pointers(words).data(), Pointers(variables).data());
+  Check(error, "can't start " + program + Peculiarity(program, error));
   return pid;
 }
 

@@ -134,9 +134,10 @@ const std::vector<Misbehaviour>& ThatCannotStart() {
   static const std::vector<Misbehaviour> all = {
       {"missing", nullptr, "can't start PROGRAM: No such file or directory"},
       {"not executable", nullptr, "can't start PROGRAM: Permission denied"},
-      {"a folder", nullptr, "can't start PROGRAM: Permission denied"},
+      {"a folder", nullptr, "can't start PROGRAM, a folder: Permission denied"},
       {"an empty file", nullptr, "can't start PROGRAM: Exec format error"},
-      {"without an interpreter", nullptr, "can't start PROGRAM: No such file or directory"},
+      {"without an interpreter", nullptr,
+       "can't start PROGRAM, whose interpreter is missing: No such file or directory"},
       {"a link to itself", nullptr, "can't start PROGRAM: Too many levels of symbolic links"},
       {"a link to nothing", nullptr, "can't start PROGRAM: No such file or directory"},
   };
