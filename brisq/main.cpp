@@ -1,5 +1,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -30,6 +31,8 @@ void KeepSecrets() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Our own files say their mode; those of the tools that are run must depend on no shell's umask.
+  umask(S_IWGRP | S_IWOTH);
   StayAlive();
   KeepSecrets();
   const brisq::Console console{std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) == 1};

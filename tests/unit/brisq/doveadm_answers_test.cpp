@@ -57,5 +57,19 @@ TEST_F(DoveadmAnswers, AProgramThatOthersCouldReplaceIsNamedAndNeverRun) {
   }
 }
 
+TEST_F(DoveadmAnswers, ToolsWorkUnderOneUmaskWhateverTheCallersIs) {
+  UseDoveadm(support::WriteStub(
+      dir_ / "doveadm", "[ \"$1\" = reload ] && umask > '" + (dir_ / "umask") + "'; exit 0"));
+  for (const mode_t mask : {mode_t{0}, mode_t{077}}) {
+    SCOPED_TRACE(mask);
+    const mode_t before = ::umask(mask);
+    const Ran ran = Run("reload now");
+    ::umask(before);
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ("0022\n", dir_.Read("umask"));
+    std::filesystem::remove(dir_ / "umask");
+  }
+}
+
 }  // namespace
 }  // namespace brisq
