@@ -7,18 +7,23 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <map>
+#include <thread>
 #include <utility>
 
 #include "framework/file_steps.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
+#include "str.h"
 
 namespace journal {
 
 namespace {
 
 constexpr std::size_t kIdDigits = 16;
+constexpr const char* kSettled = "settled";
+constexpr const char* kTold = "told";
 
 struct Place {
   std::mutex mutex;
@@ -43,7 +48,7 @@ bool IsId(const std::string& name) {
          name.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
-std::vector<std::string> Ids(const std::string& folder) {
+std::vector<std::string> IdsIn(const std::string& folder) {
   std::vector<std::string> ids;
   if (folder.empty() || !mgr_file::Exists(folder)) {
     return ids;
@@ -58,23 +63,43 @@ std::vector<std::string> Ids(const std::string& folder) {
 }
 
 // Nothing when the entry has gone meanwhile.
-Descriptor OpenEntryFile(const std::string& path) {
-  Descriptor file(sys::Open(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW));
+Descriptor OpenEntryFile(const std::string& path, int access) {
+  Descriptor file(sys::Open(AT_FDCWD, path.c_str(), access | O_NOFOLLOW));
   if (!file && errno != ENOENT) {
     sys::Fail("open", path);
   }
   return file;
 }
 
-// True when nobody held the entry, which this descriptor holds from now on.
-bool TakeHold(int fd, const std::string& path) {
-  if (sys::FLock(fd, LOCK_EX | LOCK_NB) == 0) {
+bool TryLock(int fd, int kind, const std::string& path) {
+  if (sys::FLock(fd, kind | LOCK_NB) == 0) {
     return true;
   }
   if (errno != EWOULDBLOCK) {
     sys::Fail("flock", path);
   }
   return false;
+}
+
+// True when nobody holds the entry. Shared, so that of several who look each sees the same.
+bool IsWithoutHolder(int fd, const std::string& path) { return TryLock(fd, LOCK_SH, path); }
+
+// True when nobody held the entry, which this descriptor holds from now on.
+bool TakeHold(int fd, const std::string& path) {
+  constexpr auto kNap = std::chrono::milliseconds(1);
+  constexpr int kNaps = 10'000;
+  for (int nap = 0; nap < kNaps; ++nap) {
+    if (TryLock(fd, LOCK_EX, path)) {
+      return true;
+    }
+    if (!IsWithoutHolder(fd, path)) {
+      return false;
+    }
+    // Others only look at it, which takes them a moment.
+    sys::FLock(fd, LOCK_UN);
+    std::this_thread::sleep_for(kNap);
+  }
+  throw mgr_err::Error("locked", path, "others look at it all the time");
 }
 
 // A process may have ended its request, or another one the recovery, before the hold was taken.
@@ -101,12 +126,31 @@ std::vector<Step> WithoutSuperseded(const std::vector<Step>& all) {
   return steps;
 }
 
-Left Read(const std::string& id, const std::string& path) {
-  Left left{id, path, {}, {}};
-  std::vector<Step> all = FromRecords(mgr_file::ReadE(path));
+// Takes what recoveries have added out of the records.
+void TakeMarks(Left& left, std::vector<Step>& all) {
+  std::erase_if(all, [&left](const Step& step) {
+    if (step.kind == kTold) {
+      left.owed.clear();
+      return true;
+    }
+    if (step.kind != kSettled) {
+      return false;
+    }
+    left.settled.insert(static_cast<std::size_t>(str::Int(step.Value("step"))));
+    if (!step.Value("changed").empty()) {
+      left.owed.insert(step.Value("changed"));
+    }
+    return true;
+  });
+}
+
+Left FromContent(const std::string& id, const std::string& path, const std::string& content) {
+  Left left{id, path, {}, {}, {}, {}};
+  std::vector<Step> all = FromRecords(content);
   if (!all.empty()) {
     left.head = all.front();
     all.erase(all.begin());
+    TakeMarks(left, all);
     left.steps = WithoutSuperseded(all);
   }
   return left;
@@ -116,9 +160,10 @@ OpenEntry Described(const Left& left) {
   OpenEntry entry{
       left.id, left.head.Value("name"), left.head.Value("who"), left.head.Value("started"), false,
       {}};
-  for (const Step& step : left.steps) {
-    if (!step.Value("what").empty()) {
-      entry.steps.push_back(step.Value("what"));
+  for (std::size_t place = 0; place < left.steps.size(); ++place) {
+    const std::string& what = left.steps[place].Value("what");
+    if (!what.empty() && !left.settled.contains(place)) {
+      entry.steps.push_back(what);
     }
   }
   return entry;
@@ -225,13 +270,14 @@ void Entry::Remove(bool durable) noexcept {
 std::vector<Dead> TakeDead() {
   std::vector<Dead> dead;
   const std::string folder = Folder();
-  for (const std::string& id : Ids(folder)) {
+  for (const std::string& id : IdsIn(folder)) {
     const std::string path = mgr_file::ConcatPath(folder, id);
-    auto hold = std::make_shared<Descriptor>(OpenEntryFile(path));
+    auto hold = std::make_shared<Descriptor>(OpenEntryFile(path, O_RDWR | O_APPEND));
     if (!*hold || !TakeHold(hold->get(), path) || !IsStillThere(hold->get())) {
       continue;
     }
-    Dead found{Read(id, path), hold};
+    const std::string content = mgr_file::ReadE(path);
+    Dead found{FromContent(id, path, content), hold, WholeLength(content)};
     if (found.entry.steps.empty()) {
       Remove(found);
     } else {
@@ -241,28 +287,61 @@ std::vector<Dead> TakeDead() {
   return dead;
 }
 
-bool HasDead() {
-  const std::string folder = Folder();
-  const auto ids = Ids(folder);
-  return std::any_of(ids.begin(), ids.end(), [&](const std::string& id) {
-    const std::string path = mgr_file::ConcatPath(folder, id);
-    const Descriptor file = OpenEntryFile(path);
-    return file && TakeHold(file.get(), path) && IsStillThere(file.get());
-  });
+Step SettledStep(std::size_t place, const std::string& changed) {
+  return {kSettled, {{"step", std::to_string(place)}, {"changed", changed}}};
 }
+
+Step ToldStep() { return {kTold, {}}; }
+
+Step CommittedStep() { return {"committed", {}}; }
+
+void Note(Dead& dead, const std::vector<Step>& records) {
+  const int fd = dead.hold->get();
+  const std::string& path = dead.entry.path;
+  std::string text;
+  for (const Step& record : records) {
+    text += Record(record);
+  }
+  // A torn record in front would hide this one.
+  if (sys::FTruncate(fd, static_cast<off_t>(dead.size)) != 0) {
+    sys::Fail("truncate", path);
+  }
+  file_steps::WriteAll(fd, text, path);
+  if (sys::FSync(fd) != 0) {
+    sys::Fail("fsync", path);
+  }
+  dead.size += text.size();
+}
+
+std::vector<std::string> Ids() { return IdsIn(Folder()); }
+
+std::set<std::string> DeadIds() {
+  const std::string folder = Folder();
+  std::set<std::string> dead;
+  for (const std::string& id : IdsIn(folder)) {
+    const std::string path = mgr_file::ConcatPath(folder, id);
+    const Descriptor file = OpenEntryFile(path, O_RDONLY);
+    if (file && IsWithoutHolder(file.get(), path) && IsStillThere(file.get())) {
+      dead.insert(id);
+    }
+  }
+  return dead;
+}
+
+bool HasDead() { return !DeadIds().empty(); }
 
 std::vector<OpenEntry> OpenEntries() {
   std::vector<OpenEntry> entries;
   const std::string folder = Folder();
-  for (const std::string& id : Ids(folder)) {
+  for (const std::string& id : IdsIn(folder)) {
     const std::string path = mgr_file::ConcatPath(folder, id);
-    const Descriptor file = OpenEntryFile(path);
+    const Descriptor file = OpenEntryFile(path, O_RDONLY);
     if (!file) {
       continue;
     }
-    const bool dead = TakeHold(file.get(), path);
+    const bool dead = IsWithoutHolder(file.get(), path);
     if (IsStillThere(file.get())) {
-      entries.push_back(Described(Read(id, path)));
+      entries.push_back(Described(FromContent(id, path, mgr_file::ReadE(path))));
       entries.back().alive = !dead;
     }
   }

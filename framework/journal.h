@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -66,21 +67,47 @@ struct Left {
   std::string id;
   std::string path;
   Step head;
-  std::vector<Step> steps;  ///< in the order in which they were taken
+  std::vector<Step> steps;        ///< in the order in which they were taken
+  std::set<std::size_t> settled;  ///< places in `steps` that earlier recoveries dealt with
+  std::set<std::string> owed;     ///< what SettledStep named and no ToldStep came behind
 };
+
+/// Records that a recovery adds to an entry, by Note: it has dealt with the step at this place of
+/// Left::steps, so none does it again.
+/// @param changed  a word for what it may have changed, which others must be told; may be empty
+BRISQ_API Step SettledStep(std::size_t place, const std::string& changed);
+/// The others have been told.
+BRISQ_API Step ToldStep();
+/// The request was committed: it is to be finished, whatever becomes of its row.
+BRISQ_API Step CommittedStep();
 
 /// An entry whose process has died, held so that no other process deals with it.
 struct Dead {
   Left entry;
   std::shared_ptr<Descriptor> hold;
+  std::size_t size = 0;  ///< bytes of whole records
 };
 
 /// The entries that no process holds; empty ones are removed instead.
-/// @throws mgr_err::Error "file" when the folder can't be read
+/// Waits, up to 10 seconds, for others that only look at one of them.
+/// @throws mgr_err::Error "file" when the folder can't be read; "locked" after that time
 BRISQ_API std::vector<Dead> TakeDead();
 
+/// Adds records to the entry, durably.
+/// @throws mgr_err::Error "file": it is as before, or a torn record more
+BRISQ_API void Note(Dead& dead, const std::vector<Step>& records);
+
+/// The ids of all entries, of living requests too.
+/// @throws mgr_err::Error "file"
+BRISQ_API std::vector<std::string> Ids();
+
+/// The ids of the entries that no process holds. Looking holds nothing back but TakeDead, for a
+/// moment.
+/// @throws mgr_err::Error "file"
+BRISQ_API std::set<std::string> DeadIds();
+
 /// True when there is an entry that no process holds.
-/// @throws as TakeDead
+/// @throws as DeadIds
 BRISQ_API bool HasDead();
 
 /// What a check may tell of an entry that is not finished.
@@ -95,7 +122,7 @@ struct OpenEntry {
 
 /// All entries: those of requests that go on, and what dead processes have left and nobody has
 /// recovered yet or could recover.
-/// @throws as TakeDead
+/// @throws as HasDead
 BRISQ_API std::vector<OpenEntry> OpenEntries();
 
 /// Removes an entry that has been dealt with.

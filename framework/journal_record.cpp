@@ -51,6 +51,11 @@ std::string Unescaped(std::string_view text) {
   return value;
 }
 
+bool IsWhole(std::string_view record) {
+  return record.size() > kChecksumDigits && record[kChecksumDigits] == ' ' &&
+         record.substr(0, kChecksumDigits) == Checksum(record.substr(kChecksumDigits + 1));
+}
+
 // Takes the text up to `end` off the front, `end` with it.
 std::string_view TakeUpTo(std::string_view& text, char end) {
   const std::string_view word = text.substr(0, text.find(end));
@@ -90,16 +95,23 @@ std::string Record(const Step& step) {
 }
 
 std::vector<Step> FromRecords(std::string_view content) {
+  content = content.substr(0, WholeLength(content));
   std::vector<Step> steps;
-  while (content.find('\n') != std::string_view::npos) {
-    const std::string_view line = TakeUpTo(content, '\n');
-    if (line.size() <= kChecksumDigits || line[kChecksumDigits] != ' ' ||
-        line.substr(0, kChecksumDigits) != Checksum(line.substr(kChecksumDigits + 1))) {
-      break;
-    }
-    steps.push_back(FromText(line.substr(kChecksumDigits + 1)));
+  while (!content.empty()) {
+    steps.push_back(FromText(TakeUpTo(content, '\n').substr(kChecksumDigits + 1)));
   }
   return steps;
+}
+
+std::size_t WholeLength(std::string_view content) {
+  std::string_view rest = content;
+  while (rest.find('\n') != std::string_view::npos) {
+    const std::size_t behind = rest.size();
+    if (!IsWhole(TakeUpTo(rest, '\n'))) {
+      return content.size() - behind;
+    }
+  }
+  return content.size() - rest.size();
 }
 
 }  // namespace journal

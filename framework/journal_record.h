@@ -32,5 +32,7 @@ BRISQ_API std::string Record(const Step& step);
 /// The steps of a file's content, up to the first record that is torn or damaged: what follows was
 /// never made durable, so what it announces never happened.
 BRISQ_API std::vector<Step> FromRecords(std::string_view content);
+/// Bytes of the content that FromRecords reads: behind them a torn record may stand.
+BRISQ_API std::size_t WholeLength(std::string_view content);
 
 }  // namespace journal

@@ -60,4 +60,16 @@ TEST(JournalRecord, ADamagedRecordEndsTheList) {
   }
 }
 
+TEST(JournalRecord, KnowsHowMuchOfAContentIsWhole) {
+  const std::string first = journal::Record({"a", {{"b", "c"}}});
+  const std::string second = journal::Record({"d", {}});
+  for (std::size_t cut = 0; cut < second.size(); ++cut) {
+    SCOPED_TRACE("cut after byte " + std::to_string(cut));
+    EXPECT_EQ(first.size(), journal::WholeLength(first + second.substr(0, cut)));
+  }
+  EXPECT_EQ(first.size() + second.size(), journal::WholeLength(first + second));
+  EXPECT_EQ(0u, journal::WholeLength("damaged\n" + first));
+  EXPECT_EQ(0u, journal::WholeLength(""));
+}
+
 }  // namespace

@@ -1,11 +1,14 @@
 #include "framework/journal.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 
 #include "mgr_err.h"
 #include "tests/support/sys_fault.h"
@@ -106,6 +109,40 @@ TEST_F(JournalTest, ADeadEntryHoldsItsStepsInOrder) {
   EXPECT_THAT(journal::TakeDead(), IsEmpty());
 }
 
+// The look of another process, as long as the object lives.
+class Look {
+ public:
+  explicit Look(const std::string& path) : file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    EXPECT_EQ(0, ::flock(file_.get(), LOCK_SH | LOCK_NB));
+  }
+
+ private:
+  Descriptor file_;
+};
+
+TEST_F(JournalTest, WhoLooksHidesADeadEntryFromNobodyElse) {
+  Leave(kId, {{"a", {}}});
+  const Look look(folder_ + "/" + kId);
+  EXPECT_TRUE(journal::HasDead());
+  ASSERT_EQ(1u, journal::OpenEntries().size());
+  EXPECT_FALSE(journal::OpenEntries().front().alive);
+}
+
+TEST_F(JournalTest, WhoTakesADeadEntryWaitsForThoseThatLook) {
+  Leave(kId, {{"a", {}}});
+  auto look = std::make_unique<Look>(folder_ + "/" + kId);
+  std::size_t locks = 0;
+  support::SysFault fault;
+  fault.OnCall([&](std::string_view call, std::size_t) {
+    locks += call == "flock" ? 1u : 0u;
+    if (locks == 4) {  // exclusive, shared, given back: the second exclusive try
+      look.reset();
+    }
+  });
+  EXPECT_EQ(1u, journal::TakeDead().size());
+  EXPECT_EQ(4u, locks);
+}
+
 TEST_F(JournalTest, AStepNotedAgainTakesThePlaceOfTheFirstNote) {
   Leave(kId, {{"line", {{"key", "k"}, {"after", "1"}}},
               {"dir", {}},
@@ -114,6 +151,64 @@ TEST_F(JournalTest, AStepNotedAgainTakesThePlaceOfTheFirstNote) {
   ASSERT_EQ(1u, dead.size());
   EXPECT_THAT(dead[0].entry.steps,
               ElementsAre(Step{"line", {{"key", "k"}, {"after", "2"}}}, Step{"dir", {}}));
+}
+
+TEST_F(JournalTest, WhatARecoveryHasNotedIsKnownToTheNext) {
+  Leave(kId, {{"a", {{"what", "a"}}}, {"b", {{"what", "b"}}}, {"c", {{"what", "c"}}}});
+  {
+    auto dead = journal::TakeDead();
+    ASSERT_EQ(1u, dead.size());
+    journal::Note(dead[0], {journal::SettledStep(2, "files"), journal::SettledStep(0, "")});
+    journal::Note(dead[0], {journal::CommittedStep()});
+  }
+  EXPECT_THAT(journal::OpenEntries().front().steps, ElementsAre("b")) << "what is still to be done";
+  {
+    auto dead = journal::TakeDead();
+    EXPECT_THAT(dead[0].entry.settled, ElementsAre(0u, 2u));
+    EXPECT_THAT(dead[0].entry.owed, ElementsAre("files"));
+    EXPECT_EQ(4u, dead[0].entry.steps.size());
+    EXPECT_EQ(journal::CommittedStep(), dead[0].entry.steps.back());
+    journal::Note(dead[0], {journal::ToldStep()});
+  }
+  const auto dead = journal::TakeDead();
+  EXPECT_THAT(dead[0].entry.owed, IsEmpty());
+  EXPECT_THAT(dead[0].entry.settled, ElementsAre(0u, 2u));
+}
+
+// The process may have died in the middle of a record, or a note may have been refused there.
+TEST_F(JournalTest, ANoteIsReadBehindEachTornRecord) {
+  const std::string whole = journal::Record(kHead) + journal::Record({"a", {{"path", "p"}}});
+  const std::string torn = journal::Record({"b", {{"path", "q"}}});
+  for (std::size_t cut = 0; cut < torn.size(); ++cut) {
+    SCOPED_TRACE("cut after byte " + std::to_string(cut));
+    std::filesystem::create_directories(folder_);
+    dir_.Write("journal/" + std::string(kId), whole + torn.substr(0, cut));
+    {
+      auto dead = journal::TakeDead();
+      ASSERT_EQ(1u, dead.size());
+      {
+        support::SysFault fault;
+        fault.CutWrites(5);
+        fault.FailCall("fsync", EIO);
+        EXPECT_THROW(journal::Note(dead[0], {journal::SettledStep(7, "")}), mgr_err::Error);
+      }
+      journal::Note(dead[0], {journal::SettledStep(0, "")});
+    }
+    const auto dead = journal::TakeDead();
+    ASSERT_EQ(1u, dead.size());
+    EXPECT_THAT(dead[0].entry.steps, ElementsAre(Step{"a", {{"path", "p"}}}));
+    EXPECT_THAT(dead[0].entry.settled, ElementsAre(0u));
+  }
+}
+
+TEST_F(JournalTest, KnowsWhichEntriesAreThereAndWhichAreDead) {
+  const std::string living = "fedcba9876543210";
+  Leave(kId, {{"a", {}}});
+  Entry entry(living, kHead);
+  entry.Write({{"a", {}}}, true);
+  EXPECT_THAT(journal::Ids(), ElementsAre(kId, living));
+  EXPECT_THAT(journal::DeadIds(), ElementsAre(kId));
+  EXPECT_TRUE(journal::HasDead());
 }
 
 TEST_F(JournalTest, AnEntryWithoutAStepIsSwept) {
