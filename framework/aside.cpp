@@ -18,24 +18,31 @@ std::string PathBeside(const std::string& target) {
 }
 
 void Note(const std::string& target, const std::string& aside, const std::string& fresh,
-          const std::string& what) {
-  if (Request* request = Request::Current()) {
-    request->NoteSteps({{"swap",
-                         {{"path", target},
-                          {"aside", aside},
-                          {"old", fingerprint::At(target)},
-                          {"new", fresh},
-                          {"what", what}}}});
+          const std::string& what, std::string& noted) {
+  Request* request = Request::Current();
+  if (request == nullptr) {
+    return;
   }
+  const std::string old = fingerprint::At(target);
+  if (old == noted) {
+    return;
+  }
+  request->NoteSteps({{"swap",
+                       {{"path", target},
+                        {"aside", aside},
+                        {"key", aside},
+                        {"old", old},
+                        {"new", fresh},
+                        {"what", what}}}});
+  noted = old;
 }
 
 void Remove(std::string& aside) noexcept {
   if (aside.empty()) {
     return;
   }
-  if (sys::Unlink(AT_FDCWD, aside.c_str()) != 0 && errno != ENOENT &&
-      Request::Current() != nullptr) {
-    Request::Current()->KeepEntry();
+  if (sys::Unlink(AT_FDCWD, aside.c_str()) != 0 && errno != ENOENT) {
+    Request::KeepCurrentEntry();
   }
   aside.clear();
 }

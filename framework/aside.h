@@ -13,13 +13,16 @@ namespace aside {
 /// A path for a new one. Nothing is made.
 BRISQ_API std::string PathBeside(const std::string& target);
 
-/// Tells the journal of the running request, if there is one, what is about to happen.
+/// Tells the journal of the running request, if there is one, what is about to happen. May be told
+/// again, when the target has another content by then: the last word counts.
 /// @param aside  the entry beside
 /// @param fresh  fingerprint of what is to stand at the target
 /// @param what   in words, with the target: "/a/b replaced"
+/// @param noted  fingerprint of the target when it was told, empty before: nothing is written when
+/// it is still the same
 /// @throws mgr_err::Error "file"
 BRISQ_API void Note(const std::string& target, const std::string& aside, const std::string& fresh,
-                    const std::string& what);
+                    const std::string& what, std::string& noted);
 
 /// Removes it and forgets its name; an empty name is none. One that can't be removed stays, and the
 /// request's entry in the journal with it.

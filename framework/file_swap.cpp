@@ -9,6 +9,7 @@
 #include "framework/descriptor.h"
 #include "framework/file_steps.h"
 #include "framework/fingerprint.h"
+#include "framework/request.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
 
@@ -49,7 +50,7 @@ std::string WhereKept(const journal::Step& step) {
 
 void PutBack(const std::string& path, const std::string& kept) {
   if (kept.empty()) {
-    throw mgr_err::Error("file", path, "not undone: what was there before is gone");
+    throw mgr_err::Error("missed", path, "not undone: what was there before is gone");
   }
   if (Rename(kept, path, 0) != 0) {
     sys::Fail("undo", path, "the old one is " + kept);
@@ -94,8 +95,9 @@ FileSwap::FileSwap(const std::string& path, const LinkTo& link) : FileSwap(path)
   stamp_ = StampOf(aside_);
 }
 
-void FileSwap::Note(const std::string& fresh) const {
-  aside::Note(path_, aside_, fresh, path_ + " replaced");
+void FileSwap::Note(const std::string& fresh) {
+  aside::Note(path_, aside_, fresh, path_ + " replaced", noted_);
+  fresh_ = fresh;
 }
 
 FileSwap::~FileSwap() {
@@ -115,12 +117,22 @@ void FileSwap::RefuseUnfit(const std::string& path) {
 
 void FileSwap::Publish() {
   RefuseDirectory(path_);
+  Note(fresh_);  // another swap of the same request may have replaced it since
   PutInPlace();
   published_ = true;
+  MakeDurable();
+}
+
+void FileSwap::MakeDurable() {
   try {
     file_steps::SyncDirectoryAt(directory_, directory_);
   } catch (...) {
-    Restore();
+    try {
+      Restore();
+    } catch (const mgr_err::Error&) {
+      // The first failure is the one to report; a recovery takes back what stays.
+      Request::KeepCurrentEntry();
+    }
     throw;
   }
 }
@@ -222,8 +234,8 @@ void FileSwap::ReplaceByRename() {
   }
   if (Rename(aside_, path_, 0) != 0) {
     const int error = errno;
-    if (!old.empty()) {
-      Unlink(old);
+    if (!old.empty() && Unlink(old) != 0) {
+      Request::KeepCurrentEntry();
     }
     errno = error;
     sys::Fail("rename", path_);

@@ -42,7 +42,8 @@ class BRISQ_API FileSwap {
   /// Puts the prepared entry in the target's place, replacing a file or a symbolic link (not what
   /// it points to), and syncs the directory. A reader sees the old entry, none if there was none,
   /// or the new one.
-  /// @throws mgr_err::Error "file", also when a directory stands there: all is as before
+  /// @throws mgr_err::Error "file", also when a directory stands there: all is as before, or the
+  /// request's entry stays in the journal for what could not be put back
   void Publish();
 
   /// After Publish: puts back what was replaced, or removes the entry when there was nothing.
@@ -57,7 +58,7 @@ class BRISQ_API FileSwap {
   /// Takes back what a dead process has noted in the journal and perhaps done, by this class or by
   /// LinkRemoval.
   /// @return false when somebody else has changed the entry since: it stays as it is
-  /// @throws mgr_err::Error "file" when the system refuses, or when what was replaced is gone
+  /// @throws mgr_err::Error "file" when the system refuses; "missed" when what was replaced is gone
   static bool Undo(const journal::Step& step);
   /// Removes what a dead process, whose request is committed, has left beside the target.
   /// @throws mgr_err::Error "file"
@@ -74,7 +75,8 @@ class BRISQ_API FileSwap {
   };
 
   explicit FileSwap(const std::string& path);
-  void Note(const std::string& fresh) const;
+  void Note(const std::string& fresh);
+  void MakeDurable();
   Stamp StampOf(const std::string& path) const;
   std::string WhereOldIs() const;
   void PutInPlace();
@@ -84,6 +86,8 @@ class BRISQ_API FileSwap {
   std::string path_;
   std::string directory_;
   std::string aside_;  // the entry beside the target; empty when there is none
+  std::string fresh_;  // fingerprint of what is put there
+  std::string noted_;  // fingerprint of what the journal takes for the replaced one
   Stamp stamp_;
   bool published_ = false;
 };

@@ -8,6 +8,7 @@
 #include "framework/aside.h"
 #include "framework/file_steps.h"
 #include "framework/fingerprint.h"
+#include "framework/request.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
 
@@ -24,7 +25,8 @@ void SyncDirectoryOf(const std::string& path) {
 
 LinkRemoval::LinkRemoval(const std::string& path) : path_(path), aside_(aside::PathBeside(path)) {
   if (IsLinkAt(path_)) {
-    aside::Note(path_, aside_, fingerprint::kNone, path_ + " removed");
+    std::string noted;
+    aside::Note(path_, aside_, fingerprint::kNone, path_ + " removed", noted);
   }
 }
 
@@ -39,7 +41,12 @@ void LinkRemoval::Publish() {
   try {
     SyncDirectoryOf(path_);
   } catch (...) {
-    Restore();
+    try {
+      Restore();
+    } catch (const mgr_err::Error&) {
+      // The first failure is the one to report; a recovery takes back what stays.
+      Request::KeepCurrentEntry();
+    }
     throw;
   }
 }

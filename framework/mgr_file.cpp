@@ -11,6 +11,7 @@
 
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/file_steps.h"
 #include "framework/read_at_most.h"
 #include "framework/rehearsal.h"
 
@@ -37,17 +38,13 @@ bool IsMissing(const std::string& path, bool follow_links) {
   return true;
 }
 
-// Name of the call that failed, null when all is well.
-const char* SetAttributes(const std::string& path, const Attrs& attrs) {
+void SetAttributes(const std::string& path, const Attrs& attrs) {
   const Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!directory) {
-    return "open";
+    throw FileError(path, "open");
   }
-  // Owner before mode: chown may clear bits that chmod has set.
-  if (::fchown(directory.get(), attrs.uid, attrs.gid) != 0) {
-    return "chown";
-  }
-  return ::fchmod(directory.get(), attrs.mode) != 0 ? "chmod" : nullptr;
+  file_steps::SetAttrs(directory.get(), attrs, path);
+  file_steps::SyncDirectory(directory.get(), path);
 }
 
 // Refuses what mkdir(2) would.
@@ -73,10 +70,12 @@ void MkDir(const std::string& path, const Attrs& attrs) {
   if (::mkdir(path.c_str(), 0700) != 0) {
     throw FileError(path, "mkdir");
   }
-  if (const char* call = SetAttributes(path, attrs); call != nullptr) {
-    const int error = errno;
+  try {
+    SetAttributes(path, attrs);
+    file_steps::SyncDirectoryAt(file_steps::DirectoryOf(path), path);
+  } catch (...) {
     ::rmdir(path.c_str());
-    throw FileError(path, call, error);
+    throw;
   }
 }
 

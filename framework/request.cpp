@@ -61,6 +61,12 @@ Request::~Request() { Rollback(); }
 
 Request* Request::Current() noexcept { return current_request; }
 
+void Request::KeepCurrentEntry() noexcept {
+  if (current_request != nullptr) {
+    current_request->KeepEntry();
+  }
+}
+
 void Request::SetDatabaseHooks(DatabaseHooks hooks) {
   auto shared = std::make_shared<const DatabaseHooks>(std::move(hooks));
   std::lock_guard guard(InUse().mutex);
@@ -181,7 +187,7 @@ void Request::MarkCommitted() {
     entry_->Sync();
     database_->mark(*this);
   } else {
-    entry_->Write({{"committed", {}}}, true);
+    entry_->Write({journal::CommittedStep()}, true);
   }
 }
 

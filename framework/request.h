@@ -82,6 +82,8 @@ class BRISQ_API Request {
   /// Leaves the journal's entry there when the request has ended, for the next start to clear up
   /// what could not be removed.
   void KeepEntry() noexcept { undone_ = false; }
+  /// The same for the thread's request; nothing without one.
+  static void KeepCurrentEntry() noexcept;
   /// 16 hexadecimal digits, by which the journal and the list of jobs know the request.
   const std::string& id() const noexcept { return id_; }
 

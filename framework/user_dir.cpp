@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "framework/file_steps.h"
+#include "framework/request.h"
 #include "framework/safe_way.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
@@ -144,7 +145,9 @@ std::optional<Fresh> TryMake(int parent, const std::string& name, const std::str
     return Finish(parent, name, path, attrs);
   } catch (...) {
     // At worst an empty directory that the user has put there.
-    sys::RmDir(parent, name.c_str());
+    if (sys::RmDir(parent, name.c_str()) != 0 && errno != ENOENT) {
+      Request::KeepCurrentEntry();
+    }
     throw;
   }
 }
@@ -154,7 +157,8 @@ void RemoveAll(const mgr_file::safe::Folder& folder, const std::vector<Made>& ma
     try {
       Remove(folder, directory);
     } catch (const mgr_err::Error&) {
-      // The failure that led here is the one to report.
+      // The failure that led here is the one to report; a recovery removes what stays.
+      Request::KeepCurrentEntry();
     }
   });
 }

@@ -25,7 +25,8 @@ struct BRISQ_API Attrs {
 /// searched, for example)
 BRISQ_API bool Exists(const std::string& path);
 
-/// Makes one directory with exactly these attributes, whatever the umask; its parent must exist.
+/// Makes one directory with exactly these attributes, whatever the umask, durably; its parent must
+/// exist.
 /// @throws mgr_err::Error "file", also when something is at the path: nothing is left that was not
 /// there
 BRISQ_API void MkDir(const std::string& path, const Attrs& attrs);

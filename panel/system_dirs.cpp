@@ -1,8 +1,12 @@
 #include "panel/system_dirs.h"
 
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
+
+#include "framework/request.h"
+#include "framework/sys.h"
 
 namespace brisq_panel {
 
@@ -48,8 +52,11 @@ std::vector<journal::Step> StepsOfMaking(const std::string& path) {
 }
 
 void RemoveDirectories(const std::vector<std::string>& directories) noexcept {
-  std::for_each(directories.rbegin(), directories.rend(),
-                [](const std::string& directory) { ::rmdir(directory.c_str()); });
+  std::for_each(directories.rbegin(), directories.rend(), [](const std::string& directory) {
+    if (sys::RmDir(AT_FDCWD, directory.c_str()) != 0 && errno != ENOENT && errno != ENOTEMPTY) {
+      Request::KeepCurrentEntry();
+    }
+  });
 }
 
 }  // namespace brisq_panel

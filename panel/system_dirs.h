@@ -20,7 +20,8 @@ BRISQ_API std::vector<std::string> MakeDirectories(const std::string& path,
 /// missing, outermost first.
 BRISQ_API std::vector<journal::Step> StepsOfMaking(const std::string& path);
 
-/// Removes directories in reverse order, as far as they are empty.
+/// Removes directories in reverse order, as far as they are empty. For what the system refuses the
+/// entry of the thread's request stays in the journal.
 BRISQ_API void RemoveDirectories(const std::vector<std::string>& directories) noexcept;
 
 }  // namespace brisq_panel

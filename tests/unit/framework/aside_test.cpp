@@ -39,7 +39,9 @@ TEST(Aside, WhatCannotBeRemovedStaysAndHoldsNobodyUp) {
 }
 
 TEST(Aside, OutsideOfARequestNobodyNeedsToBeTold) {
-  aside::Note("/nowhere", "/nowhere.aside", "none", "/nowhere removed");
+  std::string noted;
+  aside::Note("/nowhere", "/nowhere.aside", "none", "/nowhere removed", noted);
+  EXPECT_EQ("", noted);
 }
 
 }  // namespace

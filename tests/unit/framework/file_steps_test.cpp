@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <functional>
+#include <string_view>
+#include <vector>
 
 #include "framework/descriptor.h"
 #include "mgr_err.h"

@@ -5,11 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <vector>
 
 #include "mgr_err.h"
+#include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -128,6 +131,20 @@ TEST(MgrFileMkDir, NeedsTheParent) {
                 mgr_file::MkDir(dir / "a/b", mgr_file::Attrs(0700, ::getuid(), ::getgid()));
               }),
               HasSubstr("No such file or directory"));
+}
+
+// Without its name in the parent it would be lost with the power.
+TEST(MgrFileMkDir, SyncsTheDirectoryAndItsParent) {
+  const support::TempDir dir;
+  support::SysFault fault;
+  std::size_t syncs = 0;
+  fault.OnCall([&](std::string_view call, std::size_t) { syncs += call == "fsync" ? 1U : 0U; });
+  const mgr_file::Attrs attrs(0700, ::geteuid(), ::getegid());
+  mgr_file::MkDir(dir / "made", attrs);
+  EXPECT_EQ(2U, syncs);
+  fault.FailCall("fsync", EIO);
+  EXPECT_THROW(mgr_file::MkDir(dir / "refused", attrs), mgr_err::Error);
+  EXPECT_FALSE(std::filesystem::exists(dir / "refused"));
 }
 
 TEST(MgrFileMkDir, LeavesNothingWhenTheOwnerIsRefused) {

@@ -2,8 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 
+#include "framework/journal.h"
+#include "framework/request.h"
+#include "tests/support/sys_fault.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -55,6 +59,23 @@ TEST_F(SystemDirs, RemovingStopsAtWhatIsNotEmpty) {
   brisq_panel::RemoveDirectories(made);
   EXPECT_FALSE(std::filesystem::exists(dir_ / "a/b"));
   EXPECT_TRUE(std::filesystem::exists(dir_ / "a/kept"));
+}
+
+TEST_F(SystemDirs, WhatCantBeRemovedIsLeftToARecovery) {
+  journal::SetFolder(dir_ / "journal");
+  for (const int error : {0, EIO}) {
+    SCOPED_TRACE(error);
+    {
+      Request request("fails");
+      request.NoteSteps(brisq_panel::StepsOfMaking(dir_ / "a"));
+      const auto made = Make(dir_ / "a");
+      support::SysFault fault;
+      fault.FailCall("rmdir", error);
+      brisq_panel::RemoveDirectories(made);
+    }
+    EXPECT_EQ(error != 0, journal::HasDead());
+  }
+  journal::SetFolder("");
 }
 
 }  // namespace
