@@ -2,6 +2,7 @@
 
 #include "framework/acting_user.h"
 #include "framework/database.h"
+#include "framework/journal.h"
 #include "framework/request.h"
 #include "framework/utc.h"
 #include "str.h"
@@ -84,8 +85,25 @@ std::vector<Job> Latest(int most) {
                 {std::to_string(most == 0 ? -1 : most)});
 }
 
+std::vector<Job> DoneAfter(int id) {
+  return Select("WHERE id > CAST(:v1 AS INTEGER) AND state = :v2 ORDER BY id",
+                {std::to_string(id), kDone});
+}
+
+void SetChanges(int id, const std::string& changes) {
+  mgr_db::ThreadConnection()->Change("UPDATE job SET changes = :v1 WHERE id = CAST(:v2 AS INTEGER)",
+                                     {changes, std::to_string(id)});
+}
+
 void ForgetBefore(const std::string& time) {
-  mgr_db::ThreadConnection()->Change("DELETE FROM job WHERE started < :v1", {time});
+  Row values = {time};
+  std::string kept;
+  for (const std::string& entry : journal::Ids()) {
+    values.push_back(entry);
+    kept += (kept.empty() ? ":v" : ", :v") + std::to_string(values.size());
+  }
+  mgr_db::ThreadConnection()->Change(
+      "DELETE FROM job WHERE started < :v1 AND entry NOT IN (" + kept + ")", values);
 }
 
 }  // namespace job_table

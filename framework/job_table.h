@@ -26,9 +26,10 @@ struct BRISQ_API Job {
   std::string who;      ///< user who asked for it
   std::string started;  ///< in UTC, "2024-01-31T23:59:59Z"
   std::string state;
-  std::string changes;  ///< in words of the panel, secrets masked
-  std::string sealed;   ///< the same with its secrets, sealed; empty when there are none
-  int undoes = 0;       ///< id of the job that this one has taken back; 0 for none
+  /// A journal::Text a line, each an object: a kind, "name" and words of the panel, secrets masked.
+  std::string changes;
+  std::string sealed;  ///< the same with its secrets, sealed; empty when there are none
+  int undoes = 0;      ///< id of the job that this one has taken back; 0 for none
 };
 
 /// Makes the table when it is missing.
@@ -50,7 +51,15 @@ BRISQ_API std::optional<Job> UndoneBy(int id);
 /// @param most  how many; 0 for all
 BRISQ_API std::vector<Job> Latest(int most);
 
-/// Forgets jobs that were begun before a time, as in Job::started.
+/// The jobs with higher numbers that were done, oldest first.
+BRISQ_API std::vector<Job> DoneAfter(int id);
+
+/// Gives a job other words on what it has changed, as in Job::changes.
+BRISQ_API void SetChanges(int id, const std::string& changes);
+
+/// Forgets jobs that were begun before a time, as in Job::started, but for those that have an entry
+/// in the journal: their rows tell a recovery what has become of them.
+/// @throws also mgr_err::Error "file" when the journal can't be read
 BRISQ_API void ForgetBefore(const std::string& time);
 
 }  // namespace job_table

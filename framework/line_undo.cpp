@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "framework/conf_line.h"
@@ -90,6 +91,25 @@ Result BringBack(Lines& lines, const Change& change, char separator) {
   return Result::kUndone;
 }
 
+bool IsAsBefore(const Lines& lines, const Change& change, char separator) {
+  return change.before.empty() ? !lines.HasNamed(change.name, separator)
+                               : lines.Find(change.before) < lines.size();
+}
+
+// Names of the lines that are as they were before their first change: a recovery that was killed
+// has taken all of their changes back.
+std::set<std::string> TakenBack(const Lines& lines, const std::vector<Change>& changes,
+                                char separator) {
+  std::set<std::string> seen;
+  std::set<std::string> taken_back;
+  for (const Change& change : changes) {
+    if (seen.insert(change.name).second && IsAsBefore(lines, change, separator)) {
+      taken_back.insert(change.name);
+    }
+  }
+  return taken_back;
+}
+
 Result UndoOne(Lines& lines, const Change& change, char separator) {
   const std::size_t after = change.after.empty() ? lines.size() : lines.Find(change.after);
   if (after < lines.size()) {
@@ -100,9 +120,7 @@ Result UndoOne(Lines& lines, const Change& change, char separator) {
     }
     return Result::kUndone;
   }
-  const bool as_before = change.before.empty() ? !lines.HasNamed(change.name, separator)
-                                               : lines.Find(change.before) < lines.size();
-  if (as_before) {
+  if (IsAsBefore(lines, change, separator)) {
     return Result::kNothingToDo;
   }
   return change.after.empty() ? BringBack(lines, change, separator) : Result::kSomebodyElses;
@@ -134,7 +152,11 @@ Change FromStep(const journal::Step& step) {
 Undone Undo(std::string content, const std::vector<Change>& changes, char separator) {
   Lines lines(content);
   Undone undone;
+  const std::set<std::string> taken_back = TakenBack(lines, changes, separator);
   for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
+    if (taken_back.contains(change->name)) {
+      continue;
+    }
     const Result result = UndoOne(lines, *change, separator);
     undone.changed = undone.changed || result == Result::kUndone;
     if (result == Result::kSomebodyElses &&

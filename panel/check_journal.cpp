@@ -13,10 +13,12 @@ void CheckJournal(Drifts& drifts) {
       continue;
     }
     const std::string steps = entry.steps.empty() ? "" : "; its last step: " + entry.steps.back();
-    drifts.Error("JOURNAL-OPEN", journal::Folder() + "/" + entry.id,
-                 entry.request + " of " + entry.who + " at " + entry.started +
-                     " was killed and is not taken back yet" + steps,
-                 "end what the log \"brisq\" names, then brisq check again");
+    drifts.Error(
+        "JOURNAL-OPEN", journal::Folder() + "/" + entry.id,
+        entry.request + " of " + entry.who + " at " + entry.started +
+            " was killed and is not taken back yet" + steps,
+        "end what the log \"brisq\" names, then brisq check again; or give it up: remove the "
+        "file, then brisq check");
   }
 }
 

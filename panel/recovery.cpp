@@ -1,5 +1,9 @@
 #include "panel/recovery.h"
 
+#include <algorithm>
+#include <mutex>
+#include <set>
+
 #include "brisq_api.h"
 #include "framework/journal_recovery.h"
 #include "framework/modules.h"
@@ -27,13 +31,46 @@ void Log(const std::string& words) {
   }
 }
 
+// Entries that stay although this process has tried to recover them.
+class Tried {
+ public:
+  void Set(const std::string& entry, bool stays) {
+    const std::lock_guard lock(mutex_);
+    if (stays) {
+      entries_.insert(entry);
+    } else {
+      entries_.erase(entry);
+    }
+  }
+  bool Has(const std::string& entry) {
+    const std::lock_guard lock(mutex_);
+    return entries_.contains(entry);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::set<std::string> entries_;
+};
+
+Tried& InVain() {
+  static Tried& tried = *new Tried;  // requests of other threads may outlive the statics
+  return tried;
+}
+
 }  // namespace
+
+bool NeedsRecovery() {
+  const std::set<std::string> dead = journal::DeadIds();
+  return std::any_of(dead.begin(), dead.end(),
+                     [](const std::string& entry) { return !InVain().Has(entry); });
+}
 
 std::vector<std::string> RecoverRequests() noexcept {
   std::vector<std::string> words;
   try {
     if (journal::HasDead()) {
       for (const journal::Recovered& recovered : journal::RecoverDead(AskForReload)) {
+        InVain().Set(recovered.entry, !recovered.failed.empty());
         words.push_back(journal::Words(recovered));
       }
     }

@@ -8,6 +8,11 @@
 /// Requests of this panel whose process has died.
 namespace brisq_panel {
 
+/// True when there is one that this process has not tried to recover yet. What it has tried in vain
+/// is tried again by the next process.
+/// @throws mgr_err::Error "file" when the journal can't be read
+BRISQ_API bool NeedsRecovery();
+
 /// Brings each to its end or undoes it, and has the mail server look again at what was taken back.
 /// Costs a look into a folder when there is none. The calling thread has no request.
 /// @return what was done, and what could not be done yet, in plain words; it is in the log too

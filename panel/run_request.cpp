@@ -5,7 +5,6 @@
 #include <optional>
 
 #include "framework/database.h"
-#include "framework/journal.h"
 #include "framework/rehearsal.h"
 #include "mgr_err.h"
 #include "panel/held_signals.h"
@@ -38,20 +37,29 @@ std::vector<std::string> Join(Request& outer, const std::function<void(Request&)
 }
 
 // The lock is waited for, and meanwhile its holder may have died: what that has left must be dealt
-// with before anything is built on it. Returns what was recovered, in plain words.
+// with before anything is built on it, for a later recovery would take back what looks alike.
+// Returns what was recovered, in plain words.
+// @throws "later" when that was not possible
 std::vector<std::string> LockAfterTheDead(std::optional<Request>& request,
                                           const std::string& name) {
-  request.emplace(name);
-  mgr_db::ThreadConnection()->LockForWriting();
-  // A dry run takes nothing back, and nothing of it is for good.
-  if (Rehearsal::Current() != nullptr || !journal::HasDead()) {
-    return {};
+  constexpr int kMostRounds = 3;  // another process may die in between
+  std::vector<std::string> recovered;
+  for (int round = 0;; ++round) {
+    request.emplace(name);
+    mgr_db::ThreadConnection()->LockForWriting();
+    // A dry run takes nothing back, and nothing of it is for good.
+    if (Rehearsal::Current() != nullptr || !NeedsRecovery()) {
+      return recovered;
+    }
+    if (round == kMostRounds) {
+      throw mgr_err::Error("later", name,
+                           "changes nothing yet: " +
+                               (recovered.empty() ? "requests were killed" : recovered.back()));
+    }
+    request.reset();
+    const std::vector<std::string> words = RecoverRequests();
+    recovered.insert(recovered.end(), words.begin(), words.end());
   }
-  request.reset();
-  std::vector<std::string> recovered = RecoverRequests();
-  request.emplace(name);
-  mgr_db::ThreadConnection()->LockForWriting();
-  return recovered;
 }
 
 }  // namespace
@@ -63,22 +71,25 @@ std::vector<std::string> RunRequest(const std::string& name,
   }
   const HeldSignals held;  // ends last: taking back must not be cut off either
   std::optional<Request> request;
+  std::vector<std::string> recovered;  // said when the request succeeds; the log has it anyway
   try {
-    for (const std::string& words : LockAfterTheDead(request, name)) {
-      request->AddNote(words);
-    }
+    recovered = LockAfterTheDead(request, name);
     JobLog log;
     work(*request);
     log.Write(*request);
     request->Commit();
   } catch (const mgr_err::Error& error) {
+    if (!request) {
+      throw;
+    }
     request->Rollback();
     if (request->Notes().empty()) {
       throw;
     }
     throw WithNotes(error, request->Notes());
   }
-  return request->Notes();
+  recovered.insert(recovered.end(), request->Notes().begin(), request->Notes().end());
+  return recovered;
 }
 
 void DoRequest(const std::string& name, const std::function<void(Request&)>& work) {

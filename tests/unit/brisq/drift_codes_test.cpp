@@ -132,11 +132,10 @@ class DriftCodesTest : public InstanceTest {
     AddMailbox("al@example.org");
     AddMailbox("bo@example.org");
     Expect(0, "tls set example.org " + MakeCertificate("example.org"));
-    // Of a process that died; nobody can open what it had sealed.
+    // Of a process that died; the system never removes a directory by this name.
     beside_.Write("entry",
                   Record("request name=mailbox%20add started=2026-01-31T10:00:00Z who=root") +
-                      Record("line file=" + (dir_ / "passwd") +
-                             " key=k name=x@example.org sealed=s1:abc what=line%20added"));
+                      Record("sysdir path=" + (dir_ / "certs/.") + " what=directory%20made"));
     Shell("cp -a . '" + Kept() + "'");
   }
 

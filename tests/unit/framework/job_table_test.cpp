@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "framework/database.h"
+#include "framework/journal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "tests/support/temp_dir.h"
@@ -87,6 +88,45 @@ TEST_F(JobTableTest, AMarkIsAPartOfItsRequest) {
   ASSERT_TRUE(job);
   EXPECT_EQ("kept", job->name);
   EXPECT_EQ(job_table::kDone, job->state);
+}
+
+// Its row is what tells a recovery that the request was committed.
+TEST_F(JobTableTest, AJobWithAnOpenEntryIsNotForgotten) {
+  support::TempDir dir;
+  journal::SetFolder(dir / "journal");
+  const std::vector<std::string> open = {"00000000000000e1", "00000000000000e3"};
+  for (const std::string& entry : open) {
+    journal::Entry(entry, {"request", {}}).Write({{"a", {}}}, true);
+  }
+  for (const char* entry : {"00000000000000e1", "00000000000000e2", "00000000000000e3"}) {
+    job_table::Add(Job(entry, "2024-01-01T00:00:00Z"));
+  }
+  job_table::ForgetBefore("2025");
+  journal::SetFolder("");
+  EXPECT_TRUE(job_table::OfEntry(open[0]));
+  EXPECT_FALSE(job_table::OfEntry("00000000000000e2"));
+  EXPECT_TRUE(job_table::OfEntry(open[1]));
+}
+
+TEST_F(JobTableTest, TellsWhatWasDoneAfterAJob) {
+  const int first = job_table::Add(Job("e1", "t"));
+  job_table::Job undone = Job("e2", "t");
+  undone.state = job_table::kUndone;
+  job_table::Add(undone);
+  job_table::Add(Job("e3", "t"));
+  job_table::Add(Job("e4", "t"));
+  const auto later = job_table::DoneAfter(first);
+  ASSERT_EQ(2u, later.size());
+  EXPECT_EQ("e3", later[0].entry);
+  EXPECT_EQ("e4", later[1].entry);
+}
+
+TEST_F(JobTableTest, WordsOnAJobCanBeReplaced) {
+  const int first = job_table::Add(Job("e1", "t"));
+  const int second = job_table::Add(Job("e2", "t"));
+  job_table::SetChanges(first, "other words");
+  EXPECT_EQ("other words", job_table::Find(first)->changes);
+  EXPECT_NE("other words", job_table::Find(second)->changes);
 }
 
 }  // namespace

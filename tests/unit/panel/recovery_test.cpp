@@ -4,12 +4,15 @@
 #include "framework/journal.h"
 #include "framework/line_undo.h"
 #include "framework/request.h"
+#include "mgr_err.h"
 #include "panel/certificate_cleanup.h"
 #include "panel/run_request.h"
+#include "tests/support/sys_fault.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
 
+using panel_test::TextOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -69,6 +72,46 @@ TEST_F(RecoveryTest, ANewRequestFindsTheHouseInOrder) {
 TEST_F(RecoveryTest, ARecoveryThatIsNotPossibleYetIsSaidAndFailsNothing) {
   dir_.Write("journal", "a file where the folder should be");
   EXPECT_THAT(brisq_panel::RecoverRequests(), ElementsAre(HasSubstr("not recovered yet")));
+}
+
+TEST_F(RecoveryTest, NothingIsChangedOverWhatCantBeRecovered) {
+  dir_.Write("users", "u:1\n");
+  LeaveLine("00000000000000c1");
+  bool worked = false;
+  const auto run = [&] { brisq_panel::RunRequest("test", [&](Request&) { worked = true; }); };
+  {
+    support::SysFault fault;
+    fault.FailCall("ftruncate", EIO);  // of the entry: what was taken back can't be noted
+    EXPECT_THAT(TextOf(run), HasSubstr("later: test: changes nothing yet: "));
+    EXPECT_FALSE(worked);
+  }
+  EXPECT_EQ("none", TextOf(run));
+  EXPECT_TRUE(worked);
+  EXPECT_EQ("", dir_.Read("users"));
+}
+
+TEST_F(RecoveryTest, AStepThatIsRefusedHoldsUpNobodyAndIsSaidOnce) {
+  dir_.Write("users", "u:1\n");
+  LeaveLine("00000000000000c2");
+  support::SysFault fault;
+  fault.FailCall("rename", EIO);
+  EXPECT_TRUE(brisq_panel::NeedsRecovery());
+  EXPECT_THAT(brisq_panel::RecoverRequests(), ElementsAre(HasSubstr("tries it again")));
+  EXPECT_FALSE(brisq_panel::NeedsRecovery()) << "this process has tried it";
+  EXPECT_THAT(brisq_panel::RunRequest("test", [](Request&) {}), IsEmpty());
+  LeaveLine("00000000000000c3");
+  EXPECT_TRUE(brisq_panel::NeedsRecovery()) << "another one has died";
+  fault.FailCall("", 0);
+  EXPECT_EQ(2u, brisq_panel::RecoverRequests().size());
+  EXPECT_FALSE(brisq_panel::NeedsRecovery());
+}
+
+TEST_F(RecoveryTest, AnErrorOfARequestSaysNothingOfOthers) {
+  dir_.Write("users", "u:1\n");
+  LeaveLine("00000000000000c4");
+  const auto fail = [](Request&) { throw mgr_err::Error("value", "it", "is wrong"); };
+  EXPECT_EQ("value: it: is wrong", TextOf([&] { brisq_panel::RunRequest("test", fail); }));
+  EXPECT_THAT(log_.Messages("brisq"), ElementsAre(HasSubstr("undid job 1")));
 }
 
 }  // namespace
