@@ -28,6 +28,7 @@ std::vector<Finding> Mend(Call& call, const std::vector<Drift>& drifts) {
     try {
       brisq_panel::MendDrift(drift);
       call.output.Say("mended: " + Words(drift.finding));
+      call.output.Beside("mended", RecordOf(drift.finding));
     } catch (const mgr_err::Error& error) {
       call.output.Warn(fmt::format("not mended: {}: {}: {}", Words(drift.finding), error.object(),
                                    error.value()));

@@ -2,10 +2,13 @@
 
 #include <vector>
 
-#include "brisq/command.h"
+#include "brisq/output.h"
 #include "panel/findings.h"
 
 namespace brisq {
+
+/// A finding as JSON has it.
+Record RecordOf(const brisq_panel::Finding& finding);
 
 /// Shows what a check has found, one line each, or one object each in JSON, and has the program end
 /// with kExitFindings unless there is nothing.

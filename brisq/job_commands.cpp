@@ -18,23 +18,33 @@ int Number(std::string text, const std::string& what) {
   return str::Int(text);
 }
 
+// The first few: a sync may have changed thousands.
 std::string Objects(const JobInfo& job) {
+  constexpr std::size_t kMost = 4;
+  const std::size_t all = job.changes.size();
+  const std::size_t shown = all > kMost ? kMost - 1 : all;
   std::string objects;
-  for (const ObjectChange& change : job.changes)
-    objects += (objects.empty() ? "" : ", ") + change.name;
-  return objects;
+  for (std::size_t i = 0; i < shown; ++i)
+    objects += (objects.empty() ? "" : ", ") + job.changes[i].name;
+  return shown == all ? objects : objects + " and " + std::to_string(all - shown) + " more";
+}
+
+Record Head(const JobInfo& job) {
+  return {{"job", static_cast<long>(job.id)},
+          {"started", job.started},
+          {"who", job.who},
+          {"command", job.name},
+          {"state", job.state}};
 }
 
 void List(Call& call) {
   const int most =
       call.arguments.Has("--last") ? Number(call.arguments.Text("--last"), "--last") : 20;
-  for (const JobInfo& job : brisq_panel::ListJobs(most))
-    call.output.Row({{"job", static_cast<long>(job.id)},
-                     {"started", job.started},
-                     {"who", job.who},
-                     {"command", job.name},
-                     {"state", job.state},
-                     {"objects", Objects(job)}});
+  for (const JobInfo& job : brisq_panel::ListJobs(most)) {
+    Record row = Head(job);
+    row.emplace_back("objects", Objects(job));
+    call.output.Row(std::move(row));
+  }
 }
 
 std::string ValueIn(const brisq_panel::ObjectState& state, const std::string& name) {
@@ -54,12 +64,17 @@ void ShowChange(Call& call, const ObjectChange& change) {
 void Show(Call& call) {
   const JobInfo job = brisq_panel::ShowJob(Number(call.arguments.Text("JOB"), "job"));
   call.output.Say(job.name + " by " + job.who + ", " + job.started + ": " + job.state);
+  call.output.Beside("job", Head(job));
   for (const ObjectChange& change : job.changes) ShowChange(call, change);
 }
 
 void Undo(Call& call) {
   const int id = Number(call.arguments.Text("JOB"), "job");
-  for (const std::string& note : brisq_panel::UndoJob(id)) call.output.Say(note);
+  for (const std::string& note : brisq_panel::UndoJob(id)) {
+    call.output.Say(note);
+    call.output.Beside("notes", {{"text", note}});
+  }
+  call.output.Silent({{"job", static_cast<long>(id)}, {"state", std::string("undone")}});
   call.output.Say("job " + std::to_string(id) + " undone");
 }
 

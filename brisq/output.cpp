@@ -52,6 +52,7 @@ std::string Line(const Cells& row, const std::vector<std::size_t>& widths) {
 
 void Output::Add(Record record, Layout layout) {
   layout_ = layout;
+  rows_.push_back(record);
   records_.push_back(std::move(record));
 }
 
@@ -95,16 +96,18 @@ void Output::WriteJson() const {
       {"brisq", 1}, {"data", nlohmann::ordered_json::array()}, {"warnings", warnings_}};
   if (dry_run_) document["dry_run"] = effects_;
   for (const Record& record : records_) document["data"].push_back(Json(record));
+  for (const auto& [name, records] : beside_)
+    for (const Record& record : records) document[name].push_back(Json(record));
   // Bytes that are no UTF-8 can only come from outside; they must not make the listing fail.
   console_.out << document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
                << "\n";
 }
 
 void Output::WriteTable() const {
-  if (records_.empty()) return;
+  if (rows_.empty()) return;
   std::vector<Cells> rows(1);
-  for (const auto& [name, value] : records_.front()) rows[0].push_back(Title(name));
-  for (const Record& record : records_) {
+  for (const auto& [name, value] : rows_.front()) rows[0].push_back(Title(name));
+  for (const Record& record : rows_) {
     Cells& row = rows.emplace_back();
     for (const auto& [name, value] : record) row.push_back(Text(value));
   }
@@ -113,7 +116,7 @@ void Output::WriteTable() const {
 }
 
 void Output::WriteList() const {
-  for (const Record& record : records_) {
+  for (const Record& record : rows_) {
     std::vector<Cells> rows;
     for (const auto& [name, value] : record) rows.push_back({name + ":", Text(value)});
     const std::vector<std::size_t> widths = Widths(rows);

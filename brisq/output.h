@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <utility>
 #include <variant>
@@ -27,7 +28,11 @@ class Output {
   /// Data for people only when there is nothing to parse: a bare line, in JSON part of `record`.
   void Bare(const std::string& line, Record record);
   /// Data that people have been told in words already: only JSON holds it.
-  void Silent(Record record) { Add(std::move(record), Layout::kBare); }
+  void Silent(Record record) { records_.push_back(std::move(record)); }
+  /// The same, apart from the data, in a list of this name.
+  void Beside(const std::string& list, Record record) {
+    beside_[list].push_back(std::move(record));
+  }
   /// What is to be said when the data can't be written, as a command that is done can't be undone.
   void IfLost(const std::string& advice) { advice_ = advice; }
   /// That standard output can't be written, with the advice for that.
@@ -56,7 +61,9 @@ class Output {
   bool json_;
   bool dry_run_ = false;
   Layout layout_ = Layout::kTable;
-  std::vector<Record> records_;
+  std::vector<Record> records_;                        // for JSON
+  std::vector<Record> rows_;                           // for people
+  std::map<std::string, std::vector<Record>> beside_;  // for JSON, by the list's name
   std::vector<std::string> bare_;
   std::vector<std::string> warnings_;
   std::vector<std::string> effects_;

@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <functional>
+
 #include "brisq/command_groups.h"
 #include "brisq/exit_codes.h"
 #include "brisq/output.h"
@@ -14,18 +16,21 @@ Record Kind(const char* kind, const std::string& text) {
   return {{"kind", std::string(kind)}, {"text", text}};
 }
 
-void ShowDifferences(Call& call, const SyncReport& report) {
+// A difference: a line for people, and what JSON holds.
+using Show = std::function<void(const std::string&, Record)>;
+
+void ShowDifferences(const SyncReport& report, const Show& show) {
   if (!report.diff.empty()) {
-    call.output.Bare("--- " + report.path, Kind("file as it is", report.path));
-    call.output.Bare("+++ " + report.path, Kind("file as it would be", report.path));
+    show("--- " + report.path, Kind("file as it was", report.path));
+    show("+++ " + report.path, Kind("file as the table has it", report.path));
   }
-  for (const std::string& line : report.diff) call.output.Bare(line, Kind("line", line));
-  for (const std::string& path : report.maildirs)
-    call.output.Bare("+ Maildir " + path, Kind("maildir", path));
+  for (const std::string& line : report.diff) show(line, Kind("line", line));
+  for (const std::string& path : report.maildirs) show("+ Maildir " + path, Kind("maildir", path));
 }
 
 void ShowLeft(Call& call, const SyncReport& report) {
   for (const std::string& name : report.strangers) call.output.Silent(Kind("stranger", name));
+  for (const std::string& problem : report.unsafe) call.output.Silent(Kind("unsafe", problem));
   for (const std::string& address : report.passwordless)
     call.output.Silent(Kind("without password", address));
   for (const std::string& name : report.strangers)
@@ -41,7 +46,9 @@ void ShowLeft(Call& call, const SyncReport& report) {
 
 void Plan(Call& call) {
   const SyncReport report = brisq_panel::PlanSync();
-  ShowDifferences(call, report);
+  ShowDifferences(report, [&](const std::string& line, Record record) {
+    call.output.Bare(line, std::move(record));
+  });
   ShowLeft(call, report);
   if (report.Differs()) call.exit_code = kExitFindings;
 }
@@ -65,8 +72,10 @@ void ShowPasswords(Call& call, const SyncReport& report) {
 // What was written goes to the person; the new passwords are the data.
 void Sync(Call& call) {
   const SyncReport report = brisq_panel::Sync(call.arguments.Has("--generate"));
-  for (const std::string& line : report.diff) call.output.Say(line);
-  for (const std::string& path : report.maildirs) call.output.Say("+ Maildir " + path);
+  ShowDifferences(report, [&](const std::string& line, Record record) {
+    call.output.Say(line);
+    call.output.Silent(std::move(record));
+  });
   ShowLeft(call, report);
   if (!report.Differs()) call.output.Say("nothing to do");
   if (!call.arguments.Has(kDryRun.name)) ShowPasswords(call, report);

@@ -11,6 +11,7 @@
 #include "brisq_api.h"
 #include "framework/database.h"
 #include "framework/due.h"
+#include "framework/file_access.h"
 #include "framework/file_steps.h"
 #include "framework/file_swap.h"
 #include "framework/job_table.h"
@@ -60,6 +61,7 @@ const std::map<std::string, Kind>& Kinds() {
       {kSwap, {FileSwap::Undo, FileSwap::Finish}},
       {"dir", {user_dir::Undo, NothingToFinish}},
       {"sysdir", {UndoSystemDir, NothingToFinish}},
+      {"access", {file_access::Undo, NothingToFinish}},
   };
   return kinds;
 }

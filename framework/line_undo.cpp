@@ -1,9 +1,11 @@
 #include "framework/line_undo.h"
 
 #include <algorithm>
+#include <list>
 #include <memory>
 #include <optional>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 #include "framework/conf_line.h"
@@ -17,47 +19,52 @@ namespace {
 constexpr char kSeparator = ':';
 constexpr const char* kSealed = "sealed";
 
-// The lines of a content, each with its end.
+// The lines of a content, each with its end, found by their texts and names without looking at the
+// others: a request may have changed most of a large file.
 class Lines {
  public:
-  explicit Lines(std::string_view content) {
+  using Raw = std::list<std::string>;
+  using Place = Raw::iterator;
+
+  Lines(std::string_view content, char separator) : separator_(separator) {
     while (!content.empty()) {
       const std::size_t end = std::min(content.find('\n'), content.size() - 1) + 1;
-      raw_.emplace_back(content.substr(0, end));
+      Add(raw_.end(), std::string(content.substr(0, end)));
       content.remove_prefix(end);
     }
   }
 
-  std::size_t size() const noexcept { return raw_.size(); }
+  Place Begin() { return raw_.begin(); }
+  Place End() { return raw_.end(); }
 
-  /// Place of the line with this text; size() when there is none.
-  std::size_t Find(const std::string& text) const {
-    std::size_t at = 0;
-    while (at < size() && Text(raw_[at]) != text) {
-      ++at;
-    }
-    return at;
+  /// Place of the first line with this text; End() when there is none.
+  Place Find(const std::string& text) {
+    const auto places = by_text_.find(text);
+    return places == by_text_.end() ? End() : places->second.front();
   }
 
-  bool HasNamed(const std::string& name, char separator) const {
-    return std::any_of(raw_.begin(), raw_.end(), [&](const std::string& raw) {
-      return raw.size() > name.size() && raw.starts_with(name) && raw[name.size()] == separator;
-    });
+  bool HasNamed(const std::string& name) const { return by_name_.count(name) != 0; }
+
+  void Remove(Place at) {
+    Forget(at);
+    raw_.erase(at);
   }
 
-  void Remove(std::size_t at) { raw_.erase(raw_.begin() + static_cast<std::ptrdiff_t>(at)); }
-
-  void Replace(std::size_t at, const std::string& text) {
-    const std::string& raw = raw_[at];
-    raw_[at] = text + raw.substr(raw.size() - conf_line::EndLength(raw));
+  void Replace(Place at, const std::string& text) {
+    Forget(at);
+    *at = text + at->substr(at->size() - conf_line::EndLength(*at));
+    Know(at);
   }
 
-  void Insert(std::size_t at, const std::string& text) {
+  /// Puts a line with this text in front of `at`.
+  void Insert(Place at, const std::string& text) {
     const std::string end = raw_.empty() || !raw_.front().ends_with("\r\n") ? "\n" : "\r\n";
-    if (at > 0) {
-      raw_[at - 1] = conf_line::WithEnd(raw_[at - 1], end);
+    if (at != Begin()) {
+      // The last line of a file may lack its end; its text stays the same.
+      const Place before = std::prev(at);
+      *before = conf_line::WithEnd(*before, end);
     }
-    raw_.insert(raw_.begin() + static_cast<std::ptrdiff_t>(at), text + end);
+    Add(at, text + end);
   }
 
   std::string Joined() const {
@@ -69,50 +76,81 @@ class Lines {
   }
 
  private:
-  static std::string_view Text(const std::string& raw) {
-    return std::string_view(raw).substr(0, raw.size() - conf_line::EndLength(raw));
+  static std::string Text(const std::string& raw) {
+    return raw.substr(0, raw.size() - conf_line::EndLength(raw));
+  }
+  std::string Name(const std::string& text) const { return text.substr(0, text.find(separator_)); }
+  bool IsNamed(const std::string& text) const { return text.find(separator_) != std::string::npos; }
+
+  void Add(Place in_front_of, std::string raw) { Know(raw_.insert(in_front_of, std::move(raw))); }
+
+  void Know(Place at) {
+    const std::string text = Text(*at);
+    by_text_[text].push_back(at);
+    if (IsNamed(text)) {
+      ++by_name_[Name(text)];
+    }
   }
 
-  std::vector<std::string> raw_;
+  void Forget(Place at) {
+    const std::string text = Text(*at);
+    const auto places = by_text_.find(text);
+    places->second.remove(at);
+    if (places->second.empty()) {
+      by_text_.erase(places);
+    }
+    const auto named = IsNamed(text) ? by_name_.find(Name(text)) : by_name_.end();
+    if (named != by_name_.end() && --named->second == 0) {
+      by_name_.erase(named);
+    }
+  }
+
+  const char separator_;
+  Raw raw_;
+  std::unordered_map<std::string, std::list<Place>> by_text_;  // of each text in the file's order
+  std::unordered_map<std::string, std::size_t> by_name_;       // how many lines
 };
 
 enum class Result { kUndone, kNothingToDo, kSomebodyElses };
 
 // Where a removed line belongs: behind its neighbour, or at the end when that has gone.
-std::size_t PlaceFor(const Lines& lines, const Change& change) {
-  return change.behind.empty() ? 0 : std::min(lines.Find(change.behind) + 1, lines.size());
+Lines::Place PlaceFor(Lines& lines, const Change& change) {
+  if (change.behind.empty()) {
+    return lines.Begin();
+  }
+  const Lines::Place neighbour = lines.Find(change.behind);
+  return neighbour == lines.End() ? lines.End() : std::next(neighbour);
 }
 
-Result BringBack(Lines& lines, const Change& change, char separator) {
-  if (lines.HasNamed(change.name, separator)) {
+Result BringBack(Lines& lines, const Change& change) {
+  if (lines.HasNamed(change.name)) {
     return Result::kSomebodyElses;
   }
   lines.Insert(PlaceFor(lines, change), change.before);
   return Result::kUndone;
 }
 
-bool IsAsBefore(const Lines& lines, const Change& change, char separator) {
-  return change.before.empty() ? !lines.HasNamed(change.name, separator)
-                               : lines.Find(change.before) < lines.size();
+bool IsAsBefore(Lines& lines, const Change& change) {
+  return change.before.empty() ? !lines.HasNamed(change.name)
+                               : lines.Find(change.before) != lines.End();
 }
 
 // Names of the lines that are as they were before their first change: a recovery that was killed
 // has taken all of their changes back.
-std::set<std::string> TakenBack(const Lines& lines, const std::vector<Change>& changes,
-                                char separator) {
+std::set<std::string> TakenBack(Lines& lines, const std::vector<Change>& changes) {
   std::set<std::string> seen;
   std::set<std::string> taken_back;
   for (const Change& change : changes) {
-    if (seen.insert(change.name).second && IsAsBefore(lines, change, separator)) {
+    if (seen.insert(change.name).second && IsAsBefore(lines, change)) {
       taken_back.insert(change.name);
     }
   }
   return taken_back;
 }
 
-Result UndoOne(Lines& lines, const Change& change, char separator) {
-  const std::size_t after = change.after.empty() ? lines.size() : lines.Find(change.after);
-  if (after < lines.size()) {
+Result UndoOne(Lines& lines, const Change& change) {
+  const Lines::Place after = change.after.empty() ? lines.End() : lines.Find(change.after);
+  if (after != lines.End()) {
     if (change.before.empty()) {
       lines.Remove(after);
     } else {
@@ -120,10 +158,10 @@ Result UndoOne(Lines& lines, const Change& change, char separator) {
     }
     return Result::kUndone;
   }
-  if (IsAsBefore(lines, change, separator)) {
+  if (IsAsBefore(lines, change)) {
     return Result::kNothingToDo;
   }
-  return change.after.empty() ? BringBack(lines, change, separator) : Result::kSomebodyElses;
+  return change.after.empty() ? BringBack(lines, change) : Result::kSomebodyElses;
 }
 
 ConfSnapshot SnapshotOf(const std::string& content) {
@@ -150,17 +188,17 @@ Change FromStep(const journal::Step& step) {
 }
 
 Undone Undo(std::string content, const std::vector<Change>& changes, char separator) {
-  Lines lines(content);
+  Lines lines(content, separator);
   Undone undone;
-  const std::set<std::string> taken_back = TakenBack(lines, changes, separator);
+  std::set<std::string> left;
+  const std::set<std::string> taken_back = TakenBack(lines, changes);
   for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
     if (taken_back.contains(change->name)) {
       continue;
     }
-    const Result result = UndoOne(lines, *change, separator);
+    const Result result = UndoOne(lines, *change);
     undone.changed = undone.changed || result == Result::kUndone;
-    if (result == Result::kSomebodyElses &&
-        std::find(undone.left.begin(), undone.left.end(), change->name) == undone.left.end()) {
+    if (result == Result::kSomebodyElses && left.insert(change->name).second) {
       undone.left.push_back(change->name);
     }
   }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "framework/log_hub.h"
+#include "framework/rehearsal.h"
 
 namespace mgr_log {
 
@@ -48,7 +49,9 @@ void Module::Write(int level, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
   try {
-    Hub::Instance().Write(*state_, level, Formatted(format, arguments));
+    // What a dry run says of its steps has not happened.
+    const char* const mark = Rehearsal::Current() == nullptr ? "" : "dry run: ";
+    Hub::Instance().Write(*state_, level, mark + Formatted(format, arguments));
   } catch (...) {
     // Only memory can be short here, and then there is nothing to say it with.
   }

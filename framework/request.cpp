@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "framework/acting_user.h"
+#include "framework/conf_defer.h"
+#include "framework/doubts.h"
 #include "framework/due.h"
 #include "framework/random_hex.h"
 #include "framework/rehearsal.h"
@@ -202,12 +204,38 @@ void Request::CommitDatabase() {
   }
 }
 
+// Lines are taken back by one save for all, made before the journal's entry goes.
 void Request::UndoSteps() noexcept {
+  DeferSaves lines(DeferSaves::Between::kNever);
+  const auto save = [&] { doubts::NoteInRequest([&] { lines.Save(); }); };
   for (std::size_t number = done_.size(); number > 0; --number) {
     const Step& step = done_[number - 1];
-    undone_ =
-        Attempt(step, "undo of step " + std::to_string(number) + " (" + step.what + ")") && undone_;
+    const std::string what = "undo of step " + std::to_string(number) + " (" + step.what + ")";
+    undone_ = UndoStep(step, what, save) && undone_;
   }
+  undone_ = Attempt({"", save}, "save of what was undone") && undone_;
+}
+
+// A line that looks changed since may be what later steps have made of it, through another view of
+// the file: that they are taken back shows there once it is saved.
+bool Request::UndoStep(const Step& step, const std::string& what,
+                       const std::function<void()>& save) noexcept {
+  try {
+    step.call();
+    return true;
+  } catch (const mgr_err::Error& error) {
+    if (error.type() != "later") {
+      Problem(what, error.what());
+      return false;
+    }
+  } catch (const std::exception& error) {
+    Problem(what, error.what());
+    return false;
+  } catch (...) {
+    Problem(what, "an exception of unknown kind");
+    return false;
+  }
+  return Attempt({"", save}, what) && Attempt(step, what);
 }
 
 void Request::RollbackDatabase() noexcept {

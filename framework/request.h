@@ -126,6 +126,8 @@ class BRISQ_API Request {
   void MarkCommitted();
   void CloseEntry() noexcept;
   void UndoSteps() noexcept;
+  bool UndoStep(const Step& step, const std::string& what,
+                const std::function<void()>& save) noexcept;
   void RollbackDatabase() noexcept;
   void End() noexcept;
   void MakeCallsAfterCommit() noexcept;

@@ -10,6 +10,7 @@
 #include "framework/user_dir.h"
 #include "mgr_err.h"
 #include "panel/home_job.h"
+#include "panel/job_log.h"
 #include "panel/mail_line.h"
 #include "panel/maildir.h"
 #include "panel/mend_jobs.h"
@@ -21,6 +22,10 @@ namespace {
 
 using Owner = std::shared_ptr<brisq_db::User>;
 
+void DeclareMissing(const std::string& home, const file_access::Access& access) {
+  JobLog::Declare({kDirectory, home, {}, AccessValues(access)});
+}
+
 void CheckOwner(const Owner& owner, Drifts& drifts) {
   const std::string home = owner->home;
   const uid_t uid = owner->OwnerUid();
@@ -28,7 +33,10 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
   struct stat state {};
   if (::lstat(home.c_str(), &state) != 0) {
     drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is missing",
-                 "brisq check --fix", [=] { new MakeHome(home, uid, gid); });
+                 "brisq check --fix", [=] {
+                   DeclareMissing(home, {0750, uid, gid});
+                   new MakeHome(home, uid, gid);
+                 });
   } else if (!S_ISDIR(state.st_mode)) {
     drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is no directory",
                  "put a directory there");
@@ -42,7 +50,7 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
     // As in a user's tree: the owner may have put a second name of another's file there since.
     const mgr_file::safe::Folder folder(home, home, uid, gid);
     drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + home,
-                 [=] { new SetFolderMode(folder, mode); });
+                 [=] { new SetAccess(folder, mode); });
   }
 }
 
@@ -108,7 +116,7 @@ class MailboxChecks {
     const mode_t mode = (state.st_mode & 07770) | S_IRWXU;
     drifts_.Warning("MAILDIR-MODE", folder.path(),
                     open ? "everybody may enter it" : "its owner may not use it",
-                    "chmod u+rwx,o= " + folder.path(), [=] { new SetFolderMode(folder, mode); });
+                    "chmod u+rwx,o= " + folder.path(), [=] { new SetAccess(folder, mode); });
   }
 
   const Owner owner_;

@@ -34,8 +34,8 @@ bool IsNumber(const std::string& text) {
 }
 
 // A save of its own clears away what others have left, with the file's lock.
-void SweepSaves(const std::string& path) {
-  new ClearAway("leftovers of saves beside " + path + " cleared away",
+void SweepSaves(const std::string& path, const std::string& left) {
+  new ClearAway(left, "leftovers of saves beside " + path + " cleared away",
                 [path] { const ConfSave sweep(path); });
 }
 
@@ -55,7 +55,8 @@ void CheckPasswdFolder(Drifts& drifts) {
       }
       drifts.Warning("LEFTOVER-SAVE", folder.FullName(),
                      "was left by a save that was killed, and holds password hashes",
-                     "brisq check --fix", [path] { SweepSaves(path); });
+                     "brisq check --fix",
+                     [path, left = folder.FullName()] { SweepSaves(path, left); });
     } else if (folder.name().starts_with(edited) && IsNumber(folder.name().substr(edited.size()))) {
       drifts.Warning("LEFTOVER-EDIT", folder.FullName(),
                      "is an edit by hand that a killed save had not taken over",
@@ -74,7 +75,7 @@ bool IsOfJob(const std::string& name) {
 
 // Requests hold the database's write lock while their jobs are done, and so does the mend.
 void Remove(const std::string& path) {
-  new ClearAway("file " + path + " removed", [path] {
+  new ClearAway(path, "file " + path + " removed", [path] {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
       throw mgr_file::FileError(path, "unlink");
     }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 
 #include "brisq_api.h"
@@ -14,6 +15,7 @@
 #include "panel/certificate_cleanup.h"
 #include "panel/domains.h"
 #include "panel/email_module.h"
+#include "panel/job_log.h"
 #include "panel/mend_jobs.h"
 #include "panel/tls_state.h"
 
@@ -21,18 +23,37 @@ namespace brisq_panel {
 
 namespace {
 
+bool IsThere(const std::string& path) {
+  struct stat state {};
+  return ::lstat(path.c_str(), &state) == 0;
+}
+
+void DeclareLink(const std::string& path, const std::string& target) {
+  std::error_code none;
+  const std::string now = std::filesystem::read_symlink(path, none);
+  if (now != target) {
+    JobLog::Declare({kLink,
+                     path,
+                     IsThere(path) ? ObjectState{{"target", now}} : ObjectState{},
+                     {{"target", target}}});
+  }
+}
+
 // Links and snippet anew, as setting the certificate makes them.
 std::function<void()> SetAnew(const DomainInfo& domain) {
-  return [=] { MailBackend().SetSSLCertForDomain(domain.name, domain.cert, domain.key); };
+  return [=] {
+    const TlsPlaces places = PlacesOf(domain.name);
+    DeclareLink(places.cert_link, domain.cert);
+    DeclareLink(places.key_link, domain.key);
+    if (!IsThere(places.snippet)) {
+      JobLog::Declare({kFile, places.snippet, {}, {{"state", "set anew"}}});
+    }
+    MailBackend().SetSSLCertForDomain(domain.name, domain.cert, domain.key);
+  };
 }
 
 std::string Command(const DomainInfo& domain) {
   return "brisq tls set " + domain.name + " --cert " + domain.cert + " --key " + domain.key;
-}
-
-bool IsThere(const std::string& path) {
-  struct stat state {};
-  return ::lstat(path.c_str(), &state) == 0;
 }
 
 // False when setting the certificate anew would make Dovecot fail.
@@ -81,11 +102,14 @@ void CheckAccess(const std::string& snippet, Drifts& drifts) {
                [=] { new SetAccess(snippet, 0600, ::geteuid()); });
 }
 
-std::function<void()> Prune() {
+std::function<void()> Prune(const std::string& snippet) {
   if (brisq_api::FindAction(kCheckAction) == nullptr) {
     return {};
   }
-  return [] {
+  return [=] {
+    if (IsThere(snippet)) {
+      JobLog::Declare({kFile, snippet, {{"state", "names a missing file"}}, {}});
+    }
     brisq_api::InternalCall(kCheckAction, "");
     if (brisq_api::FindAction(kReloadAction) != nullptr) {
       new mgr_job::CallOnCommit(kReloadAction, "hard=on");
@@ -107,7 +131,7 @@ void CheckSnippets(const std::set<std::string>& known, Drifts& drifts) {
     if (!missing.empty()) {
       drifts.Error("TLS-DANGLING", snippet,
                    "names " + missing + ", which is missing: Dovecot would not come up",
-                   "brisq tls prune", Prune());
+                   "brisq tls prune", Prune(snippet));
     } else {
       drifts.Warning("TLS-STRANGER", snippet, "belongs to no domain that has a certificate",
                      "remove it, or brisq tls set for its domain");

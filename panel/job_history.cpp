@@ -5,10 +5,13 @@
 #include "framework/job_table.h"
 #include "framework/seal.h"
 #include "mgr_err.h"
+#include "panel/archive.h"
 #include "panel/domain_changes.h"
 #include "panel/domains.h"
+#include "panel/line_saves.h"
 #include "panel/mailbox_changes.h"
 #include "panel/mailbox_removal.h"
+#include "panel/mend_jobs.h"
 #include "panel/names.h"
 #include "panel/password_line.h"
 #include "panel/records.h"
@@ -48,7 +51,7 @@ void RequireUndoable(const job_table::Job& job) {
   if (const std::string state = StateOfJob(job); state != job_table::kDone) {
     throw InTheWay(job.id, "is " + state + " already");
   }
-  if (job.sealed.empty()) {
+  if (job.changes.empty()) {
     throw InTheWay(job.id, "holds nothing that can be undone");
   }
 }
@@ -60,10 +63,20 @@ void RequireAsLeft(int id, const ObjectChange& change) {
   if (change.Removed() != now.empty()) {
     throw InTheWay(id, object + (now.empty() ? " is gone since" : " exists again"));
   }
+  if (change.kind == kLine && StateOf(kMailbox, change.name).empty()) {
+    throw InTheWay(id, "mailbox " + change.name + " is gone since");
+  }
   for (const auto& [name, value] : change.after) {
     if (now.at(name) != value) {
       throw InTheWay(id, object + ": its " + name + " was changed since");
     }
+  }
+}
+
+// A job on a file's mode tells what it changes by itself, as it is done at the commit.
+void Watch(const ObjectChange& change) {
+  if (change.kind != kAccess) {
+    JobLog::Watch(change.kind, change.name);
   }
 }
 
@@ -80,7 +93,12 @@ void SetFormerPassword(const ObjectChange& change) {
   }
   // One that is switched off or on loses its line or brings its own hash back.
   if (Differs(change, kHash) && !Differs(change, "active")) {
-    StoreHash(change.name, change.before.at(kHash));
+    LineSaves::WhenSaved([name = change.name, hash = change.before.at(kHash)] {
+      // The line itself may leave by the same undo.
+      if (StoredHash(name)) {
+        StoreHash(name, hash);
+      }
+    });
   }
 }
 
@@ -153,22 +171,101 @@ void UndoDomain(const ObjectChange& change) {
   SetFormerDomain(change);
 }
 
-void Undo(int id, const ObjectChange& change) {
+// The hash that was set aside while the mailbox is switched off, as it was before the line left.
+void SetFormerHash(const ObjectChange& change) {
+  const auto kept = FindArchived(ParseAddress(change.name), {kSwitchedOff});
+  if (!kept) {
+    return;
+  }
+  if (change.before.count(kFormerHash) == 0) {
+    kept->DbDelete();
+    return;
+  }
+  kept->hash = change.before.at(kFormerHash);
+  kept->Post();
+}
+
+void UndoLine(const ObjectChange& change) {
+  if (change.Made()) {
+    RemoveLine(change.name);
+    return;
+  }
+  LineValues former = change.before;
+  if (change.Removed()) {
+    SetFormerHash(change);
+    former.erase(kFormerHash);
+  } else {
+    former.merge(StoredLine(change.name));
+  }
+  StoreLine(change.name, former);
+}
+
+// The owner in whose tree, or at whose home, a path lies; null for none. A home in a home is
+// nearer.
+std::shared_ptr<brisq_db::User> OwnerAround(const std::string& path) {
+  std::shared_ptr<brisq_db::User> nearest;
+  const auto owner = Table<brisq_db::User>();
+  for (owner->DbSelect(); !owner->Eof(); owner->Next()) {
+    const std::string home = owner->home;
+    if ((path == home || path.starts_with(home + "/")) &&
+        (!nearest || home.size() > std::string(nearest->home).size())) {
+      nearest = FindOwner(owner->name);
+    }
+  }
+  return nearest;
+}
+
+mgr_file::safe::Folder InTreeOf(const brisq_db::User& owner, const std::string& path) {
+  return mgr_file::safe::Folder(owner.home, path, owner.OwnerUid(), owner.OwnerGid());
+}
+
+void UndoAccess(const ObjectChange& change) {
+  ObjectState former = change.before;
+  former.merge(StateOf(kAccess, change.name));
+  const auto owner = OwnerAround(change.name);
+  const file_access::Place place{change.name,
+                                 owner ? InTreeOf(*owner, change.name) : mgr_file::safe::Folder()};
+  new SetAccess(place, AccessIn(former));
+}
+
+std::string Named(const ObjectChange& change) { return change.kind + " " + change.name; }
+
+void Undo(int id, const ObjectChange& change, Request& request) {
   if (change.kind == kMailbox) {
     UndoMailbox(change);
   } else if (change.kind == kDomain) {
     UndoDomain(change);
-  } else {
+  } else if (change.kind == kLine) {
+    UndoLine(change);
+  } else if (change.kind == kAccess) {
+    UndoAccess(change);
+  } else if (change.kind == kDirectory) {
+    request.AddNote(Named(change) + " stays: it may hold something by now");
+  } else if (change.kind == kOwner) {
     throw InTheWay(id, "owners are not removed");
+  } else {
+    throw InTheWay(id, Named(change) + " was mended, and has no former state to go back to");
   }
 }
 
-// Domains come before their mailboxes, but for one that goes.
+// Domains come before their mailboxes, but for one that goes; lines as they were come last.
 int TurnOf(const ObjectChange& change) {
-  if (change.kind != kDomain) {
-    return 1;
+  if (change.kind == kDomain) {
+    return change.Made() ? 2 : 0;
   }
-  return change.Made() ? 2 : 0;
+  return change.kind == kMailbox ? 1 : 3;
+}
+
+// Objects that an undo leaves alone have no state to compare.
+bool HasState(const std::string& kind) {
+  return kind == kMailbox || kind == kDomain || kind == kOwner || kind == kLine || kind == kAccess;
+}
+
+void RequireSomething(int id, const std::vector<ObjectChange>& changes) {
+  if (std::all_of(changes.begin(), changes.end(),
+                  [](const ObjectChange& change) { return change.kind == kDirectory; })) {
+    throw InTheWay(id, "made directories alone, which stay; remove them by hand");
+  }
 }
 
 }  // namespace
@@ -184,21 +281,27 @@ std::vector<JobInfo> ListJobs(int most) {
 JobInfo ShowJob(int id) { return Info(Find(id)); }
 
 std::vector<std::string> UndoJob(int id) {
-  return RunRequest("job undo", [&](Request&) {
+  LineSaves saves;
+  return RunRequest("job undo", [&](Request& request) {
     const job_table::Job job = Find(id);
     RequireUndoable(job);
-    std::vector<ObjectChange> changes = FromText(mgr_seal::Open(job.sealed));
+    std::vector<ObjectChange> changes =
+        FromText(job.sealed.empty() ? job.changes : mgr_seal::Open(job.sealed));
     std::stable_sort(changes.begin(), changes.end(), [](const auto& left, const auto& right) {
       return TurnOf(left) < TurnOf(right);
     });
+    RequireSomething(id, changes);
     for (const ObjectChange& change : changes) {
-      RequireAsLeft(id, change);
-      JobLog::Watch(change.kind, change.name);
+      if (HasState(change.kind)) {
+        RequireAsLeft(id, change);
+        Watch(change);
+      }
     }
     JobLog::Undoes(id);
     for (const ObjectChange& change : changes) {
-      Undo(id, change);
+      Undo(id, change, request);
     }
+    saves.Save();
   });
 }
 

@@ -27,7 +27,9 @@ constexpr int kDefaultDays = 90;
 // What a clock's time can bear; the check of the settings allows no more.
 constexpr int kMostDays = 36500;
 
-bool IsSecret(const std::string& name) { return name == kHash || name == kKeptPassword; }
+bool IsSecret(const std::string& name) {
+  return name == kHash || name == kKeptPassword || name == kFormerHash;
+}
 
 // Names of values are single words in a step.
 std::string Word(std::string name) {
@@ -81,15 +83,19 @@ JobLog::JobLog() { g_current = this; }
 
 JobLog::~JobLog() { g_current = nullptr; }
 
+bool JobLog::IsNew(const std::string& kind, const std::string& name) {
+  return known_.emplace(kind, name).second;
+}
+
 void JobLog::Watch(const std::string& kind, const std::string& name) {
-  if (g_current == nullptr) {
-    return;
-  }
-  const auto& watched = g_current->watched_;
-  if (std::none_of(watched.begin(), watched.end(), [&](const ObjectChange& known) {
-        return known.kind == kind && known.name == name;
-      })) {
+  if (g_current != nullptr && g_current->IsNew(kind, name)) {
     g_current->watched_.push_back({kind, name, StateOf(kind, name), {}});
+  }
+}
+
+void JobLog::Declare(ObjectChange change) {
+  if (g_current != nullptr && g_current->IsNew(change.kind, change.name)) {
+    g_current->declared_.push_back(std::move(change));
   }
 }
 
@@ -101,8 +107,12 @@ void JobLog::Undoes(int job) {
 
 std::vector<ObjectChange> JobLog::Changes() const {
   std::vector<ObjectChange> changes;
-  for (ObjectChange change : watched_) {
+  std::vector<ObjectChange> all = watched_;
+  for (ObjectChange& change : all) {
     change.after = StateOf(change.kind, change.name);
+  }
+  all.insert(all.end(), declared_.begin(), declared_.end());
+  for (ObjectChange& change : all) {
     if (!change.Made() && !change.Removed()) {
       KeepDifferences(change);
     }
@@ -118,9 +128,11 @@ void JobLog::Write(const Request& request) {
   if (changes.empty() || Rehearsal::Current() != nullptr) {
     return;
   }
+  // Without a secret nothing needs the key, whose own mode may be what is mended.
+  const std::string shown = ToText(changes, Secrets::kHidden);
+  const std::string whole = ToText(changes, Secrets::kKept);
   job_table::Add({0, request.id(), request.name(), ActingUser(), UtcText(request.started()),
-                  job_table::kDone, ToText(changes, Secrets::kHidden),
-                  mgr_seal::Seal(ToText(changes, Secrets::kKept)), undoes_});
+                  job_table::kDone, shown, whole == shown ? "" : mgr_seal::Seal(whole), undoes_});
   if (const auto kept = KeptFor(); kept.count() > 0) {
     job_table::ForgetBefore(UtcText(request.started() - kept));
   }

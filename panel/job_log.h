@@ -1,6 +1,8 @@
 #pragma once
 
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "brisq_export.h"
@@ -33,6 +35,10 @@ class BRISQ_API JobLog {
   /// nothing without a log on this thread.
   /// @throws as StateOf
   static void Watch(const std::string& kind, const std::string& name);
+  /// Notes a change whose outcome is known beforehand, or that no state tells: of one object there
+  /// is one, the first. Does nothing without a log on this thread.
+  /// @param change  of an object that is there before and after, all values
+  static void Declare(ObjectChange change);
   /// Notes that the request takes back this job.
   static void Undoes(int job);
 
@@ -44,7 +50,11 @@ class BRISQ_API JobLog {
  private:
   std::vector<ObjectChange> Changes() const;
 
-  std::vector<ObjectChange> watched_;  // `after` is not known yet
+  bool IsNew(const std::string& kind, const std::string& name);
+
+  std::set<std::pair<std::string, std::string>> known_;  // kinds and names
+  std::vector<ObjectChange> watched_;                    // `after` is not known yet
+  std::vector<ObjectChange> declared_;
   int undoes_ = 0;
 };
 

@@ -4,6 +4,7 @@
 
 #include "email.h"
 #include "panel/email_module.h"
+#include "panel/line_saves.h"
 #include "panel/password_line.h"
 #include "panel/stored_password.h"
 
@@ -72,7 +73,7 @@ bool BringLineBack(Mailbox& mailbox, const std::string& hash) {
     }
   });
   if (!PanelKeepsPassword(mailbox) && !hash.empty()) {
-    StoreHash(address, hash);
+    LineSaves::WhenSaved([=] { StoreHash(address, hash); });
   }
   return PanelKeepsPassword(mailbox) || !hash.empty();
 }

@@ -5,6 +5,7 @@
 
 #include "framework/user_dir.h"
 #include "mgr_job.h"
+#include "panel/job_log.h"
 #include "safe_file.h"
 
 namespace brisq_panel {
@@ -35,7 +36,22 @@ bool IsMaildirMissing(const brisq_db::User& owner, const std::string& home) {
   return missing;
 }
 
+void DeclareMaildir(const brisq_db::User& owner, const std::string& home) {
+  const mgr_file::safe::Folder maildir = MaildirOf(owner, home);
+  for (const char* name : kMaildirFolders) {
+    const mgr_file::safe::Folder part(maildir.root(), mgr_file::ConcatPath(maildir.path(), name),
+                                      maildir.uid(), maildir.gid());
+    for (const journal::Step& missing : user_dir::StepsOfMaking(part)) {
+      JobLog::Declare({kDirectory,
+                       missing.Value("path"),
+                       {},
+                       AccessValues({0700, owner.OwnerUid(), owner.OwnerGid()})});
+    }
+  }
+}
+
 void MakeMaildir(const std::shared_ptr<brisq_db::User>& owner, const std::string& home) {
+  DeclareMaildir(*owner, home);
   const mgr_file::Attrs attrs(0700, owner->OwnerUid(), owner->OwnerGid());
   const mgr_file::safe::Folder maildir = MaildirOf(*owner, home);
   const bool all = user_dir::CheckMakePath(maildir);

@@ -22,8 +22,12 @@ BRISQ_API mgr_file::safe::Folder MaildirOf(const brisq_db::User& owner, const st
 /// @throws mgr_err::Error "value" as above; "file" when the way to it is not safe
 BRISQ_API bool IsMaildirMissing(const brisq_db::User& owner, const std::string& home);
 
+/// Tells the current request's JobLog of the directories that are missing up to a whole Maildir.
+/// @throws as above
+BRISQ_API void DeclareMaildir(const brisq_db::User& owner, const std::string& home);
+
 /// Queues jobs of the current request that make what is missing of a Maildir; what is there stays
-/// as it is.
+/// as it is. Tells the request's JobLog of them.
 /// @throws as above
 BRISQ_API void MakeMaildir(const std::shared_ptr<brisq_db::User>& owner, const std::string& home);
 

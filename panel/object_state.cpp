@@ -1,5 +1,10 @@
 #include "panel/object_state.h"
 
+#include <sys/stat.h>
+
+#include <array>
+#include <cstdio>
+
 #include "panel/names.h"
 #include "panel/password_line.h"
 #include "panel/records.h"
@@ -49,11 +54,41 @@ ObjectState OwnerState(const std::string& name) {
   return {{"uid", owner->uid.AsString()}, {"gid", owner->gid.AsString()}, {"home", owner->home}};
 }
 
+// Only looked at, so that a link which somebody puts on the way shows no more than another state.
+ObjectState AccessState(const std::string& path) {
+  struct stat state {};
+  if (::lstat(path.c_str(), &state) != 0) {
+    return {};
+  }
+  return AccessValues({state.st_mode & 07777, state.st_uid, state.st_gid});
+}
+
 }  // namespace
+
+ObjectState AccessValues(const file_access::Access& access) {
+  std::array<char, 8> mode{};
+  std::snprintf(mode.data(), mode.size(), "%04o", static_cast<unsigned>(access.mode));
+  return {{"mode", mode.data()},
+          {"uid", std::to_string(access.uid)},
+          {"gid", std::to_string(access.gid)}};
+}
+
+file_access::Access AccessIn(const ObjectState& state) {
+  const auto number = [&](const char* name, int base) {
+    return static_cast<unsigned>(std::stoul(state.at(name), nullptr, base));
+  };
+  return {number("mode", 8), number("uid", 10), number("gid", 10)};
+}
 
 ObjectState StateOf(const std::string& kind, const std::string& name) {
   if (kind == kMailbox) {
     return MailboxState(name);
+  }
+  if (kind == kLine) {
+    return StoredLine(name);
+  }
+  if (kind == kAccess) {
+    return AccessState(name);
   }
   return kind == kDomain ? DomainState(name) : OwnerState(name);
 }

@@ -2,8 +2,10 @@
 
 #include "cached_config.h"
 #include "conf_dataset.h"
+#include "framework/conf_line.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
+#include "panel/object_state.h"
 
 namespace brisq_panel {
 
@@ -47,7 +49,64 @@ Cursor<PasswordLines> Open(const std::string& path) {
   return PasswordFile::Get<PasswordLines>(path, true);
 }
 
+struct Column {
+  const char* name;
+  dd::Field PasswordLines::*field;
+};
+
+// In the file's order, behind the name.
+constexpr Column kColumns[] = {
+    {kHash, &PasswordLines::passwd},  {"uid", &PasswordLines::uid},
+    {"gid", &PasswordLines::gid},     {"info", &PasswordLines::info},
+    {"home", &PasswordLines::home},   {"shell", &PasswordLines::shell},
+    {"flags", &PasswordLines::flags}, {"mail", &PasswordLines::maildir},
+};
+
 }  // namespace
+
+LineValues ValuesOfLine(std::string_view text) {
+  constexpr unsigned long kAll = 1 + std::size(kColumns);
+  LineValues values;
+  unsigned long number = 2;
+  for (const Column& column : kColumns) {
+    values[column.name] = conf_line::Column(text, ':', kAll, number++);
+  }
+  return values;
+}
+
+LineValues StoredLine(const std::string& address) {
+  const std::string path = mgr_cf::GetPath("dovecot-passwd");
+  LineValues values;
+  if (path.empty()) {
+    return values;
+  }
+  const Cursor<PasswordLines> lines = Open(path);
+  if (lines->Find(address)) {
+    for (const Column& column : kColumns) {
+      values[column.name] = ((*lines).*column.field).Str();
+    }
+  }
+  return values;
+}
+
+void StoreLine(const std::string& address, const LineValues& values) {
+  const Cursor<PasswordLines> lines = Open(mgr_cf::GetPath("dovecot-passwd"));
+  if (!lines->Find(address)) {
+    lines->New();
+    lines->name.Set(address);
+  }
+  for (const Column& column : kColumns) {
+    ((*lines).*column.field).Set(values.at(column.name));
+  }
+  lines->Post("");
+}
+
+void RemoveLine(const std::string& address) {
+  const Cursor<PasswordLines> lines = Open(mgr_cf::GetPath("dovecot-passwd"));
+  if (lines->Find(address)) {
+    lines->_Delete(true);
+  }
+}
 
 std::optional<std::string> StoredHash(const std::string& address) {
   const std::string path = mgr_cf::GetPath("dovecot-passwd");

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "brisq_export.h"
 
@@ -24,6 +26,25 @@ BRISQ_API std::string PasswdFileText(const std::string& path);
 /// @throws mgr_err::Error "file", "locked" when the file can't be read
 BRISQ_API void EachHash(
     const std::function<void(const std::string& name, const std::string& hash)>& look);
+
+/// Columns of a line by name, without that of the mailbox itself.
+using LineValues = std::map<std::string, std::string>;
+
+/// Columns of a line from its text: kHash, "uid", "gid", "info", "home", "shell", "flags", "mail".
+BRISQ_API LineValues ValuesOfLine(std::string_view text);
+
+/// Columns of the line of this name; empty when there is none.
+/// @throws mgr_err::Error "file", "locked" when the file can't be read
+BRISQ_API LineValues StoredLine(const std::string& address);
+
+/// Gives the line of this name these columns; one that is missing is made, at the end of the file.
+/// Taken back when the current request fails.
+/// @throws as a post to the file does
+BRISQ_API void StoreLine(const std::string& address, const LineValues& values);
+
+/// Removes the line of this name if there is one; taken back when the current request fails.
+/// @throws as a post to the file does
+BRISQ_API void RemoveLine(const std::string& address);
 
 /// Sets the hash in the line of this name; taken back when the current request fails.
 /// @throws mgr_err::Error "missed" without such a line; as a post to the file does

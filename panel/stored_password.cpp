@@ -8,7 +8,10 @@
 #include <optional>
 
 #include "email.h"
+#include "framework/seal.h"
+#include "framework/secret_text.h"
 #include "mgr_cf.h"
+#include "panel/line_saves.h"
 #include "panel/names.h"
 #include "panel/password_line.h"
 
@@ -58,6 +61,16 @@ bool MayBeHashOf(const std::string& body, const std::string& password) {
   return made == nullptr || *made == '*' || body == made;
 }
 
+std::string ProblemOfLine(const std::string& address, const mgr_proc::MaskedSecret& secret) {
+  mgr_proc::SecretBuffer revealed;
+  secret.Reveal(revealed);
+  std::string password(revealed.Text());
+  std::string problem =
+      HashProblem(StoredHash(address).value_or(""), password, mgr_cf::GetParam("DovecotPwScheme"));
+  mgr_seal::Wipe(password);
+  return problem;
+}
+
 }  // namespace
 
 std::string UnfitAnswer(const mgr_err::Error& error) {
@@ -104,11 +117,13 @@ void CheckStoredPassword(const std::string& address, const std::string& password
   if (mgr_cf::GetPath("dovecot-passwd").empty()) {
     return;
   }
-  const std::string problem =
-      HashProblem(StoredHash(address).value_or(""), password, mgr_cf::GetParam("DovecotPwScheme"));
-  if (!problem.empty()) {
-    throw email::Fail("doveadm", problem);
-  }
+  const std::string whose = LineSaves::Active() ? address + ": " : "";
+  LineSaves::WhenSaved([address, whose, secret = mgr_proc::MaskedSecret(password)] {
+    const std::string problem = ProblemOfLine(address, secret);
+    if (!problem.empty()) {
+      throw email::Fail("doveadm", whose + problem);
+    }
+  });
 }
 
 }  // namespace brisq_panel

@@ -11,7 +11,8 @@ namespace brisq_panel {
 /// server's tool may end well and print nothing, an error or the hash of something else. Checked is
 /// the form, that the clear text is kept only where "DovecotPwScheme" says so, and, for the schemes
 /// of crypt(3), that the hash is one of this password. Nothing is changed, and nothing looked at
-/// without a path "dovecot-passwd". What is not saved yet counts as well.
+/// without a path "dovecot-passwd". In a scope of LineSaves it is looked at by Save, whose error
+/// names the address too.
 /// @param address   full name of the mailbox, whose line is there
 /// @param password  in the clear, not empty
 /// @throws mgr_err::Error "email" with object "doveadm", which never shows password or hash; "file"

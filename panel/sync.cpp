@@ -5,20 +5,22 @@
 
 #include "conf_dataset.h"
 #include "email.h"
-#include "framework/conf_defer.h"
 #include "framework/conf_document.h"
 #include "framework/conf_line.h"
 #include "framework/rehearsal.h"
 #include "mgr_cf.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/job_log.h"
 #include "panel/line_diff.h"
+#include "panel/line_saves.h"
 #include "panel/mail_line.h"
 #include "panel/maildir.h"
 #include "panel/names.h"
 #include "panel/password_line.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
+#include "panel/stored_password.h"
 
 namespace brisq_panel {
 
@@ -26,7 +28,7 @@ namespace {
 
 constexpr unsigned long kColumns = 9;
 
-/// The lines of the passwd-file as they were before.
+/// The lines of one content of the passwd-file.
 class Lines {
  public:
   explicit Lines(const std::string& content)
@@ -39,16 +41,30 @@ class Lines {
     return line != ConfDocument::kNone &&
            !conf_line::Column(document_.Text(line), ':', kColumns, 2).empty();
   }
+  std::size_t Count(const std::string& name) const { return document_.AllNamed(name).size(); }
   std::vector<std::string> Strangers(const std::set<std::string>& known) const {
     std::vector<std::string> names;
+    ForEach([&](const std::string& name, const LineValues&) {
+      if (known.count(name) == 0) {
+        names.push_back(name);
+      }
+    });
+    return names;
+  }
+  /// The line that the mail server uses; empty for none.
+  LineValues Values(const std::string& name) const {
+    const ConfDocument::Line line = Find(name);
+    return line == ConfDocument::kNone ? LineValues() : ValuesOfLine(document_.Text(line));
+  }
+  template <class Look>
+  void ForEach(const Look& look) const {
     for (auto line = document_.NextRecord(0, kColumns); line != ConfDocument::kNone;
          line = document_.NextRecord(line + 1, kColumns)) {
-      std::string name(document_.Name(line));
-      if (known.count(name) == 0) {
-        names.push_back(std::move(name));
+      const std::string name(document_.Name(line));
+      if (Find(name) == line) {
+        look(name, ValuesOfLine(document_.Text(line)));
       }
     }
-    return names;
   }
 
  private:
@@ -110,6 +126,9 @@ class Work {
       mailbox->password.SetStored({});  // of this object alone: it is not posted
     }
     MailBackend().Create(mailbox);
+    if (passwords_ != Passwords::kLeave && PasswordBackend() == nullptr && !kept.empty()) {
+      CheckStoredPassword(email::GetEmailName(mailbox), mailbox->password);
+    }
     mailbox->password.SetStored(kept);
   }
 
@@ -117,6 +136,9 @@ class Work {
     if (passwords_ != Passwords::kGenerate) {
       report_.passwordless.push_back(name);
       return;
+    }
+    if (PasswordBackend() == nullptr) {
+      JobLog::Watch(kMailbox, name);  // the panel keeps it too
     }
     report_.passwords.emplace_back(name, GeneratePassword());
     SetLinePassword(mailbox, report_.passwords.back().second);
@@ -135,6 +157,8 @@ class Work {
       // The back-end makes the whole of it with a new line.
       if (lines_.Has(name) || mgr_file::Exists(path)) {
         MakeMaildir(owner, home);
+      } else {
+        DeclareMaildir(*owner, home);
       }
       return true;
     } catch (const mgr_err::Error& error) {
@@ -146,7 +170,16 @@ class Work {
   // As switching it off does. A hash that was kept then is older than one in the line.
   void TakeOut(Mailbox& mailbox, const std::string& name) {
     const std::string hash = TakeLineOut(mailbox);
+    // Behind the line that the mail server used lie those that it would use next.
+    for (std::size_t more = lines_.Count(name); more > 1; --more) {
+      TakeLineOut(mailbox);
+    }
     const auto kept = FindArchived(ParseAddress(name), {kSwitchedOff});
+    LineValues before = lines_.Values(name);
+    if (kept) {
+      before[kFormerHash] = kept->hash;
+    }
+    JobLog::Declare({kLine, name, before, {}});
     if (kept && !hash.empty()) {
       kept->DbDelete();
     }
@@ -160,17 +193,29 @@ class Work {
   const Lines lines_;
 };
 
+// Lines that are made or changed; those that leave are declared with what is kept of them.
+void DeclareLines(const Lines& before, const Lines& after) {
+  after.ForEach([&](const std::string& name, const LineValues& values) {
+    LineValues old = before.Values(name);
+    if (old != values) {
+      JobLog::Declare({kLine, name, std::move(old), values});
+    }
+  });
+}
+
 SyncReport Run(Passwords passwords) {
   SyncReport report;
   report.path = mgr_cf::GetPath("dovecot-passwd");
   MailBackend();
   // Around the request, so that one that fails leaves the file alone but for one save at the most.
-  DeferSaves saves(DeferSaves::Between::kNever);
+  LineSaves saves;
   RunRequest("sync", [&](Request&) {
     const std::string before = PasswdFileText(report.path);
     Work(passwords, report).Do();
     saves.Save();
-    report.diff = DiffLines(before, PasswdFileText(report.path));
+    const std::string after = PasswdFileText(report.path);
+    report.diff = DiffLines(before, after);
+    DeclareLines(Lines(before), Lines(after));
   });
   return report;
 }

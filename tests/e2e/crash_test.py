@@ -5,6 +5,7 @@ import concurrent.futures
 import errno
 import os
 import shutil
+import subprocess
 import sys
 import unittest
 
@@ -25,12 +26,13 @@ NEXT_COMMAND = ("mailbox", "list")
 class Operation:
     """One command, and how the panel is made ready for it."""
 
-    def __init__(self, name, words, prepare=(), stdin="", owes_restart=False):
+    def __init__(self, name, words, prepare=(), stdin="", owes_restart=False, drift=""):
         self.name = name
         self.words = words
         self.prepare = prepare
         self.stdin = stdin
         self.owes_restart = owes_restart
+        self.drift = drift  # for the shell, in the panel's folder, behind what `prepare` does
 
 
 def mailbox(local):
@@ -59,6 +61,18 @@ OPERATIONS = (
               owes_restart=True),
     Operation("domain delete", ("domain", "delete", "example.org", "--yes"),
               (mailbox("one"), certificate("first"), mailbox("two")), owes_restart=True),
+    Operation("sync", ("sync",), (mailbox("one"), mailbox("two"), mailbox("off"),
+                                  (("mailbox", "set", "off@example.org", "--active", "off"), "")),
+              drift="sed -i -e /^one@/d -e 's/^two\\(.*\\)=0M/off\\1=0M\\ntwo\\1=9M/' dovecot/users"
+                    " && rm -r home/mail/example.org/two/.maildir/new"),
+    Operation("job undo of a sync", ("job", "undo", "5"),
+              (mailbox("one"), mailbox("two")),
+              drift="sed -i -e /^one@/d -e /^two@/s/=0M/=9M/ dovecot/users"),
+    Operation("check --fix of a mode", ("check", "--fix", "--only", "tls"), (certificate("first"),),
+              drift="chmod 666 dovecot/snippets/example.org.conf && "
+                    "chown 5 dovecot/snippets/example.org.conf"),
+    Operation("check --fix of a Maildir's mode", ("check", "--fix", "--only", "homes"),
+              (mailbox("one"),), drift="chmod 755 home/mail/example.org/one/.maildir"),
 )
 
 
@@ -74,6 +88,9 @@ class Prepared:
             self.words = self._filled(operation.words)
             for words, stdin in operation.prepare:
                 self.bench.must(*self._filled(words), stdin=stdin)
+            subprocess.run(operation.drift or "true", shell=True, check=True, cwd=self.bench.live)
+            if operation.words[:2] == ("job", "undo"):
+                self.bench.must("sync")
             reloads = os.path.join(self.bench.live, "reloads")
             if os.path.exists(reloads):
                 os.unlink(reloads)

@@ -103,6 +103,74 @@ TEST_F(CommandsTest, ADeletedMailboxComesBackWithItsPassword) {
   EXPECT_EQ(before, dir_.Read("passwd"));
 }
 
+std::vector<std::string> Texts(const json& data, const std::string& kind) {
+  std::vector<std::string> texts;
+  for (const json& record : data)
+    if (record["kind"] == kind) texts.push_back(record["text"]);
+  return texts;
+}
+
+TEST_F(CommandsTest, ASyncTellsAllInJsonAndIsAJob) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  AddMailbox("carol@example.org");
+  dir_.Write("passwd", "zed@example.net:{X}h:1:1::/z:::\n");
+  const Ran plan = Run("plan --json");
+  EXPECT_EQ(5, plan.status);
+  const json planned = json::parse(plan.out)["data"];
+  const json done = Data("sync --generate");
+  for (const json& data : {planned, done}) {
+    EXPECT_EQ(3u, Texts(data, "line").size()) << data;
+    EXPECT_EQ("@@ line 2 @@", Texts(data, "line")[0]);
+    EXPECT_EQ(std::vector<std::string>{"zed@example.net"}, Texts(data, "stranger"));
+  }
+  EXPECT_EQ(2u, Texts(planned, "without password").size());
+  std::vector<std::string> passwords;
+  for (const json& record : done)
+    if (record["kind"] == "password") passwords.push_back(record["password"]);
+  ASSERT_EQ(2u, passwords.size());
+  for (const std::string& line : Texts(done, "line"))
+    EXPECT_EQ(std::string::npos, line.find(passwords[0])) << line;
+
+  const json job = Data("job list --last 1")[0];
+  EXPECT_EQ("sync", job["command"]);
+  EXPECT_EQ("bob@example.org, carol@example.org", job["objects"]);
+  const std::string number = std::to_string(job["job"].get<int>());
+  const Ran shown = Run("job show " + number + " --json");
+  EXPECT_EQ("sync", json::parse(shown.out)["job"][0]["command"]);
+  EXPECT_EQ("line bob@example.org", json::parse(shown.out)["data"][0]["object"]);
+  EXPECT_EQ(std::string::npos, shown.out.find("{CRAM-MD5}")) << "hashes are masked";
+  EXPECT_EQ(json::array({{{"job", job["job"]}, {"state", "undone"}}}), Data("job undo " + number));
+  EXPECT_EQ("zed@example.net:{X}h:1:1::/z:::\n", dir_.Read("passwd"));
+}
+
+TEST_F(CommandsTest, AMendedModeIsAJobAndComesBack) {
+  AddDomain();
+  AddMailbox("bob@example.org");
+  ASSERT_EQ(0, std::system(("chmod 644 '" + (dir_ / "passwd") + "'").c_str()));
+  const Ran mended = Run("check --fix --only passwd --json");
+  EXPECT_EQ("PASSWD-READABLE", json::parse(mended.out)["mended"][0]["code"]) << mended.out;
+  const json job = Data("job list --last 1")[0];
+  EXPECT_EQ("check --fix", job["command"]);
+  const std::string number = std::to_string(job["job"].get<int>());
+  const json change = Data("job show " + number)[0];
+  EXPECT_EQ("access " + (dir_ / "passwd"), change["object"]);
+  EXPECT_EQ("0644", change["before"]);
+  EXPECT_EQ("0640", change["after"]);
+  EXPECT_EQ(0, Run("job undo " + number).status);
+  EXPECT_EQ(5, Run("check --only passwd").status);
+}
+
+TEST_F(CommandsTest, AJobOfManyObjectsNamesTheFirst) {
+  AddDomain();
+  for (const char* local : {"a", "b", "c", "d", "e"})
+    AddMailbox(std::string(local) + "@example.org");
+  std::remove((dir_ / "passwd").c_str());
+  EXPECT_EQ(0, Run("sync").status);
+  EXPECT_EQ("a@example.org, b@example.org, c@example.org and 2 more",
+            Data("job list --last 1")[0]["objects"]);
+}
+
 TEST_F(CommandsTest, AJobIsListedShownAndUndone) {
   AddDomain();
   AddMailbox("bob@example.org");

@@ -91,6 +91,16 @@ TEST_F(DryRunTest, NoCommandChangesAnythingAndEachNamesItsChanges) {
   }
 }
 
+TEST_F(DryRunTest, ALogTellsNothingThatDidNotHappen) {
+  Expect(0, "tls prune --dry-run");
+  EXPECT_THAT(dir_.Read("log/dormel.log"), HasSubstr("dry run: Remove config "));
+  Expect(0, "tls prune");
+  EXPECT_THAT(dir_.Read("log/dormel.log"), HasSubstr(" Remove config "));
+  const std::string log = dir_.Read("log/dormel.log");
+  const std::string last = log.substr(log.rfind('\n', log.size() - 2) + 1);
+  EXPECT_THAT(last, Not(HasSubstr("dry run"))) << log;
+}
+
 TEST_F(DryRunTest, TheSameCommandsDoChangeSomethingWithoutIt) {
   for (const char* words : {"mailbox set bob@example.org --quota 7", "tls prune", "refresh"}) {
     SCOPED_TRACE(words);

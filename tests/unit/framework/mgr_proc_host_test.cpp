@@ -374,9 +374,9 @@ TEST_F(MgrProc, FloodCostsNoMoreMemoryThanItsLimit) {
     int result;
     long most;  // kilobytes
   } floods[] = {
-      {"answer", "head -c 100000000 /dev/zero | tr '\\0' x", 3, 124, 1024},
-      {"errors", "head -c 100000000 /dev/zero >&2; exit 1", 3, 1, 1024},
-      {"both", "head -c 100000000 /dev/zero >&2 & head -c 100000000 /dev/zero; wait", 3, 124, 1024},
+      {"answer", "head -c 100000000 /dev/zero | tr '\\0' x", 3, 124, 4096},
+      {"errors", "head -c 100000000 /dev/zero >&2; exit 1", 3, 1, 4096},
+      {"both", "head -c 100000000 /dev/zero >&2 & head -c 100000000 /dev/zero; wait", 3, 124, 4096},
       {"output", "head -c 500000000 /dev/zero; head -c 500000000 /dev/zero >&2", 2, 0, 72 * 1024},
   };
   for (const auto& flood : floods) {

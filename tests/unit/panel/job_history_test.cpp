@@ -1,13 +1,25 @@
 #include "panel/job_history.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
 #include "framework/config_file.h"
+#include "framework/database.h"
 #include "framework/job_table.h"
 #include "mgr_cf.h"
 #include "panel/domain_changes.h"
 #include "panel/mailbox_changes.h"
 #include "panel/mailbox_removal.h"
+#include "panel/mend_jobs.h"
 #include "panel/object_state.h"
+#include "panel/run_request.h"
+#include "panel/sync.h"
 #include "panel/tls.h"
+#include "str.h"
+#include "tests/support/sys_fault.h"
 #include "tests/unit/panel/certificate_files.h"
 #include "tests/unit/panel/passwd_file_backend.h"
 
@@ -91,6 +103,150 @@ TEST_P(JobHistoryTest, EachKindOfJobIsTakenBackAndDoneAgain) {
       EXPECT_EQ(before, Everything());
     }
   }
+}
+
+TEST_P(JobHistoryTest, ASyncIsTakenBackLineByLine) {
+  brisq_panel::Sync(false);  // the stand-in makes no Maildirs
+  brisq_panel::SetMailboxes({kCarol}, {.active = false});
+  Add("dave");
+  brisq_panel::Sync(false);
+  const std::string dave = LineOf("dave@example.org");
+  RemoveLine(kAlice);
+  dir_.Write("passwd", Lines() + kCarol + ":{CLEAR}by hand::::/x:::\n");
+  std::string changed = Lines();
+  changed.replace(changed.find(dave), dave.size(), "dave@example.org:{CLEAR}d:1:2:i:/else:s:f:m:n");
+  dir_.Write("passwd", changed);
+  const std::string archived = Column("SELECT COUNT(*) FROM mailbox_archive");
+  const auto sorted = [this] {
+    std::string text = Lines();
+    std::vector<std::string> lines;
+    while (!text.empty()) lines.push_back(str::GetWord(text, '\n'));
+    std::sort(lines.begin(), lines.end());
+    return lines;
+  };
+  const auto before = sorted();
+
+  brisq_panel::Sync(true);
+  const auto after = sorted();
+  const auto job = brisq_panel::ShowJob(LastJob());
+  EXPECT_EQ("sync", job.name);
+  std::map<std::string, const brisq_panel::ObjectChange*> lines;
+  for (const auto& change : job.changes) {
+    if (change.kind == "line") lines[change.name] = &change;
+  }
+  ASSERT_EQ(3u, lines.size());
+  EXPECT_TRUE(lines[kAlice]->Made());
+  EXPECT_EQ("(hidden)", lines[kAlice]->after.at("hash"));
+  EXPECT_TRUE(lines[kCarol]->Removed());
+  EXPECT_EQ("/else", lines["dave@example.org"]->before.at("home"));
+  EXPECT_EQ(0u, lines["dave@example.org"]->after.count("hash")) << "it was kept";
+
+  UndoJob(job.id);
+  EXPECT_EQ(before, sorted());
+  EXPECT_EQ(archived, Column("SELECT COUNT(*) FROM mailbox_archive"));
+  if (!GetParam()) {
+    brisq_panel::SetMailboxes({kCarol}, {.active = true});
+    return;
+  }
+  UndoJob(LastJob());
+  EXPECT_EQ(after, sorted()) << "done again";
+}
+
+TEST_P(JobHistoryTest, ANewPasswordOfASyncIsTakenBackWhereverItIsKept) {
+  brisq_panel::Sync(false);
+  mgr_db::ThreadConnection()->Change("UPDATE mailboxes SET password = ''");
+  RemoveLine(kAlice);
+  const std::string before = Everything();
+  ASSERT_EQ(1u, brisq_panel::Sync(true).passwords.size());
+  ASSERT_NE(before, Everything());
+  UndoJob(LastJob());
+  EXPECT_EQ(before, Everything());
+}
+
+TEST_P(JobHistoryTest, SomethingNewerStandsInTheWayOfTakingASyncBack) {
+  brisq_panel::Sync(false);
+  RemoveLine(kAlice);
+  brisq_panel::Sync(false);
+  const int made = LastJob();
+  brisq_panel::SetMailboxes({kAlice}, {.quota = "8"});
+  EXPECT_THAT(TextOf([&] { UndoJob(made); }), HasSubstr("was changed since"));
+  RemoveLine(kAlice);
+  EXPECT_THAT(TextOf([&] { UndoJob(made); }), HasSubstr("line alice@example.org is gone since"));
+
+  brisq_panel::SetMailboxes({kCarol}, {.active = false});
+  dir_.Write("passwd", Lines() + kCarol + ":{CLEAR}by hand::::/x:::\n");
+  brisq_panel::Sync(false);
+  const int removed = LastJob();
+  brisq_panel::DeleteMailboxes({kCarol});
+  EXPECT_THAT(TextOf([&] { UndoJob(removed); }), HasSubstr("mailbox carol@example.org is gone"));
+  EXPECT_EQ("none", LineOf(kCarol));
+}
+
+TEST_P(JobHistoryTest, DirectoriesStayAndAreSaid) {
+  const std::string maildir = Home() + "/mail/example.org/alice/.maildir";
+  RemoveLine(kAlice);
+  std::filesystem::remove_all(maildir);
+  brisq_panel::Sync(false);
+  EXPECT_THAT(UndoJob(LastJob()),
+              testing::Contains("directory " + maildir + " stays: it may hold something by now"));
+  EXPECT_EQ("none", LineOf(kAlice));
+  RemoveLine(kCarol);
+  brisq_panel::Sync(false);
+  std::filesystem::remove_all(maildir);
+  brisq_panel::Sync(false);
+  EXPECT_THAT(TextOf([] { UndoJob(LastJob()); }), HasSubstr("made directories alone"));
+}
+
+TEST_P(JobHistoryTest, AMendedModeIsTakenBackOnTheWayThatIsSafe) {
+  const auto mode = [](const std::string& path) { return StateOf("access", path).at("mode"); };
+  const std::string file = dir_.Write("file", "");
+  ASSERT_EQ(0, ::chmod(file.c_str(), 0644));
+  const auto mend = [&] {
+    brisq_panel::RunRequest("check --fix",
+                            [&](Request&) { new brisq_panel::SetAccess(file, 0600, 5, 6); });
+  };
+  mend();
+  UndoJob(LastJob());
+  EXPECT_EQ("0644", mode(file));
+  EXPECT_EQ("0", StateOf("access", file).at("uid"));
+  UndoJob(LastJob());
+  EXPECT_EQ("0600", mode(file)) << "done again";
+  const int again = LastJob();
+  ASSERT_EQ(0, ::chmod(file.c_str(), 0640));
+  EXPECT_THAT(TextOf([&] { UndoJob(again); }), HasSubstr("its mode was changed since"));
+
+  const std::string folder = dir_.MakeFolder("home/bob/mail");
+  ASSERT_EQ(0, ::chown(folder.c_str(), 1001, 1001));
+  ASSERT_EQ(0, ::chmod(folder.c_str(), 0755));
+  brisq_panel::RunRequest("check --fix", [&](Request&) {
+    new brisq_panel::SetAccess(mgr_file::safe::Folder(Home(), folder, 1001, 1001), 0700);
+  });
+  std::filesystem::rename(folder, dir_ / "home/bob/moved");
+  std::filesystem::create_symlink("moved", folder);
+  EXPECT_NE("none", TextOf([] { UndoJob(LastJob()); }));
+  EXPECT_EQ("0700", mode(dir_ / "home/bob/moved"));
+  std::filesystem::remove(folder);
+  std::filesystem::rename(dir_ / "home/bob/moved", folder);
+  UndoJob(LastJob());
+  EXPECT_EQ("0755", mode(folder));
+}
+
+// Of n lines that come back none costs a save of its own.
+TEST_P(JobHistoryTest, ManyLinesAreTakenBackByFewSaves) {
+  std::vector<std::string> all;
+  for (int i = 0; i < 20; ++i) {
+    Add("m" + std::to_string(i));
+    all.push_back("m" + std::to_string(i) + "@example.org");
+  }
+  brisq_panel::DeleteMailboxes(all);
+  std::size_t saves = 0;
+  {
+    support::SysFault watch;
+    watch.OnCall([&](std::string_view call, std::size_t) { saves += call == "rename" ? 1u : 0u; });
+    UndoJob(LastJob());
+  }
+  EXPECT_LE(saves, 2u);
+  EXPECT_THAT(LineOf("m19@example.org"), HasSubstr("{CLEAR}secret"));
 }
 
 TEST_P(JobHistoryTest, AnAddedMailboxIsDeleted) {

@@ -71,6 +71,23 @@ TEST_F(JobLogTest, NothingChangedIsNoJob) {
   EXPECT_EQ(last, job_table::Latest(1).at(0).id);
 }
 
+TEST_F(JobLogTest, WhatIsDeclaredIsKeptOnceAndOnlyWhereItDiffers) {
+  brisq_panel::RunRequest("test", [](Request&) {
+    JobLog::Declare(
+        {"access", "/x", {{"mode", "0644"}, {"uid", "0"}}, {{"mode", "0600"}, {"uid", "0"}}});
+    JobLog::Declare({"access", "/x", {{"mode", "0600"}}, {{"mode", "0400"}}});
+    JobLog::Declare({"access", "/same", {{"mode", "0600"}}, {{"mode", "0600"}}});
+    JobLog::Declare({"line", "a@b", {{"hash", "{X}canary"}, {"former hash", "{X}canary"}}, {}});
+  });
+  const auto changes = Last();
+  ASSERT_EQ(2u, changes.size());
+  EXPECT_THAT(changes[0].before, UnorderedElementsAre(Pair("mode", "0644")));
+  EXPECT_THAT(changes[0].after, UnorderedElementsAre(Pair("mode", "0600")));
+  EXPECT_THAT(changes[1].before,
+              UnorderedElementsAre(Pair("hash", "(hidden)"), Pair("former hash", "(hidden)")));
+  EXPECT_THAT(DatabaseBytes(), Not(HasSubstr("canary")));
+}
+
 TEST_F(JobLogTest, AFailedRequestIsNoJob) {
   Use(true);
   const std::size_t jobs = job_table::Latest(0).size();
@@ -106,6 +123,7 @@ TEST_F(JobLogTest, MoreDaysThanATimeCanHoldForgetNothing) {
 TEST_F(JobLogTest, WithoutALogNothingIsWatched) {
   const std::size_t jobs = job_table::Latest(0).size();
   JobLog::Watch("mailbox", "no address at all");
+  JobLog::Declare({"access", "/x", {}, {{"mode", "0600"}}});
   JobLog::Undoes(3);
   EXPECT_EQ(jobs, job_table::Latest(0).size());
 }

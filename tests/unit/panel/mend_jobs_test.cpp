@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "framework/journal.h"
 #include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "tests/unit/panel/panel_fixture.h"
@@ -29,7 +30,7 @@ class MendJobsTest : public panel_test::PanelTest {
     Request request("test");
     queue();
     if (fails) {
-      new ClearAway("", fails);
+      new ClearAway("x", "", fails);
     }
     request.Commit();
   }
@@ -48,6 +49,19 @@ TEST_F(MendJobsTest, AccessIsSetAndTakenBack) {
   });
   EXPECT_EQ(0600u, ModeOf(path));
   EXPECT_EQ(5u, StateOf(path).st_uid);
+}
+
+TEST_F(MendJobsTest, TheStepIsNotedBeforeItIsTaken) {
+  const std::string path = dir_.Write("file", "");
+  ASSERT_EQ(0, ::chmod(path.c_str(), 0644));
+  journal::SetFolder(dir_ / "journal");
+  std::vector<std::string> steps;
+  Do([&] {
+    new SetAccess(path, 0600);
+    new ClearAway("x", "", [&] { steps = journal::OpenEntries().at(0).steps; });
+  });
+  journal::SetFolder("");
+  EXPECT_THAT(steps, ElementsAre("mode of " + path + " set to 0600"));
 }
 
 TEST_F(MendJobsTest, WhatSomebodyChangedMeanwhileIsLeftAlone) {
@@ -77,16 +91,15 @@ TEST_F(MendJobsTest, AUsersFolderGetsItsModeOnASafeWay) {
   ASSERT_EQ(0, ::chmod(folder.c_str(), 0755));
   const mgr_file::safe::Folder safe(dir_ / "home", folder, 1001, 1001);
   ErrorOf([&] {
-    Do([&] { new SetFolderMode(safe, 0700); },
-       [] { throw mgr_err::Error("db", "database", "full"); });
+    Do([&] { new SetAccess(safe, 0700); }, [] { throw mgr_err::Error("db", "database", "full"); });
   });
   EXPECT_EQ(0755u, ModeOf(folder)) << "taken back";
-  Do([&] { new SetFolderMode(safe, 0700); });
+  Do([&] { new SetAccess(safe, 0700); });
   EXPECT_EQ(0700u, ModeOf(folder));
 
   std::filesystem::rename(folder, dir_ / "home/moved");
   std::filesystem::create_symlink("moved", folder);
-  EXPECT_EQ("file", ErrorOf([&] { Do([&] { new SetFolderMode(safe, 0777); }); }).type());
+  EXPECT_EQ("file", ErrorOf([&] { Do([&] { new SetAccess(safe, 0777); }); }).type());
   EXPECT_EQ(0700u, ModeOf(dir_ / "home/moved"));
 }
 
@@ -96,8 +109,8 @@ TEST_F(MendJobsTest, ADryRunTellsWhatTheyWouldDo) {
   const Rehearsal rehearsal;
   Do([&] {
     new SetAccess(path, 0600);
-    new SetFolderMode({dir_.path(), dir_.path(), 0, 0}, 0700);
-    new ClearAway("garbage removed", [&] { std::filesystem::remove(path); });
+    new SetAccess(mgr_file::safe::Folder(dir_.path(), dir_.path(), 0, 0), 0700);
+    new ClearAway(path, "garbage removed", [&] { std::filesystem::remove(path); });
   });
   EXPECT_EQ(before, ModeOf(path));
   EXPECT_THAT(rehearsal.effects(),

@@ -1,5 +1,10 @@
 #include "panel/object_state.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
 #include "panel/mailbox_changes.h"
 #include "panel/records.h"
 #include "tests/unit/panel/passwd_file_backend.h"
@@ -48,8 +53,32 @@ TEST_F(ObjectStateTest, DomainsAndOwnersAreTheirRows) {
               UnorderedElementsAre(Pair("uid", "1001"), Pair("gid", "1001"), Pair("home", Home())));
 }
 
+TEST_F(ObjectStateTest, ALineIsItsColumns) {
+  Use(true);
+  Add("alice");
+  const auto line = StateOf("line", "alice@example.org");
+  EXPECT_EQ("{CLEAR}secret", line.at("hash"));
+  EXPECT_EQ(Home() + "/mail/example.org/alice", line.at("home"));
+  EXPECT_EQ(8u, line.size());
+}
+
+TEST_F(ObjectStateTest, AccessIsModeAndOwnerAndALinkIsNotFollowed) {
+  const std::string path = dir_.Write("file", "");
+  ASSERT_EQ(0, ::chmod(path.c_str(), 04711));
+  ASSERT_EQ(0, ::lchown(path.c_str(), 5, 6));
+  ASSERT_EQ(0, ::chmod(path.c_str(), 04711));
+  const auto state = StateOf("access", path);
+  EXPECT_THAT(state,
+              UnorderedElementsAre(Pair("mode", "4711"), Pair("uid", "5"), Pair("gid", "6")));
+  EXPECT_EQ(state, brisq_panel::AccessValues(brisq_panel::AccessIn(state)));
+  std::filesystem::create_symlink(path, dir_ / "link");
+  EXPECT_EQ("0777", StateOf("access", dir_ / "link").at("mode"));
+}
+
 TEST_F(ObjectStateTest, WhatDoesNotExistIsEmpty) {
   Use(true);
+  EXPECT_THAT(StateOf("line", "nobody@example.org"), IsEmpty());
+  EXPECT_THAT(StateOf("access", dir_ / "nothing"), IsEmpty());
   EXPECT_THAT(StateOf("mailbox", "nobody@example.org"), IsEmpty());
   EXPECT_THAT(StateOf("mailbox", "nobody@example.net"), IsEmpty());
   EXPECT_THAT(StateOf("domain", "example.net"), IsEmpty());

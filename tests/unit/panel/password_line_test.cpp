@@ -36,6 +36,25 @@ TEST_F(PasswordLine, AStoredHashChangesItsColumnOnly) {
       dir_.Read("passwd"));
 }
 
+TEST_F(PasswordLine, AWholeLineIsReadMadeChangedAndRemoved) {
+  const auto line = brisq_panel::StoredLine("a@example.org");
+  EXPECT_EQ(brisq_panel::ValuesOfLine("a@example.org:{X}hash:1:1::/h:::maildir:~/.maildir x=y:z"),
+            line);
+  EXPECT_EQ("{X}hash", line.at("hash"));
+  EXPECT_EQ("maildir:~/.maildir x=y:z", line.at("mail"));
+  EXPECT_TRUE(brisq_panel::StoredLine("c@example.org").empty());
+
+  const std::string before = dir_.Read("passwd");
+  brisq_panel::StoreLine("c@example.org", line);
+  EXPECT_EQ(before + "c@example.org:{X}hash:1:1::/h:::maildir:~/.maildir x=y:z\n",
+            dir_.Read("passwd"));
+  brisq_panel::StoreLine("c@example.org", brisq_panel::StoredLine("b@example.org"));
+  EXPECT_EQ(before + "c@example.org::1:1::/h:::\n", dir_.Read("passwd"));
+  brisq_panel::RemoveLine("c@example.org");
+  brisq_panel::RemoveLine("nobody@example.org");
+  EXPECT_EQ(before, dir_.Read("passwd"));
+}
+
 TEST_F(PasswordLine, AMissingLineIsAnError) {
   EXPECT_EQ("missed", panel_test::ErrorOf([] { StoreHash("c@example.org", "{X}h"); }).type());
 }

@@ -2,6 +2,7 @@
 
 #include "framework/conf_defer.h"
 #include "framework/config_file.h"
+#include "panel/line_saves.h"
 #include "panel/password_line.h"
 #include "tests/unit/panel/panel_fixture.h"
 
@@ -134,6 +135,18 @@ TEST_F(StoredPasswordFile, WhatIsNotSavedYetIsLookedAtAsWell) {
   EXPECT_EQ("none", Problem("b@x.org").substr(0, 4));
   brisq_panel::StoreHash("b@x.org", "{SHA512-CRYPT}*0");
   EXPECT_EQ("email: doveadm: its answer is no hash", Problem("b@x.org"));
+}
+
+TEST_F(StoredPasswordFile, WhatIsNotSavedYetIsLookedAtOnceItIs) {
+  dir_.Write("passwd", "a@x.org::1:1::/h:::\nb@x.org::1:1::/h:::\n");
+  mgr_cf::SetPath("dovecot-passwd", dir_ / "passwd");
+  brisq_panel::LineSaves saves;
+  brisq_panel::StoreHash("a@x.org", kSha512);
+  EXPECT_EQ("none", Problem("a@x.org").substr(0, 4));
+  EXPECT_EQ("none", TextOf([&] { saves.Save(); }).substr(0, 4));
+  brisq_panel::StoreHash("b@x.org", "{SHA512-CRYPT}*0");
+  EXPECT_EQ("none", Problem("b@x.org").substr(0, 4));
+  EXPECT_EQ("email: doveadm: b@x.org: its answer is no hash", TextOf([&] { saves.Save(); }));
 }
 
 TEST_F(StoredPasswordFile, TheWishedSchemeIsThatOfTheConfiguration) {

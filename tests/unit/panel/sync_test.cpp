@@ -4,9 +4,12 @@
 
 #include <filesystem>
 
+#include "framework/config_file.h"
 #include "framework/database.h"
+#include "mgr_cf.h"
 #include "panel/archive.h"
 #include "panel/mailbox_changes.h"
+#include "panel/password_line.h"
 #include "panel/records.h"
 #include "tests/support/sys_fault.h"
 #include "tests/unit/panel/passwd_file_backend.h"
@@ -145,6 +148,51 @@ TEST_F(SyncTest, AFailureLeavesTheFileAsItWas) {
   calls_.failing = "mail.Create";
   EXPECT_EQ("email", ErrorOf([] { Sync(false); }).type());
   EXPECT_EQ(before, Lines());
+}
+
+// The tool may print what is no hash, and end well.
+TEST_F(SyncTest, WhatIsStoredForAPasswordIsChecked) {
+  struct Case {
+    const char* name;
+    bool backend_keeps;
+    bool generate;
+    bool line;
+  };
+  for (const Case& c : {Case{"a kept one", false, false, true},
+                        Case{"a kept one, in a line that is on no disk yet", false, false, false},
+                        Case{"a new one", false, true, true},
+                        Case{"a new one that the back-end keeps", true, true, true},
+                        Case{"a new one, in a new line", true, true, false}}) {
+    SCOPED_TRACE(c.name);
+    Use(c.backend_keeps);
+    if (c.generate) {
+      mgr_db::ThreadConnection()->Change("UPDATE mailboxes SET password = ''");
+    }
+    dir_.Write("passwd", c.line ? Unhashed("al") + "\n" + Unhashed("bo") + "\n" : "# lost\n");
+    const std::string before = Lines();
+    const std::string kept = Column("SELECT password FROM mailboxes");
+    mgr_cf::SetParam("StandInAnswer", "*0");
+    EXPECT_EQ("email: doveadm: al@example.org: its answer is no hash",
+              panel_test::TextOf([&] { Sync(c.generate); }));
+    EXPECT_EQ(before, Lines());
+    EXPECT_EQ(kept, Column("SELECT password FROM mailboxes"));
+    mgr_cf::SetParam("StandInAnswer", "");
+  }
+}
+
+TEST_F(SyncTest, AllLinesOfAMailboxThatIsSwitchedOffLeave) {
+  for (const bool passwords : {true, false}) {
+    SCOPED_TRACE(passwords);
+    Use(passwords);
+    SetMailboxes({"al@example.org"}, {.active = false});
+    dir_.Write("passwd",
+               Lines() + "al@example.org:{CLEAR}1::::/x:::\nal@example.org:{CLEAR}2::::/x:::\n");
+    Sync(false);
+    EXPECT_EQ("none", LineOf("al@example.org"));
+    SetMailboxes({"al@example.org"}, {.active = true});
+    EXPECT_THAT(LineOf("al@example.org"), StartsWith(passwords ? "al@example.org:{CLEAR}1:"
+                                                               : "al@example.org:{CLEAR}secret:"));
+  }
 }
 
 // One replacement of the file, whatever the number of lines.
