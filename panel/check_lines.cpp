@@ -28,7 +28,7 @@ Mend ShutOut(const Finding& finding) {
 // Only the file's own group and mode: the folders above are somebody's choice.
 Mend LetDovecotIn(const Finding& finding) {
   const struct group* const dovecot = ::getgrnam("dovecot");
-  if (dovecot == nullptr || !finding.fix.starts_with("chgrp")) {
+  if (dovecot == nullptr || !FileKeepsDovecotOut(finding.object)) {
     return {};
   }
   return [path = finding.object, gid = dovecot->gr_gid] {

@@ -69,22 +69,26 @@ bool CheckFiles(const DomainInfo& domain, Drifts& drifts) {
   return all;
 }
 
+bool IsEdited(const std::vector<PlaceFinding>& findings) {
+  return std::any_of(findings.begin(), findings.end(), [](const PlaceFinding& finding) {
+    return finding.kind == PlaceFinding::Kind::kEditedSnippet;
+  });
+}
+
 void CheckDomain(const DomainInfo& domain, Drifts& drifts) {
   bool mendable = CheckFiles(domain, drifts);
-  const TlsPlaces places = PlacesOf(domain.name);
-  std::vector<std::string> texts = PlaceFindings(domain.name, domain.cert, domain.key);
-  // What was edited by hand is first, as nothing may be written over it.
-  std::reverse(texts.begin(), texts.end());
-  for (const std::string& text : texts) {
-    const std::string object = text.substr(0, text.find(' '));
-    const std::string what = text.substr(object.size() + 1);
-    if (object == places.snippet && IsThere(object)) {
-      drifts.Warning("TLS-EDITED", object, what, Command(domain) + ", to have it written anew");
-      mendable = false;
-      continue;
+  const auto findings = PlaceFindings(domain.name, domain.cert, domain.key);
+  // Nothing may be written over what was edited by hand.
+  mendable = mendable && !IsEdited(findings);
+  for (const PlaceFinding& finding : findings) {
+    if (finding.kind == PlaceFinding::Kind::kEditedSnippet) {
+      drifts.Warning("TLS-EDITED", finding.path, finding.text,
+                     Command(domain) + ", to have it written anew");
+    } else {
+      drifts.Error(finding.kind == PlaceFinding::Kind::kWrongLink ? "TLS-LINK" : "TLS-SNIPPET",
+                   finding.path, finding.text, Command(domain),
+                   mendable ? SetAnew(domain) : nullptr);
     }
-    drifts.Error(object == places.snippet ? "TLS-SNIPPET" : "TLS-LINK", object, what,
-                 Command(domain), mendable ? SetAnew(domain) : nullptr);
   }
 }
 

@@ -82,6 +82,12 @@ Reach ReachOf(const Reader& reader, const std::string& path) {
   return reach;
 }
 
+// As Dovecot's user, where that can be asked.
+Reach ReachOfDovecot(const std::string& path) {
+  const auto reader = ::geteuid() == 0 ? FindReader() : std::nullopt;
+  return reader ? ReachOf(*reader, path) : Reach::kReads;
+}
+
 bool IsImmutable(const std::string& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   int flags = 0;
@@ -124,8 +130,7 @@ class FileChecks {
   }
 
   void CheckReader() {
-    const auto reader = ::geteuid() == 0 ? FindReader() : std::nullopt;
-    const Reach reach = reader ? ReachOf(*reader, path_) : Reach::kReads;
+    const Reach reach = ReachOfDovecot(path_);
     if (reach == Reach::kFileRefuses) {
       Add("PASSWD-UNREADABLE", Severity::kError,
           "Dovecot, which reads it as user dovecot, may not, so every login is refused",
@@ -216,6 +221,10 @@ std::vector<Finding> CheckFileItself(const std::string& path) {
              "put the file there, or set another path for dovecot-passwd"}};
   }
   return FileChecks(std::filesystem::canonical(path), info).All();
+}
+
+bool FileKeepsDovecotOut(const std::string& path) {
+  return ReachOfDovecot(path) == Reach::kFileRefuses;
 }
 
 std::vector<Finding> CheckPasswdFile() {

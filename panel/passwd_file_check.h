@@ -31,6 +31,10 @@ namespace brisq_panel {
 /// @throws mgr_err::Error "file" when its state can't be told
 BRISQ_API std::vector<Finding> CheckFileItself(const std::string& path);
 
+/// True when the mode or group of the file itself, and no directory above it, keeps Dovecot's user
+/// out. Asks the system as CheckFileItself does; false where that can't be asked.
+BRISQ_API bool FileKeepsDovecotOut(const std::string& path);
+
 /// Everything there is to find about the instance's passwd-file, the one under the path key
 /// "dovecot-passwd": the file, its lines, and its names against the panel's mailboxes. The lines of
 /// a file that is no file are not looked at; a missing file is found (PASSWD-MISSING) when there

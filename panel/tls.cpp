@@ -137,8 +137,9 @@ CertificateInfo LookAt(const brisq_db::EmailDomainTable& domain, std::time_t now
   info.key = domain.key;
   Look(info, [&] { LookAtFiles(info, now); });
   Look(info, [&] {
-    const auto findings = PlaceFindings(info.domain, info.cert, info.key);
-    info.findings.insert(info.findings.end(), findings.begin(), findings.end());
+    for (const PlaceFinding& finding : PlaceFindings(info.domain, info.cert, info.key)) {
+      info.findings.push_back(finding.path + " " + finding.text);
+    }
   });
   return info;
 }

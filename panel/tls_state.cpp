@@ -13,6 +13,8 @@ namespace brisq_panel {
 
 namespace {
 
+using Kind = PlaceFinding::Kind;
+
 constexpr const char* kCertLine = "\tssl_cert = <";
 constexpr const char* kKeyLine = "\tssl_key = <";
 
@@ -24,22 +26,22 @@ std::string ExpectedSnippet(const std::string& domain, const TlsPlaces& places) 
 }
 
 void CheckLink(const std::string& link, const std::string& target,
-               std::vector<std::string>& findings) {
+               std::vector<PlaceFinding>& findings) {
   char found[PATH_MAX];
   const ssize_t length = ::readlink(link.c_str(), found, sizeof found);
   if (length < 0) {
-    findings.push_back(link + " is no link");
+    findings.push_back({link, Kind::kWrongLink, "is no link"});
   } else if (std::string(found, static_cast<std::size_t>(length)) != target) {
-    findings.push_back(link + " does not lead to " + target);
+    findings.push_back({link, Kind::kWrongLink, "does not lead to " + target});
   }
 }
 
 void CheckSnippet(const std::string& domain, const TlsPlaces& places,
-                  std::vector<std::string>& findings) {
+                  std::vector<PlaceFinding>& findings) {
   if (!mgr_file::Exists(places.snippet)) {
-    findings.push_back(places.snippet + " is missing");
+    findings.push_back({places.snippet, Kind::kNoSnippet, "is missing"});
   } else if (mgr_file::ReadE(places.snippet) != ExpectedSnippet(domain, places)) {
-    findings.push_back(places.snippet + " was changed by hand");
+    findings.push_back({places.snippet, Kind::kEditedSnippet, "was changed by hand"});
   }
 }
 
@@ -63,10 +65,10 @@ TlsPlaces PlacesOf(const std::string& domain) {
 
 std::string SnippetFolder() { return AbsolutePath("dovecot-certconf"); }
 
-std::vector<std::string> PlaceFindings(const std::string& domain, const std::string& cert,
-                                       const std::string& key) {
+std::vector<PlaceFinding> PlaceFindings(const std::string& domain, const std::string& cert,
+                                        const std::string& key) {
   const TlsPlaces places = PlacesOf(domain);
-  std::vector<std::string> findings;
+  std::vector<PlaceFinding> findings;
   CheckLink(places.cert_link, cert, findings);
   CheckLink(places.key_link, key, findings);
   CheckSnippet(domain, places, findings);

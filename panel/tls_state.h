@@ -24,11 +24,20 @@ BRISQ_API TlsPlaces PlacesOf(const std::string& domain);
 /// @throws mgr_err::Error "config" as above
 BRISQ_API std::string SnippetFolder();
 
+/// What is wrong with one of the places of a domain.
+struct BRISQ_API PlaceFinding {
+  enum class Kind { kWrongLink, kNoSnippet, kEditedSnippet };
+
+  std::string path;
+  Kind kind;
+  std::string text;  ///< what is said of the path, without it
+};
+
 /// What is wrong with links and snippet of a domain that has this certificate and key; empty when
 /// all is well.
 /// @throws mgr_err::Error "config" as above
-BRISQ_API std::vector<std::string> PlaceFindings(const std::string& domain, const std::string& cert,
-                                                 const std::string& key);
+BRISQ_API std::vector<PlaceFinding> PlaceFindings(const std::string& domain,
+                                                  const std::string& cert, const std::string& key);
 
 /// Why a snippet is of no use: a file that it names is missing; empty when it names none that is.
 BRISQ_API std::string MissingFileOf(const std::string& snippet);

@@ -21,6 +21,7 @@ namespace {
 
 using brisq_panel::CheckFileItself;
 using brisq_panel::CheckPasswdFile;
+using brisq_panel::FileKeepsDovecotOut;
 using brisq_panel::Finding;
 using brisq_panel::FindingLine;
 
@@ -103,6 +104,15 @@ TEST_F(PasswdFileItself, ADirectoryThatKeepsDovecotOutIsFound) {
   const auto findings = CheckFileItself(path_);
   ASSERT_EQ("PASSWD-UNREADABLE", Codes(findings));
   EXPECT_NE(std::string::npos, findings[0].fix.find("namei -l " + path_)) << findings[0].fix;
+  EXPECT_FALSE(FileKeepsDovecotOut(path_));
+}
+
+TEST_F(PasswdFileItself, AFileThatItselfKeepsDovecotOutIsToldFromItsDirectories) {
+  if (::getpwnam("dovecot") == nullptr) GTEST_SKIP() << "no user dovecot here";
+  EXPECT_FALSE(FileKeepsDovecotOut(path_));
+  Own(0, 0);
+  Mode(0600);
+  EXPECT_TRUE(FileKeepsDovecotOut(path_));
 }
 
 TEST_F(PasswdFileItself, TheCheckLeavesTheRightsOfItsCallerAlone) {

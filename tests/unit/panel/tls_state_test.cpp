@@ -13,6 +13,15 @@ using brisq_panel::PlaceFindings;
 using brisq_panel::PlacesOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Kind = brisq_panel::PlaceFinding::Kind;
+
+testing::Matcher<brisq_panel::PlaceFinding> Is(const std::string& path, Kind kind,
+                                               const std::string& text) {
+  using brisq_panel::PlaceFinding;
+  return testing::AllOf(testing::Field(&PlaceFinding::path, path),
+                        testing::Field(&PlaceFinding::kind, kind),
+                        testing::Field(&PlaceFinding::text, text));
+}
 
 class TlsState : public testing::Test {
  protected:
@@ -63,15 +72,21 @@ TEST_F(TlsState, WhatIsAsItShouldBeGivesNoFinding) {
   EXPECT_THAT(PlaceFindings("192.0.2.1", "/c.pem", "/k.pem"), IsEmpty());
 }
 
-TEST_F(TlsState, EachThingThatIsWrongIsNamed) {
+TEST_F(TlsState, EachThingThatIsWrongIsNamedByItsPathAsAWhole) {
+  // A blank in a path ends nothing.
+  mgr_cf::SetPath("dovecot-ssl-certs", dir_.MakeFolder("my ssl"));
+  mgr_cf::SetPath("dovecot-certconf", dir_.MakeFolder("my conf"));
   const auto places = PlacesOf("example.org");
   EXPECT_THAT(PlaceFindings("example.org", "/c.pem", "/k.pem"),
-              ElementsAre(places.cert_link + " is no link", places.key_link + " is no link",
-                          places.snippet + " is missing"));
-  Install("example.org", "local");
+              ElementsAre(Is(places.cert_link, Kind::kWrongLink, "is no link"),
+                          Is(places.key_link, Kind::kWrongLink, "is no link"),
+                          Is(places.snippet, Kind::kNoSnippet, "is missing")));
+  fs::create_symlink("/c.pem", places.cert_link);
+  fs::create_symlink("/k.pem", places.key_link);
+  dir_.Write("my conf/example.org.conf", "mine");
   EXPECT_THAT(PlaceFindings("example.org", "/other.pem", "/k.pem"),
-              ElementsAre(places.cert_link + " does not lead to /other.pem",
-                          places.snippet + " was changed by hand"));
+              ElementsAre(Is(places.cert_link, Kind::kWrongLink, "does not lead to /other.pem"),
+                          Is(places.snippet, Kind::kEditedSnippet, "was changed by hand")));
 }
 
 TEST_F(TlsState, AMissingFileOfASnippetIsFound) {
