@@ -39,13 +39,29 @@ void CheckPrivate(const std::string& path, Drifts& drifts) {
                [=] { new SetAccess(path, mode, ::geteuid()); });
 }
 
+// Names of what the instance keeps in its state folder; other things there are somebody else's.
+bool IsStateName(const std::string& name) {
+  static const std::set<std::string> names = {"journal",
+                                              "passwd-file-edit",
+                                              "passwd-file-edit.lock",
+                                              "passwd-file.refused",
+                                              "refresh.lock",
+                                              "reload.lock",
+                                              "seal.key",
+                                              "serve.lock"};
+  return names.count(name) != 0 || name.starts_with("seal.key.");
+}
+
 void CheckFolders(Drifts& drifts) {
   const InstancePlaces places = PlacesOfInstance();
-  for (const std::string& folder :
-       std::set<std::string>{places.state, mgr_file::SplitPath(places.database).first}) {
-    for (mgr_file::Dir entries(folder); !folder.empty() && entries.Read();) {
+  for (mgr_file::Dir entries(places.state); !places.state.empty() && entries.Read();) {
+    if (IsStateName(entries.name())) {
       CheckPrivate(entries.FullName(), drifts);
     }
+  }
+  // Its folder may be any, the one of the mail or of the settings too.
+  for (const char* end : {"", "-wal", "-shm", "-journal"}) {
+    CheckPrivate(places.database + end, drifts);
   }
 }
 
