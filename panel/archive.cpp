@@ -1,5 +1,7 @@
 #include "panel/archive.h"
 
+#include <algorithm>
+
 #include "framework/database.h"
 #include "framework/number.h"
 #include "framework/utc.h"
@@ -69,20 +71,26 @@ void ArchiveMailbox(const std::shared_ptr<brisq_db::EmailTable>& mailbox, const 
   archive->Post();
 }
 
-std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
-                                             const std::vector<std::string>& reasons) {
-  auto archive = Table<MailboxArchive>();
-  std::shared_ptr<MailboxArchive> latest;
+std::vector<std::shared_ptr<MailboxArchive>> AllArchived(const Address& address,
+                                                         const std::vector<std::string>& reasons) {
+  std::vector<std::shared_ptr<MailboxArchive>> rows;
+  const auto archive = Table<MailboxArchive>();
   for (const std::string& reason : reasons) {
     archive->DbSelect({{"name", address.local}, {"domain", address.domain}, {"reason", reason}});
     for (; !archive->Eof(); archive->Next()) {
-      if (!latest || archive->id > latest->id) {
-        latest = Table<MailboxArchive>();
-        latest->Assert(archive->id);
-      }
+      rows.push_back(Table<MailboxArchive>());
+      rows.back()->Assert(archive->id);
     }
   }
-  return latest;
+  std::sort(rows.begin(), rows.end(),
+            [](const auto& left, const auto& right) { return left->id > right->id; });
+  return rows;
+}
+
+std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
+                                             const std::vector<std::string>& reasons) {
+  const auto rows = AllArchived(address, reasons);
+  return rows.empty() ? nullptr : rows.front();
 }
 
 SweepPermit::SweepPermit() { ++g_permits; }

@@ -46,6 +46,10 @@ constexpr const char* kSwitchedOff = "switched off";
 BRISQ_API void ArchiveMailbox(const std::shared_ptr<brisq_db::EmailTable>& mailbox,
                               const std::string& reason, const std::string& hash);
 
+/// The archived states of an address for any of these reasons, latest first.
+BRISQ_API std::vector<std::shared_ptr<MailboxArchive>> AllArchived(
+    const Address& address, const std::vector<std::string>& reasons);
+
 /// The latest archived state of an address for any of these reasons; null when there is none.
 BRISQ_API std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
                                                        const std::vector<std::string>& reasons);

@@ -154,7 +154,7 @@ void UndoMailbox(const ObjectChange& change) {
   if (change.Made()) {
     DeleteMailboxes({change.name});
   } else if (change.Removed()) {
-    RestoreMailbox(change.name);
+    RestoreMailbox(change.name, change.before);
   } else {
     SetFormerMailbox(change);
   }

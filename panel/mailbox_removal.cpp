@@ -1,5 +1,7 @@
 #include "panel/mailbox_removal.h"
 
+#include <functional>
+
 #include "email.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
@@ -77,9 +79,40 @@ Mailbox InsertRow(const MailboxArchive& archive, const Address& address) {
   return mailbox;
 }
 
-void Restore(const Address& address, Request& request) {
+using Archived = std::shared_ptr<MailboxArchive>;
+
+Archived FindLatest(const Address& address) { return FindArchived(address, {kSwept, kDeleted}); }
+
+bool WasIn(const MailboxArchive& archive, const ObjectState& state) {
+  return archive.owner.Stored() == state.at("owner") && archive.home.Stored() == state.at("home") &&
+         archive.quota.Stored() == state.at("quota") &&
+         archive.active.AsString() == state.at("active") &&
+         archive.password.Stored() == state.at(kKeptPassword) &&
+         // One that was switched off had no line to tell its hash.
+         (!archive.active || std::string(archive.hash) == state.at(kHash));
+}
+
+// Those that were switched off may differ in their hashes alone.
+Archived FindThatWas(const Address& address, const ObjectState& state) {
+  Archived found;
+  for (const Archived& archive : AllArchived(address, {kSwept, kDeleted})) {
+    if (!WasIn(*archive, state)) {
+      continue;
+    }
+    if (found && std::string(found->hash) != std::string(archive->hash)) {
+      throw mgr_err::Error("limit", "archived mailbox",
+                           address.Full() + " was deleted several times, with other passwords");
+    }
+    found = found ? found : archive;
+  }
+  return found;
+}
+
+using Find = std::function<Archived(const Address&)>;
+
+void Restore(const Address& address, const Find& find, Request& request) {
   JobLog::Watch(kMailbox, address.Full());
-  const auto archive = FindArchived(address, {kSwept, kDeleted});
+  const auto archive = find(address);
   if (!archive) {
     throw mgr_err::Error("missed", "archived mailbox", address.Full());
   }
@@ -94,6 +127,16 @@ void Restore(const Address& address, Request& request) {
     request.AddNote(address.Full() + " has no password: set one");
   }
   archive->DbDelete();
+}
+
+RestoredMailbox RestoreFound(const std::string& text, const Find& find) {
+  const Address address = ParseAddress(text);
+  MailBackend();
+  RestoredMailbox restored;
+  restored.notes =
+      RunRequest("mailbox restore", [&](Request& request) { Restore(address, find, request); });
+  restored.mailbox = ShowMailbox(address.Full());
+  return restored;
 }
 
 }  // namespace
@@ -124,14 +167,10 @@ std::vector<ArchivedMailbox> ListArchived() {
   return mailboxes;
 }
 
-RestoredMailbox RestoreMailbox(const std::string& text) {
-  const Address address = ParseAddress(text);
-  MailBackend();
-  RestoredMailbox restored;
-  restored.notes =
-      RunRequest("mailbox restore", [&](Request& request) { Restore(address, request); });
-  restored.mailbox = ShowMailbox(address.Full());
-  return restored;
+RestoredMailbox RestoreMailbox(const std::string& text) { return RestoreFound(text, FindLatest); }
+
+RestoredMailbox RestoreMailbox(const std::string& text, const ObjectState& was) {
+  return RestoreFound(text, [&](const Address& address) { return FindThatWas(address, was); });
 }
 
 }  // namespace brisq_panel

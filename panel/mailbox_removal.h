@@ -5,6 +5,7 @@
 
 #include "brisq_export.h"
 #include "panel/mailboxes.h"
+#include "panel/object_state.h"
 
 /// Removing mailboxes and bringing them back. Rules as in mailboxes.h.
 namespace brisq_panel {
@@ -46,5 +47,11 @@ struct BRISQ_API RestoredMailbox {
 /// @throws mgr_err::Error "value"; "missed" with object "archived mailbox", "domain" or "owner";
 /// "exists" with object "mailbox"; "plugin"; whatever the back-ends throw
 BRISQ_API RestoredMailbox RestoreMailbox(const std::string& address);
+
+/// As above, but brings back the mailbox that was in this state when it was deleted, whichever else
+/// had the address since.
+/// @param was  all values of StateOf
+/// @throws as above; "limit" with object "archived mailbox" when several fit, with other passwords
+BRISQ_API RestoredMailbox RestoreMailbox(const std::string& address, const ObjectState& was);
 
 }  // namespace brisq_panel

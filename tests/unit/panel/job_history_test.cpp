@@ -105,6 +105,44 @@ TEST_P(JobHistoryTest, EachKindOfJobIsTakenBackAndDoneAgain) {
   }
 }
 
+TEST_P(JobHistoryTest, AnOlderDeletionBringsItsOwnMailboxBack) {
+  brisq_panel::SetMailboxes({kAlice}, {.quota = "100"});
+  const std::string before = Everything();
+  brisq_panel::DeleteMailboxes({kAlice});
+  const int first = LastJob();
+  Add("alice");
+  brisq_panel::SetMailboxes({kAlice}, {.quota = "5"});
+  brisq_panel::SetPassword(kAlice, "another");
+  brisq_panel::DeleteMailboxes({kAlice});
+  UndoJob(first);
+  EXPECT_EQ(before, Everything());
+}
+
+// Its row may have gone with a "mailbox restore" and a second deletion.
+TEST_P(JobHistoryTest, ADeletionWhoseMailboxIsNotArchivedIsRefused) {
+  brisq_panel::DeleteMailboxes({kAlice});
+  const int first = LastJob();
+  brisq_panel::RestoreMailbox(kAlice);
+  brisq_panel::SetMailboxes({kAlice}, {.quota = "5"});
+  brisq_panel::DeleteMailboxes({kAlice});
+  const std::string before = Everything();
+  EXPECT_EQ("missed: archived mailbox: alice@example.org", TextOf([&] { UndoJob(first); }));
+  EXPECT_EQ(before, Everything());
+}
+
+TEST_P(JobHistoryTest, OneOfSeveralThatWereSwitchedOffIsNotGuessed) {
+  brisq_panel::SetMailboxes({kAlice}, {.active = false});
+  brisq_panel::DeleteMailboxes({kAlice});
+  const int first = LastJob();
+  mgr_db::ThreadConnection()->Change(
+      "INSERT INTO mailbox_archive (name, domain, owner, password, hash, home, quota, used, active,"
+      " reason, archived) SELECT name, domain, owner, password, '', home, quota, used, active,"
+      " reason, archived FROM mailbox_archive");
+  EXPECT_EQ(
+      "limit: archived mailbox: alice@example.org was deleted several times, with other passwords",
+      TextOf([&] { UndoJob(first); }));
+}
+
 TEST_P(JobHistoryTest, ASyncIsTakenBackLineByLine) {
   brisq_panel::Sync(false);  // the stand-in makes no Maildirs
   brisq_panel::SetMailboxes({kCarol}, {.active = false});
