@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <set>
 
 #include "framework/database.h"
@@ -11,6 +12,7 @@
 #include "mgr_file.h"
 #include "panel/instance_places.h"
 #include "panel/mend_jobs.h"
+#include "panel/sealed_texts.h"
 
 namespace brisq_panel {
 
@@ -22,6 +24,8 @@ struct stat StateOf(const std::string& path) {
   return state;
 }
 
+bool IsOpenToOthers(const struct stat& state) { return (state.st_mode & (S_IRWXG | S_IRWXO)) != 0; }
+
 // The folder alone keeps others out; a file that is open is found out when the folder becomes so.
 void CheckPrivate(const std::string& path, Drifts& drifts) {
   const struct stat state = StateOf(path);
@@ -29,7 +33,7 @@ void CheckPrivate(const std::string& path, Drifts& drifts) {
     return;
   }
   const bool foreign = state.st_uid != ::geteuid();
-  if (!foreign && (state.st_mode & (S_IRWXG | S_IRWXO)) == 0) {
+  if (!foreign && !IsOpenToOthers(state)) {
     return;
   }
   const mode_t mode = S_ISDIR(state.st_mode) ? 0700 : 0600;
@@ -74,23 +78,41 @@ void CheckDatabase(Drifts& drifts) {
   }
 }
 
+// Why a sealed text can't be opened; empty when it can.
+std::string WhyShut(const SealedText& sealed) {
+  try {
+    std::string text = mgr_seal::Open(sealed.text);
+    mgr_seal::Wipe(text);
+    return {};
+  } catch (const mgr_err::Error& error) {
+    return error.object() + ": " + error.value();
+  }
+}
+
 void CheckKey(Drifts& drifts) {
-  std::size_t lost = 0;
+  const std::string key = mgr_file::ConcatPath(PlacesOfInstance().state, "seal.key");
+  if (IsOpenToOthers(StateOf(key))) {
+    return;  // it is not used before that has been ended
+  }
   std::string reason;
-  for (const auto& row : mgr_db::ThreadConnection()->Query(
-           "SELECT password FROM mailboxes WHERE password != ''", {}, 1)) {
-    try {
-      std::string password = mgr_seal::Open(row.front());
-      mgr_seal::Wipe(password);
-    } catch (const mgr_err::Error& error) {
-      ++lost;
-      reason = error.object() + ": " + error.value();
+  const auto is_lost = [&](const SealedText& sealed) {
+    const std::string why = WhyShut(sealed);
+    reason = why.empty() ? reason : why;
+    return !why.empty();
+  };
+  const auto passwords = SealedPasswords();
+  const auto count = std::count_if(passwords.begin(), passwords.end(), is_lost);
+  std::string lost = count == 0 ? "" : std::to_string(count) + " of the kept passwords";
+  for (const SealedText& sealed : LatestSealedTexts()) {
+    if (is_lost(sealed)) {
+      lost += (lost.empty() ? "" : ", ") + sealed.where;
     }
   }
-  if (lost > 0) {
-    drifts.Error("KEY-LOST", mgr_file::ConcatPath(PlacesOfInstance().state, "seal.key"),
-                 "opens not " + std::to_string(lost) + " of the kept passwords; " + reason,
-                 "put the key back from a backup, or brisq mailbox passwd for each mailbox");
+  if (!lost.empty()) {
+    drifts.Error("KEY-LOST", key, "does not open " + lost + "; " + reason,
+                 "put the key back from a backup; without one give up what it sealed: (umask 077; "
+                 "head -c 32 /dev/urandom >" +
+                     key + "), then brisq mailbox passwd for each mailbox");
   }
 }
 

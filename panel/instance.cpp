@@ -28,6 +28,7 @@
 #include "panel/records.h"
 #include "panel/recovery.h"
 #include "panel/refresh_lock.h"
+#include "panel/sealed_texts.h"
 #include "panel/system_dirs.h"
 
 namespace brisq_panel {
@@ -98,15 +99,6 @@ void MakeStateFolder(const std::string& folder) {
   RefuseOpenFolder(folder);
 }
 
-bool SealedTextsAreKept() {
-  return !mgr_db::ThreadConnection()
-              ->Query(
-                  "SELECT 1 FROM mailboxes WHERE password <> '' UNION ALL "
-                  "SELECT 1 FROM mailbox_archive WHERE password <> '' LIMIT 1",
-                  {}, 1)
-              .empty();
-}
-
 void ConfigureLog(const mgr_cf::Settings& settings) {
   mgr_log::Setup setup;
   setup.directory = settings.log_directory;
@@ -158,7 +150,7 @@ struct Instance::State {
     RefreshLock::SetFolder(settings.state);
     PasswdFileEdit::SetFolder(settings.state);
     SetInstancePlaces({settings.state, settings.database, settings.log_directory});
-    mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"), SealedTextsAreKept);
+    mgr_seal::SetKeyFile(mgr_file::ConcatPath(settings.state, "seal.key"), AnySealedText);
     database = std::make_unique<OpenedDatabase>(settings.database);
     journal::SetFolder(mgr_file::ConcatPath(settings.state, "journal"));
     reload_requests = std::make_unique<ReloadRequests>(settings.state);

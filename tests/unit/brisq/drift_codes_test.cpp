@@ -94,6 +94,8 @@ const Plant kPlants[] = {
     {"a lock of another", "STATE-ACCESS", "chown 5000 state/reload.lock", kMended},
     {"a password without its key", "KEY-LOST",
      "SQL \"UPDATE mailboxes SET password = 's1:abc' WHERE name = 'al'\"", kLeft},
+    {"jobs and hashes without their key", "KEY-LOST", "rm state/seal.key", kLeft},
+    {"jobs with another key", "KEY-LOST", "head -c 32 /dev/urandom >state/seal.key", kLeft},
     {"a damaged database", "DATABASE-DAMAGED",
      // An index that does not have what its table has.
      "sqlite3 state/panel.db '.dbconfig defensive off' \"PRAGMA writable_schema = ON; UPDATE"
