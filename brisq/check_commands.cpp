@@ -59,6 +59,7 @@ std::vector<Finding> MendAll(Call& call, std::vector<Drift> drifts, const std::s
 void Check(Call& call) {
   const std::string only = call.arguments.Text("--only");
   const std::vector<Drift> drifts = brisq_panel::CheckInstance(only);
+  call.run_due = call.arguments.Has("--fix") && !call.arguments.Has(kDryRun.name);
   if (!call.arguments.Has("--fix")) return ShowFindings(call, FindingsOf(drifts));
   std::vector<Finding> left;
   if (call.arguments.Has(kDryRun.name)) {

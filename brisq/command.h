@@ -43,6 +43,8 @@ struct Call {
   std::string config = {};
   /// What the program ends with after the data has been written.
   int exit_code = 0;
+  /// False when the run has only looked: reloads that others have left are not waited for.
+  bool run_due = true;
 };
 
 struct Operand {

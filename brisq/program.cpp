@@ -46,7 +46,7 @@ int Run(const CommandLine& line, const Console& console) {
     RunDry(call, [&] { line.command->run(call); });
   } else {
     line.command->run(call);
-    if (!line.command->reads)
+    if (!line.command->reads && call.run_due)
       for (const std::string& problem : instance.RunDue()) output.Warn(problem);
   }
   for (const std::string& note : keeper.notes()) output.Warn(note);

@@ -47,7 +47,7 @@ void ShowLeft(Call& call, const SyncReport& report) {
 void Plan(Call& call) {
   const SyncReport report = brisq_panel::PlanSync();
   ShowDifferences(report, [&](const std::string& line, Record record) {
-    call.output.Bare(line, std::move(record));
+    call.output.Bare(Printable(line), std::move(record));
   });
   ShowLeft(call, report);
   if (report.Differs()) call.exit_code = kExitFindings;
