@@ -62,6 +62,13 @@ mgr_err::Error Translated(const std::string& file, const soci::soci_error& error
   return mgr_err::Error("db", file, words);
 }
 
+// SQLite takes a lock for held that it could not give back, and then refuses every transaction of
+// this connection: only closing it lets go. Nothing was done yet when it says so.
+bool IsStuck(const soci::soci_error& error) {
+  const auto* sqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+  return sqlite != nullptr && (sqlite->result() & 0xff) == SQLITE_PROTOCOL;
+}
+
 // Errors name the file: it is what an administrator looks at, frees or puts back.
 template <class Work>
 auto Translating(const std::string& file, const Work& work) {
@@ -129,15 +136,46 @@ struct SqlSession::Statement {
 
 SqlSession::SqlSession(const std::string& file, int busy_limit_ms) {
   UseOneThreadAtATime();
-  Translating(file, [&] {
-    database_ = std::make_unique<Database>(file, busy_limit_ms);
+  Translating(file, [&] { database_ = std::make_unique<Database>(file, busy_limit_ms); });
+  SetUp();
+}
+
+void SqlSession::SetUp() {
+  Translating(database_->file, [this] {
     soci::session& session = database_->session;
-    session << "PRAGMA busy_timeout = " + std::to_string(busy_limit_ms);
+    session << "PRAGMA busy_timeout = " + std::to_string(database_->busy_limit_ms);
     session << "PRAGMA foreign_keys = ON";
     session << "PRAGMA synchronous = FULL";
     session << "PRAGMA cache_size = -" + std::to_string(kCacheKiB);
   });
   UseWriteAheadLog();
+}
+
+void SqlSession::Reopen() {
+  database_->statements.clear();
+  database_->session.close();
+  database_->session.open(soci::sqlite3, ConnectString(database_->file));
+  SetUp();
+}
+
+// Outside of a transaction what a stuck connection has refused is done by a fresh one. When that
+// can't be opened either, the next operation tries it.
+template <class Work>
+auto SqlSession::Unstuck(const Work& work) {
+  return Translating(database_->file, [&] {
+    if (!database_->session.is_connected()) {
+      Reopen();
+    }
+    try {
+      return work();
+    } catch (const soci::soci_error& error) {
+      if (!IsStuck(error) || Busy()) {
+        throw;
+      }
+    }
+    Reopen();
+    return work();
+  });
 }
 
 // Two processes that open a new file at once exclude each other here without waiting.
@@ -182,7 +220,7 @@ SqlSession::Statement& SqlSession::Prepared(const std::string& sql, std::size_t 
 
 std::vector<Connection::Row> SqlSession::Fetch(const std::string& sql, const Row& values,
                                                std::size_t columns) {
-  return Translating(database_->file, [&] {
+  return Unstuck([&] {
     Statement& statement = Prepared(sql, values.size(), columns);
     std::copy(values.begin(), values.end(), statement.in.begin());
     std::vector<Row> rows;
@@ -202,7 +240,7 @@ std::vector<Connection::Row> SqlSession::Query(const std::string& sql, const Row
 
 long SqlSession::Change(const std::string& sql, const Row& values) {
   BeforeChange();
-  return Translating(database_->file, [&] {
+  return Unstuck([&] {
     Statement& statement = Prepared(sql, values.size(), 0);
     std::copy(values.begin(), values.end(), statement.in.begin());
     statement.statement.execute(true);
@@ -316,7 +354,7 @@ void SqlSession::EndGroupWhenOld() {
 }
 
 void SqlSession::Run(const char* sql) {
-  Translating(database_->file, [&] { database_->session << sql; });
+  Unstuck([&] { database_->session << sql; });
 }
 
 bool SqlSession::Busy() const noexcept {

@@ -14,6 +14,9 @@ namespace mgr_db {
 /// Inside GroupedChanges changes share transactions of limited length; a request ends the one that
 /// goes on. In a dry run all of this happens inside of one transaction, in which requests are save
 /// points.
+///
+/// When a lock could not be given back once, so that SQLite refuses every transaction, the file is
+/// opened anew. That helps when no other connection of this process has it open.
 class SqlSession : public Connection {
  public:
   /// @throws mgr_err::Error "db" or "locked" when the file can't be opened
@@ -46,7 +49,11 @@ class SqlSession : public Connection {
   struct Database;
   struct Statement;
 
+  void SetUp();
   void UseWriteAheadLog();
+  void Reopen();
+  template <class Work>
+  auto Unstuck(const Work& work);
   Statement& Prepared(const std::string& sql, std::size_t values, std::size_t columns);
   std::vector<Row> Fetch(const std::string& sql, const Row& values, std::size_t columns);
   void BeforeChange();

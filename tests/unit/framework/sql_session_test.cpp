@@ -1,8 +1,11 @@
 #include "framework/sql_session.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
+#include <cerrno>
 #include <functional>
 
 #include "framework/request.h"
@@ -163,6 +166,55 @@ TEST_F(SqlSessionTest, OneStatementHasOneNumberOfValues) {
   db_->Query(sql, {"a"}, 1);
   EXPECT_THROW(db_->Query(sql, {"a", "b"}, 1), mgr_err::Error);
   EXPECT_THROW(db_->Query(sql, {"a"}, 2), mgr_err::Error);
+}
+
+// Has one of SQLite's calls that take or give back a lock fail, and SQLite not sleep in between.
+class LockFault {
+ public:
+  explicit LockFault(int number) {
+    left = number;
+    vfs_->xSetSystemCall(vfs_, "fcntl", reinterpret_cast<sqlite3_syscall_ptr>(&FCntl));
+    vfs_->xSleep = [](sqlite3_vfs*, int) { return 0; };
+  }
+  ~LockFault() {
+    vfs_->xSetSystemCall(vfs_, "fcntl", nullptr);
+    vfs_->xSleep = sleep_;
+  }
+  LockFault(const LockFault&) = delete;
+  LockFault& operator=(const LockFault&) = delete;
+
+  static bool happened() { return left <= 0; }
+
+ private:
+  static int FCntl(int fd, int command, void* argument) {
+    if (command == F_SETLK && --left == 0) {
+      errno = EIO;
+      return -1;
+    }
+    return ::fcntl(fd, command, argument);
+  }
+
+  static int left;
+  sqlite3_vfs* const vfs_ = sqlite3_vfs_find(nullptr);
+  decltype(vfs_->xSleep) const sleep_ = vfs_->xSleep;
+};
+
+int LockFault::left = 0;
+
+TEST_F(SqlSessionTest, ALockThatIsRefusedOnceIsForgottenAfterTheOperation) {
+  db_->Insert(kInsert, {"a", "0"});
+  int number = 0;
+  for (bool happened = true; happened;) {
+    SCOPED_TRACE("lock call " + std::to_string(++number));
+    const LockFault fault(number);
+    ErrorOf("UPDATE parent SET n = n + 1");
+    happened = LockFault::happened();
+    EXPECT_EQ("none", ErrorOf("UPDATE parent SET n = n + 1").type());
+    EXPECT_NO_THROW(db_->Query("SELECT name FROM parent", {}, 1));
+    mgr_db::GroupedChanges group;
+    EXPECT_EQ("none", ErrorOf("UPDATE parent SET n = n + 1").type());
+  }
+  EXPECT_GT(number, 5);
 }
 
 }  // namespace
