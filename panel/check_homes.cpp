@@ -26,6 +26,30 @@ void DeclareMissing(const std::string& home, const file_access::Access& access) 
   JobLog::Declare({kDirectory, home, {}, AccessValues(access)});
 }
 
+// Of the owner as he is when it is mended.
+void MakeHomeOf(const std::string& name) {
+  const Owner owner = FindOwner(name);
+  const std::string home = owner->home;
+  if (!mgr_file::Exists(home)) {
+    DeclareMissing(home, {0750, owner->OwnerUid(), owner->OwnerGid()});
+    new MakeHome(home, owner->OwnerUid(), owner->OwnerGid());
+  }
+}
+
+void MakeMaildirOf(const std::string& address) {
+  const Mailbox mailbox = FindMailbox(ParseAddress(address));
+  if (mailbox->active) {
+    MakeMaildir(email::GetEmailOwner(mailbox), mailbox->home);
+  }
+}
+
+mode_t ModeOf(const mgr_file::safe::Folder& folder) {
+  const Descriptor fd = user_dir::Open(folder);
+  struct stat state {};
+  ::fstat(fd.get(), &state);
+  return state.st_mode & 07777;
+}
+
 void CheckOwner(const Owner& owner, Drifts& drifts) {
   const std::string home = owner->home;
   const uid_t uid = owner->OwnerUid();
@@ -33,10 +57,7 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
   struct stat state {};
   if (::lstat(home.c_str(), &state) != 0) {
     drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is missing",
-                 "brisq check --fix", [=] {
-                   DeclareMissing(home, {0750, uid, gid});
-                   new MakeHome(home, uid, gid);
-                 });
+                 "brisq check --fix", [name = std::string(owner->name)] { MakeHomeOf(name); });
   } else if (!S_ISDIR(state.st_mode)) {
     drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is no directory",
                  "put a directory there");
@@ -46,11 +67,10 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
                      std::to_string(uid) + ", so no mailbox can be made in it",
                  "chown " + std::to_string(uid) + " " + home);
   } else if ((state.st_mode & S_IWOTH) != 0) {
-    const mode_t mode = state.st_mode & 07775;
     // As in a user's tree: the owner may have put a second name of another's file there since.
     const mgr_file::safe::Folder folder(home, home, uid, gid);
     drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + home,
-                 [=] { new SetAccess(folder, mode); });
+                 [=] { new SetAccess(folder, ModeOf(folder) & 07775); });
   }
 }
 
@@ -68,8 +88,8 @@ void AddRefusal(const mgr_err::Error& error, Drifts& drifts) {
 /// The checks of one mailbox.
 class MailboxChecks {
  public:
-  MailboxChecks(const Owner& owner, std::string home, Drifts& drifts)
-      : owner_(owner), home_(std::move(home)), drifts_(drifts) {}
+  MailboxChecks(const Owner& owner, std::string home, std::string address, Drifts& drifts)
+      : owner_(owner), home_(std::move(home)), address_(std::move(address)), drifts_(drifts) {}
 
   void CheckMaildir() {
     try {
@@ -89,7 +109,7 @@ class MailboxChecks {
  private:
   void AddMissing(const std::string& path) {
     drifts_.Error("MAILDIR-MISSING", path, "is missing", "brisq check --fix",
-                  [owner = owner_, home = home_] { MakeMaildir(owner, home); });
+                  [address = address_] { MakeMaildirOf(address); });
   }
 
   void CheckPart(const mgr_file::safe::Folder& maildir, const char* name) {
@@ -106,21 +126,20 @@ class MailboxChecks {
   }
 
   void CheckFolder(const mgr_file::safe::Folder& folder) {
-    const Descriptor fd = user_dir::Open(folder);
-    struct stat state {};
-    ::fstat(fd.get(), &state);
-    const bool open = (state.st_mode & S_IRWXO) != 0;
-    if (!open && (state.st_mode & S_IRWXU) == S_IRWXU) {
+    const mode_t mode = ModeOf(folder);
+    const bool open = (mode & S_IRWXO) != 0;
+    if (!open && (mode & S_IRWXU) == S_IRWXU) {
       return;
     }
-    const mode_t mode = (state.st_mode & 07770) | S_IRWXU;
     drifts_.Warning("MAILDIR-MODE", folder.path(),
                     open ? "everybody may enter it" : "its owner may not use it",
-                    "chmod u+rwx,o= " + folder.path(), [=] { new SetAccess(folder, mode); });
+                    "chmod u+rwx,o= " + folder.path(),
+                    [=] { new SetAccess(folder, (ModeOf(folder) & 07770) | S_IRWXU); });
   }
 
   const Owner owner_;
   const std::string home_;
+  const std::string address_;
   Drifts& drifts_;
 };
 
@@ -182,7 +201,7 @@ void CheckMailbox(const Mailbox& mailbox, const std::string& address, Drifts& dr
                  "has its home " + home + " outside of its owner's, " + std::string(owner->home),
                  "brisq mailbox set " + address + " --home DIR");
   } else if (mailbox->active && mgr_file::Exists(owner->home)) {
-    MailboxChecks(owner, home, drifts).CheckMaildir();
+    MailboxChecks(owner, home, address, drifts).CheckMaildir();
   }
 }
 

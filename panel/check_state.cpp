@@ -121,9 +121,8 @@ void CheckLogEntry(const std::string& path, mode_t wrong, const std::string& tex
   if (S_ISLNK(state.st_mode) || (state.st_mode & wrong) == 0) {
     return;
   }
-  const mode_t mode = state.st_mode & 07777 & ~wrong;
   drifts.Warning("LOG-ACCESS", path, text, "take that right away with chmod",
-                 [=] { new SetAccess(path, mode); });
+                 [=] { new SetAccess(path, StateOf(path).st_mode & 07777 & ~wrong); });
 }
 
 void CheckLog(Drifts& drifts) {

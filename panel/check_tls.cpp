@@ -11,6 +11,7 @@
 #include "email.h"
 #include "framework/modules.h"
 #include "mgr_cf.h"
+#include "mgr_err.h"
 #include "mgr_file.h"
 #include "panel/certificate_cleanup.h"
 #include "panel/domains.h"
@@ -39,10 +40,23 @@ void DeclareLink(const std::string& path, const std::string& target) {
   }
 }
 
-// Links and snippet anew, as setting the certificate makes them.
-std::function<void()> SetAnew(const DomainInfo& domain) {
+bool IsEdited(const std::vector<PlaceFinding>& findings) {
+  return std::any_of(findings.begin(), findings.end(), [](const PlaceFinding& finding) {
+    return finding.kind == PlaceFinding::Kind::kEditedSnippet;
+  });
+}
+
+// Links and snippet anew, as setting the certificate makes them; of the domain as it is by then.
+std::function<void()> SetAnew(const std::string& name) {
   return [=] {
-    const TlsPlaces places = PlacesOf(domain.name);
+    const DomainInfo domain = ShowDomain(name);
+    const TlsPlaces places = PlacesOf(name);
+    if (domain.cert.empty()) {
+      return;
+    }
+    if (IsEdited(PlaceFindings(name, domain.cert, domain.key))) {
+      throw mgr_err::Error("limit", places.snippet, "was changed by hand meanwhile");
+    }
     DeclareLink(places.cert_link, domain.cert);
     DeclareLink(places.key_link, domain.key);
     if (!IsThere(places.snippet)) {
@@ -69,12 +83,6 @@ bool CheckFiles(const DomainInfo& domain, Drifts& drifts) {
   return all;
 }
 
-bool IsEdited(const std::vector<PlaceFinding>& findings) {
-  return std::any_of(findings.begin(), findings.end(), [](const PlaceFinding& finding) {
-    return finding.kind == PlaceFinding::Kind::kEditedSnippet;
-  });
-}
-
 void CheckDomain(const DomainInfo& domain, Drifts& drifts) {
   bool mendable = CheckFiles(domain, drifts);
   const auto findings = PlaceFindings(domain.name, domain.cert, domain.key);
@@ -87,7 +95,7 @@ void CheckDomain(const DomainInfo& domain, Drifts& drifts) {
     } else {
       drifts.Error(finding.kind == PlaceFinding::Kind::kWrongLink ? "TLS-LINK" : "TLS-SNIPPET",
                    finding.path, finding.text, Command(domain),
-                   mendable ? SetAnew(domain) : nullptr);
+                   mendable ? SetAnew(domain.name) : nullptr);
     }
   }
 }

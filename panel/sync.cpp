@@ -1,6 +1,7 @@
 #include "panel/sync.h"
 
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "conf_dataset.h"
@@ -225,7 +226,10 @@ SyncReport Run(Passwords passwords) {
 SyncReport Sync(bool generate) { return Run(generate ? Passwords::kGenerate : Passwords::kHash); }
 
 SyncReport PlanSync() {
-  const Rehearsal rehearsal;
+  std::optional<Rehearsal> rehearsal;
+  if (Rehearsal::Current() == nullptr) {
+    rehearsal.emplace();
+  }
   return Run(Passwords::kLeave);
 }
 

@@ -1,0 +1,114 @@
+#include "panel/check.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <future>
+
+#include "framework/config_file.h"
+#include "panel/mailbox_removal.h"
+#include "panel/run_request.h"
+#include "panel/tls.h"
+#include "tests/unit/panel/certificate_files.h"
+#include "tests/unit/panel/passwd_file_backend.h"
+
+namespace {
+
+using brisq_panel::CheckInstance;
+using brisq_panel::Drift;
+using brisq_panel::MendDrift;
+using panel_test::TextOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+class CheckTest : public panel_test::FilePanelTest {
+ protected:
+  CheckTest() {
+    Use(true);
+    mgr_cf::SetPath("dovecot-ssl-certs", dir_.MakeFolder("certs"));
+    mgr_cf::SetPath("dovecot-certconf", dir_.MakeFolder("snippets"));
+  }
+
+  static std::vector<std::string> CodesOf(const std::string& area) {
+    std::vector<std::string> codes;
+    for (const Drift& drift : CheckInstance(area)) {
+      codes.push_back(drift.finding.code);
+    }
+    return codes;
+  }
+
+  static Drift Find(const std::string& area, const std::string& code) {
+    for (Drift& drift : CheckInstance(area)) {
+      if (drift.finding.code == code) {
+        return drift;
+      }
+    }
+    ADD_FAILURE() << code << " is not found";
+    return {{}, [] {}};
+  }
+};
+
+TEST_F(CheckTest, WhatARequestIsAtIsNoDrift) {
+  std::promise<void> written;
+  std::promise<void> told;
+  std::future<void> adding = std::async(std::launch::async, [&] {
+    brisq_panel::RunRequest("test", [&](Request&) {
+      Add("alice");
+      written.set_value();
+      // A check that waits for this request ends behind it: time enough for one that does not.
+      told.get_future().wait_for(std::chrono::milliseconds(500));
+    });
+  });
+  written.get_future().wait();
+  const auto codes = CodesOf("passwd");
+  told.set_value();
+  adding.get();
+  EXPECT_THAT(codes, Not(Contains("PASSWD-STRANGER")));
+}
+
+TEST_F(CheckTest, AMendSetsTheCertificateThatTheDomainHasByThen) {
+  const auto old = panel_test::MakeCertificate(dir_, "old", "DNS:example.org");
+  const auto fresh = panel_test::MakeCertificate(dir_, "fresh", "DNS:example.org");
+  brisq_panel::SetCertificate("example.org", old.cert, old.key, false);
+  const Drift drift = Find("tls", "TLS-LINK");
+  brisq_panel::SetCertificate("example.org", fresh.cert, fresh.key, false);
+  calls_.made.clear();
+  MendDrift(drift);
+  EXPECT_THAT(calls_.made, Contains(HasSubstr(fresh.cert)));
+  EXPECT_THAT(calls_.made, Not(Contains(HasSubstr(old.cert))));
+}
+
+TEST_F(CheckTest, ASnippetThatWasEditedSinceTheLookIsLeft) {
+  const auto files = panel_test::MakeCertificate(dir_, "cert", "DNS:example.org");
+  brisq_panel::SetCertificate("example.org", files.cert, files.key, false);
+  const Drift drift = Find("tls", "TLS-LINK");
+  const std::string snippet = dir_.Write("snippets/example.org.conf", "mine");
+  calls_.made.clear();
+  EXPECT_EQ("limit: " + snippet + ": was changed by hand meanwhile",
+            TextOf([&] { MendDrift(drift); }));
+  EXPECT_THAT(calls_.made, testing::IsEmpty());
+}
+
+TEST_F(CheckTest, NoMaildirIsMadeOfAMailboxThatIsGoneSince) {
+  Add("alice");
+  std::filesystem::create_directories(Home());
+  const Drift drift = Find("homes", "MAILDIR-MISSING");
+  brisq_panel::DeleteMailboxes({"alice@example.org"});
+  EXPECT_EQ("missed: mailbox: alice@example.org", TextOf([&] { MendDrift(drift); }));
+  EXPECT_FALSE(std::filesystem::exists(drift.finding.object));
+}
+
+TEST_F(CheckTest, AModeIsMendedFromWhatItIsByThen) {
+  std::filesystem::create_directories(Home());
+  ASSERT_EQ(0, ::chown(Home().c_str(), 1001, 1001));
+  ASSERT_EQ(0, ::chmod(Home().c_str(), 0757));
+  const Drift drift = Find("homes", "OWNER-ACCESS");
+  ASSERT_EQ(0, ::chmod(Home().c_str(), 0707));
+  MendDrift(drift);
+  struct stat state {};
+  ASSERT_EQ(0, ::stat(Home().c_str(), &state));
+  EXPECT_EQ(0705u, state.st_mode & 07777);
+}
+
+}  // namespace
