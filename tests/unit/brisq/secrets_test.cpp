@@ -6,6 +6,7 @@
 #include <set>
 
 #include "brisq/command.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/stub_program.h"
 #include "tests/unit/brisq/secrets_fixture.h"
 
@@ -109,6 +110,7 @@ class EveryCommand : public SecretsTest {
   }
 
   void TakeAll(bool keeps_passwords) {
+    if (support::kSanitized) GTEST_SKIP() << "two minutes under strace, and memory is kept";
     for (const Step& step : kSteps) Take(step, keeps_passwords);
     Look(Kept("seen"), "an argument list or environment");
     LookInTemporaryFiles();
@@ -172,6 +174,10 @@ TEST_F(SecretsTest, AGeneratedPasswordIsPrintedAndNowhereElse) {
 // What is in memory after passwords were set, in both ways of keeping them.
 class SecretsInMemory : public SecretsTest {
  protected:
+  void SetUp() override {
+    if (support::kSanitized) GTEST_SKIP() << "a sanitizer keeps what is freed";
+    SecretsTest::SetUp();
+  }
   int CountAfterSetting() {
     fs::remove(beside_ / "memory");
     const std::string words = " one@example.org --password-stdin";

@@ -12,17 +12,11 @@
 
 #include "framework/config_file.h"
 #include "mgr_proc.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/stub_program.h"
 #include "tests/support/temp_dir.h"
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool kSanitized =
-    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-inline constexpr bool kSanitized = false;
-#endif
+using support::kSanitized;
 
 /// Seconds that pass while a test looks at something.
 class Stopwatch {
