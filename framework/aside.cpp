@@ -13,8 +13,23 @@
 
 namespace aside {
 
+namespace {
+
+constexpr const char* kStart = ".brisq-job-";
+
+}  // namespace
+
 std::string PathBeside(const std::string& target) {
-  return mgr_file::ConcatPath(file_steps::DirectoryOf(target), ".brisq-job-" + RandomHex());
+  return mgr_file::ConcatPath(file_steps::DirectoryOf(target), kStart + RandomHex());
+}
+
+bool IsName(const std::string& name) {
+  const std::string start = kStart;
+  if (!name.starts_with(start)) {
+    return false;
+  }
+  const std::size_t end = name.find_first_not_of("0123456789abcdef", start.size());
+  return end == std::string::npos || (end > start.size() && name.substr(end) == kOldEnd);
 }
 
 void Note(const std::string& target, const std::string& aside, const std::string& fresh,

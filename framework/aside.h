@@ -13,6 +13,13 @@ namespace aside {
 /// A path for a new one. Nothing is made.
 BRISQ_API std::string PathBeside(const std::string& target);
 
+/// What stands behind its name in that of a second entry, which is made for a moment where two
+/// can't be exchanged.
+constexpr const char* kOldEnd = "-old";
+
+/// True for the name, without a directory, of an entry of either kind.
+BRISQ_API bool IsName(const std::string& name);
+
 /// Tells the journal of the running request, if there is one, what is about to happen. May be told
 /// again, when the target has another content by then: the last word counts.
 /// @param aside  the entry beside

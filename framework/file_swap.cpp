@@ -16,7 +16,7 @@
 namespace {
 
 // Second name of what is replaced, where entries can't be exchanged.
-std::string NameOfOld(const std::string& aside) { return aside + "-old"; }
+std::string NameOfOld(const std::string& path) { return path + aside::kOldEnd; }
 
 int Rename(const std::string& from, const std::string& to, unsigned flags) {
   return sys::Rename(AT_FDCWD, from.c_str(), to.c_str(), flags);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <set>
 
+#include "framework/aside.h"
 #include "framework/conf_save.h"
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
@@ -66,13 +67,6 @@ void CheckPasswdFolder(Drifts& drifts) {
   }
 }
 
-bool IsOfJob(const std::string& name) {
-  constexpr const char* kStart = ".brisq-job-";
-  return name.starts_with(kStart) &&
-         name.find_first_not_of("0123456789abcdef", std::string(kStart).size()) ==
-             std::string::npos;
-}
-
 // Requests hold the database's write lock while their jobs are done, and so does the mend.
 void Remove(const std::string& path) {
   new ClearAway(path, "file " + path + " removed", [path] {
@@ -84,7 +78,7 @@ void Remove(const std::string& path) {
 
 void CheckJobs(const std::string& folder, Drifts& drifts) {
   for (mgr_file::Dir entries(folder); entries.Read();) {
-    if (IsOfJob(entries.name())) {
+    if (aside::IsName(entries.name())) {
       drifts.Warning("LEFTOVER-JOB", entries.FullName(), "was left by a request that was killed",
                      "brisq check --fix", [path = entries.FullName()] { Remove(path); });
     }

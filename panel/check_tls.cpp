@@ -18,6 +18,7 @@
 #include "panel/email_module.h"
 #include "panel/job_log.h"
 #include "panel/mend_jobs.h"
+#include "panel/path_key.h"
 #include "panel/tls_state.h"
 
 namespace brisq_panel {
@@ -151,18 +152,46 @@ void CheckSnippets(const std::set<std::string>& known, Drifts& drifts) {
   }
 }
 
+// Files that somebody keeps there himself are his.
+void CheckLinks(const std::set<std::string>& known, Drifts& drifts) {
+  for (mgr_file::Dir folder(AbsolutePath("dovecot-ssl-certs")); folder.Read();) {
+    const std::string link = folder.FullName();
+    std::error_code none;
+    if ((folder.HasExt(".crt") || folder.HasExt(".key")) && known.count(link) == 0 &&
+        std::filesystem::is_symlink(link, none)) {
+      drifts.Warning("TLS-STRANGER", link, "belongs to no domain that has a certificate",
+                     "remove it, or brisq tls set for its domain");
+    }
+  }
+}
+
+// It is not narrowed: others may need it as it is.
+void CheckFolder(const std::string& folder, Drifts& drifts) {
+  struct stat state {};
+  if (::stat(folder.c_str(), &state) == 0 && (state.st_mode & S_IWOTH) != 0) {
+    drifts.Error("TLS-ACCESS", folder, "everybody may replace what lies in it",
+                 "chmod o-w " + folder);
+  }
+}
+
 }  // namespace
 
 void CheckTls(Drifts& drifts) {
-  std::set<std::string> snippets;
+  std::set<std::string> known;
   for (const DomainInfo& domain : ListDomains()) {
     if (!domain.cert.empty()) {
-      snippets.insert(PlacesOf(domain.name).snippet);
+      const TlsPlaces places = PlacesOf(domain.name);
+      known.insert({places.snippet, places.cert_link, places.key_link});
       CheckDomain(domain, drifts);
     }
   }
   if (!mgr_cf::GetPath("dovecot-certconf").empty()) {
-    CheckSnippets(snippets, drifts);
+    CheckFolder(SnippetFolder(), drifts);
+    CheckSnippets(known, drifts);
+  }
+  if (!mgr_cf::GetPath("dovecot-ssl-certs").empty()) {
+    CheckFolder(AbsolutePath("dovecot-ssl-certs"), drifts);
+    CheckLinks(known, drifts);
   }
 }
 

@@ -90,6 +90,9 @@ const Plant kPlants[] = {
     {"a foreign snippet", "TLS-STRANGER",
      "printf 'local_name x {\\n\\tssl_cert = </dev/null\\n}\\n' >certs/x.conf", kLeft},
     {"an open snippet", "TLS-ACCESS", "chmod 666 certs/example.org.conf", kMended},
+    {"a link of no domain", "TLS-STRANGER", "ln -s /etc/hostname ssl/x.crt", kLeft},
+    {"a folder of snippets that everybody writes", "TLS-ACCESS", "chmod 777 certs", kLeft},
+    {"a folder of links that everybody writes", "TLS-ACCESS", "chmod 777 ssl", kLeft},
     {"an open key", "STATE-ACCESS", "touch state/seal.key; chmod 644 state/seal.key", kMended},
     {"a lock of another", "STATE-ACCESS", "chown 5000 state/reload.lock", kMended},
     {"a password without its key", "KEY-LOST",
@@ -111,6 +114,8 @@ const Plant kPlants[] = {
     {"an edit set aside", "LEFTOVER-EDIT", "cp passwd passwd.edited-1", kLeft},
     {"a killed request", "LEFTOVER-JOB", "touch certs/.brisq-job-0123456789abcdef", kMended},
     {"a killed request's link", "LEFTOVER-JOB", "ln -s x ssl/.brisq-job-0123456789abcdef", kMended},
+    {"what a killed request replaced", "LEFTOVER-JOB",
+     "touch certs/.brisq-job-0123456789abcdef-old", kMended},
     {"a folder that everybody writes", "CHECK-FAILED", "chmod 777 .", kLeft},
     {"a folder that everybody writes, for the file", "PASSWD-DIRECTORY", "chmod 777 .", kLeft},
 };

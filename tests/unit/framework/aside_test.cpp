@@ -19,6 +19,27 @@ TEST(Aside, EachPathIsAnotherOneInTheTargetsDirectory) {
   EXPECT_THAT(aside::PathBeside("/file"), testing::MatchesRegex("/\\.brisq-job-[0-9a-f]{16}"));
 }
 
+TEST(Aside, NamesOfItsEntriesAreTold) {
+  const struct {
+    const char* name;
+    bool is_one;
+  } cases[] = {
+      {".brisq-job-0123456789abcdef", true},
+      {".brisq-job-0123456789abcdef-old", true},
+      {".brisq-job-0123456789abcdef-new", false},
+      {".brisq-job--old", false},
+      {".brisq-job-0123456789abcdef-old2", false},
+      {"x.brisq-job-0123456789abcdef", false},
+      {".brisq-job-x", false},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.name);
+    EXPECT_EQ(item.is_one, aside::IsName(item.name));
+  }
+  const std::string path = aside::PathBeside("/etc/target");
+  EXPECT_TRUE(aside::IsName(path.substr(path.rfind('/') + 1)));
+}
+
 TEST(Aside, WhatIsRemovedIsForgotten) {
   const support::TempDir dir;
   std::string path = dir.Write("aside", "old");
