@@ -155,7 +155,12 @@ void SqlSession::Reopen() {
   database_->statements.clear();
   database_->session.close();
   database_->session.open(soci::sqlite3, ConnectString(database_->file));
-  SetUp();
+  try {
+    SetUp();
+  } catch (...) {
+    database_->session.close();  // half set up it must not be used
+    throw;
+  }
 }
 
 // Outside of a transaction what a stuck connection has refused is done by a fresh one. When that
