@@ -78,7 +78,7 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
                    [&](const Mailbox& mailbox) { removed.push_back(RemoveMailbox(mailbox)); });
     backend.OnDeleteDomain(domain);
     if (!std::string(domain->cert).empty()) {
-      PruneAfterCommit();
+      PruneAfterCommit(name);
     }
     domain->DbDelete();
   });

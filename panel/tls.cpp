@@ -215,7 +215,7 @@ void UnsetCertificate(const std::string& text) {
     domain->key = "";
     domain->Post();
     backend.OnUpdateDomain(domain);
-    PruneAfterCommit();
+    PruneAfterCommit(name);
   });
 }
 
