@@ -57,7 +57,8 @@ std::string Home(const std::string& wish, const Address& address, const std::str
   return home;
 }
 
-Plan MakePlan(const NewMailbox& mailbox) {
+// What needs no look into the tables.
+Plan CheckValues(const NewMailbox& mailbox) {
   Plan plan;
   plan.address = ParseAddress(mailbox.address);
   plan.quota = QuotaText(ParseQuota(mailbox.quota));
@@ -65,12 +66,16 @@ Plan MakePlan(const NewMailbox& mailbox) {
   if (!mailbox.home.empty()) {
     CheckHome(mailbox.home);
   }
+  return plan;
+}
+
+// The rest, with the database's write lock: a domain may have changed until then.
+void FindPlace(Plan& plan, const std::string& home) {
   plan.domain = FindDomain(plan.address.domain);
   RequireSwitchedOn(*plan.domain);
   plan.owner = Table<brisq_db::User>();
   plan.owner->Assert(plan.domain->owner);
-  plan.home = Home(mailbox.home, plan.address, plan.owner->home);
-  return plan;
+  plan.home = Home(home, plan.address, plan.owner->home);
 }
 
 Mailbox InsertRow(const Plan& plan, const std::string& password) {
@@ -100,9 +105,10 @@ std::string DefaultHome(const std::string& owner_home, const Address& address) {
 }
 
 MailboxInfo AddMailbox(const NewMailbox& mailbox) {
-  const Plan plan = MakePlan(mailbox);
+  Plan plan = CheckValues(mailbox);
   MailBackend();
   DoRequest("mailbox add", [&](Request&) {
+    FindPlace(plan, mailbox.home);
     JobLog::Watch(kMailbox, plan.address.Full());
     DeferSaves line(DeferSaves::Between::kNever);
     Mailbox email = InsertRow(plan, mailbox.password);

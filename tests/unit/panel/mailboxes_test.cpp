@@ -1,6 +1,8 @@
 #include "panel/mailboxes.h"
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "framework/config_file.h"
 #include "framework/request.h"
@@ -9,6 +11,8 @@
 #include "panel/email_module.h"
 #include "panel/owners.h"
 #include "panel/password_line.h"
+#include "panel/records.h"
+#include "panel/run_request.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -202,6 +206,24 @@ TEST_F(Mailboxes, AHashThatDoesNotFitItsColumnIsTheToolsFault) {
   EXPECT_EQ("email: doveadm: its answer can't stand in a line: ':' not allowed", TextOf([] {
               AddMailbox({"alice@example.org", "se:cret", "", ""});
             }));
+  ExpectNothing();
+}
+
+// The other request has the lock first; what this one sees before it counts for nothing.
+TEST_F(Mailboxes, ADomainThatIsSwitchedOffMeanwhileTakesNone) {
+  std::string refused;
+  std::jthread adding;
+  brisq_panel::DoRequest("domain set", [&](Request&) {
+    adding = std::jthread([&] {
+      refused = TextOf([] { AddMailbox({"alice@example.org", "secret", "", ""}); });
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // until it waits, most likely
+    const auto domain = brisq_panel::FindDomain("example.org");
+    domain->active = false;
+    domain->Post();
+  });
+  adding.join();
+  EXPECT_EQ("limit: domain: example.org is switched off", refused);
   ExpectNothing();
 }
 

@@ -79,8 +79,9 @@ TEST_F(Owners, NoHomeIsMadeInTheHomeOfAnotherUser) {
   ASSERT_EQ(0, ::symlink(outside.c_str(), (eves + "/x").c_str()));
   for (const std::string place : {"/bob", "/x/bob", "/y/bob"}) {
     SCOPED_TRACE(place);
-    const std::string text =
-        panel_test::TextOf([&] { AddOwner({"bob", 1001, 1001, eves + place}); });
+    const std::string text = panel_test::TextOf([&] {
+      AddOwner({"bob", 1001, 1001, eves + place});
+    });
     EXPECT_EQ("file: " + eves + ": not safe: belongs to uid 1234 instead of 0", text);
   }
   EXPECT_TRUE(std::filesystem::is_empty(outside));
