@@ -215,7 +215,7 @@ const std::vector<Whole> kWholes = {
      {"/", "/home//x", "/home/../etc", "/home/x/..", "/./x", "/home/x/", "//"},
      {"must have no '.', '..', doubled or closing '/' in it"}},
     {"home of a mailbox",
-     {"/etc", "/root/x", "/proc/self", "/dev/shm/x"},
+     {"/etc", "/srv/x", "/proc/self", "/dev/shm/x"},
      {"must lie below its owner's home"}},
     {"owner name", {""}, {"must not be empty"}},
     {"owner name", {"-x", "--uid", "0", "Root", "1000", "."}, {kFirstOfOwner}},

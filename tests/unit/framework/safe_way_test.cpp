@@ -54,7 +54,7 @@ TEST_F(SafeWay, WhatAnotherUserCouldBendIsRefused) {
   tree.MakeFolder("open/x");
   MakeForeign(home + "/own", kUser);
   MakeForeign(home + "/own/foreign", kOther);
-  tree.MakeFolder("home/own/root/x");
+  tree.MakeFolder("home/own/system/x");
   MakeLink(outside, tree / "theirlink");
   tree.MakeFolder("outside/x");
   MakeLink("own", home + "/link");
@@ -68,7 +68,7 @@ TEST_F(SafeWay, WhatAnotherUserCouldBendIsRefused) {
       {"open/x", "file: open: not safe: everybody may write to it"},
       {"home/own/foreign",
        "file: home/own/foreign: not safe: belongs to uid 54322 instead of 54321"},
-      {"home/own/root", "file: home/own/root: not safe: belongs to uid 0 instead of 54321"},
+      {"home/own/system", "file: home/own/system: not safe: belongs to uid 0 instead of 54321"},
       {"home/link", "file: home/link: not safe: is a symbolic link"},
       {"home/link/", "file: home/link: not safe: is a symbolic link"},
       {"theirlink/x", "file: theirlink: not safe: is a symbolic link"},
@@ -83,10 +83,10 @@ TEST_F(SafeWay, WhatAnotherUserCouldBendIsRefused) {
 }
 
 TEST_F(SafeWay, ASharedDirectoryWithTheStickyBitIsGoneThrough) {
-  tree.MakeFolder("shared/x");
-  ::chmod((tree / "shared").c_str(), 01777);
-  EXPECT_EQ(kFine, Opened("shared/x"));
-  EXPECT_EQ(kFine, Ours("shared/new"));
+  tree.MakeFolder("common/x");
+  ::chmod((tree / "common").c_str(), 01777);
+  EXPECT_EQ(kFine, Opened("common/x"));
+  EXPECT_EQ(kFine, Ours("common/new"));
 }
 
 TEST_F(SafeWay, LinksInACircleAreTheSystemsRefusal) {
