@@ -9,6 +9,7 @@
 #include "framework/random_hex.h"
 #include "framework/request.h"
 #include "framework/sys.h"
+#include "mgr_err.h"
 #include "mgr_file.h"
 
 namespace aside {
@@ -50,6 +51,20 @@ void Note(const std::string& target, const std::string& aside, const std::string
                         {"new", fresh},
                         {"what", what}}}});
   noted = old;
+}
+
+void MakeDurable(const std::string& directory, const std::function<void()>& restore) {
+  try {
+    file_steps::SyncDirectoryAt(directory, directory);
+  } catch (...) {
+    try {
+      restore();
+    } catch (const mgr_err::Error&) {
+      // The first failure is the one to report; a recovery takes back what stays.
+      Request::KeepCurrentEntry();
+    }
+    throw;
+  }
 }
 
 void Remove(std::string& aside) noexcept {

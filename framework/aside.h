@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "brisq_export.h"
@@ -30,6 +31,12 @@ BRISQ_API bool IsName(const std::string& name);
 /// @throws mgr_err::Error "file"
 BRISQ_API void Note(const std::string& target, const std::string& aside, const std::string& fresh,
                     const std::string& what, std::string& noted);
+
+/// Makes durable what has been renamed in a directory.
+/// @param restore  takes it back when that fails; should that fail too, the request's entry in the
+/// journal stays
+/// @throws mgr_err::Error "file": the first failure
+BRISQ_API void MakeDurable(const std::string& directory, const std::function<void()>& restore);
 
 /// Removes it and forgets its name; an empty name is none. One that can't be removed stays, and the
 /// request's entry in the journal with it.

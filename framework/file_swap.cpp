@@ -120,21 +120,7 @@ void FileSwap::Publish() {
   Note(fresh_);  // another swap of the same request may have replaced it since
   PutInPlace();
   published_ = true;
-  MakeDurable();
-}
-
-void FileSwap::MakeDurable() {
-  try {
-    file_steps::SyncDirectoryAt(directory_, directory_);
-  } catch (...) {
-    try {
-      Restore();
-    } catch (const mgr_err::Error&) {
-      // The first failure is the one to report; a recovery takes back what stays.
-      Request::KeepCurrentEntry();
-    }
-    throw;
-  }
+  aside::MakeDurable(directory_, [this] { Restore(); });
 }
 
 void FileSwap::Restore() {

@@ -76,7 +76,6 @@ class BRISQ_API FileSwap {
 
   explicit FileSwap(const std::string& path);
   void Note(const std::string& fresh);
-  void MakeDurable();
   Stamp StampOf(const std::string& path) const;
   std::string WhereOldIs() const;
   void PutInPlace();

@@ -8,7 +8,6 @@
 #include "framework/aside.h"
 #include "framework/file_steps.h"
 #include "framework/fingerprint.h"
-#include "framework/request.h"
 #include "framework/sys.h"
 #include "mgr_err.h"
 
@@ -38,17 +37,7 @@ void LinkRemoval::Publish() {
     sys::Fail("rename", path_);
   }
   moved_ = aside_;
-  try {
-    SyncDirectoryOf(path_);
-  } catch (...) {
-    try {
-      Restore();
-    } catch (const mgr_err::Error&) {
-      // The first failure is the one to report; a recovery takes back what stays.
-      Request::KeepCurrentEntry();
-    }
-    throw;
-  }
+  aside::MakeDurable(file_steps::DirectoryOf(path_), [this] { Restore(); });
 }
 
 void LinkRemoval::Restore() {

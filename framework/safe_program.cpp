@@ -8,6 +8,8 @@
 #include <climits>
 #include <cstddef>
 
+#include "framework/path_names.h"
+
 namespace mgr_proc {
 
 namespace {
@@ -24,25 +26,13 @@ class Way {
 
   std::string WhyUnsafe() {
     std::string why = JudgePlace();
-    while (why.empty() && links_ <= kMostLinks && TakeName()) {
+    while (why.empty() && links_ <= kMostLinks && path_names::Take(left_, name_)) {
       why = TakeStep();
     }
     return why;
   }
 
  private:
-  // The next component into `name_`; false at the end of the way.
-  bool TakeName() {
-    const std::size_t from = left_.find_first_not_of('/');
-    if (from == std::string::npos) {
-      return false;
-    }
-    const std::size_t end = std::min(left_.find('/', from), left_.size());
-    name_ = left_.substr(from, end - from);
-    left_.erase(0, end);
-    return true;
-  }
-
   std::string TakeStep() {
     if (name_ == ".") {
       return {};

@@ -4,11 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 
+#include "framework/path_names.h"
 #include "framework/sys.h"
 #include "mgr_file.h"
 
@@ -43,25 +43,13 @@ class Walk {
 
   Descriptor Go() {
     Enter(OpenEntry(AT_FDCWD, "/", "/"), "/");
-    while (TakeName()) {
+    while (path_names::Take(left_, name_)) {
       TakeStep();
     }
     return std::move(at_);
   }
 
  private:
-  // The next component into `name_`; false at the end of the way.
-  bool TakeName() {
-    const std::size_t from = left_.find_first_not_of('/');
-    if (from == std::string::npos) {
-      return false;
-    }
-    const std::size_t end = std::min(left_.find('/', from), left_.size());
-    name_ = left_.substr(from, end - from);
-    left_.erase(0, end);
-    return true;
-  }
-
   void TakeStep() {
     if (name_ == ".") {
       return;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "framework/file_steps.h"
+#include "framework/path_names.h"
 #include "framework/request.h"
 #include "framework/safe_way.h"
 #include "framework/sys.h"
@@ -41,14 +42,10 @@ mgr_err::Error BadPath(const std::string& path, const std::string& rule) {
   return mgr_err::Error("value", path, rule);
 }
 
-std::vector<std::string> Components(std::string_view path) {
+std::vector<std::string> Components(std::string path) {
   std::vector<std::string> components;
-  while (!path.empty()) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    if (end > 0) {
-      components.emplace_back(path.substr(0, end));
-    }
-    path.remove_prefix(std::min(end + 1, path.size()));
+  for (std::string name; path_names::Take(path, name);) {
+    components.push_back(name);
   }
   return components;
 }
@@ -63,7 +60,7 @@ std::vector<std::string> ComponentsBelowRoot(const mgr_file::safe::Folder& folde
   if (!folder.path().starts_with(inside)) {
     throw BadPath(folder.path(), "does not lie below " + root);
   }
-  return Components(std::string_view(folder.path()).substr(root.size()));
+  return Components(folder.path().substr(root.size()));
 }
 
 struct stat StateOf(int fd, const std::string& path) {
