@@ -22,6 +22,9 @@ const int kTries = std::getenv("BRISQ_SOAK") == nullptr ? 20000 : 200000;
 constexpr int kEnoughHits = 101;
 constexpr int kControlTries = 200000;
 
+// What root does meanwhile; for a control it can wait for the user.
+using Maker = std::function<void(const std::string& path, const support::Racer& racer)>;
+
 struct RaceResult {
   int tries = 0;
   int made = 0;
@@ -33,9 +36,10 @@ void Exchange(int directory, const char* one, const char* other) {
 }
 
 // What somebody would write who does not think of users who swap entries.
-void MakeNaively(const std::string& path) {
-  if (::mkdir(path.c_str(), 0700) != 0 || !fs::is_directory(fs::symlink_status(path)) ||
-      ::chmod(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
+void MakeNaively(const std::string& path, const support::Racer& racer) {
+  const bool made = ::mkdir(path.c_str(), 0700) == 0 && fs::is_directory(fs::symlink_status(path));
+  racer.WaitForStep();
+  if (!made || ::chmod(path.c_str(), 0700) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
     throw mgr_err::Error("file", path);
   }
 }
@@ -51,19 +55,18 @@ class UserDirRaceTest : public UserDirTest {
   }
 
   // The user swaps the parent for a link that leads outside. A hit is an entry outside.
-  RaceResult RaceForTheParent(int tries, const std::function<void(const std::string& path)>& make) {
+  RaceResult RaceForTheParent(int tries, const Maker& make) {
     MakeLink(outside, home + "/mail/trap");
     const Descriptor mail(::open((home + "/mail").c_str(), O_PATH | O_CLOEXEC));
     const support::Racer racer(kUser, [&] { Exchange(mail.get(), "box", "trap"); });
-    return Race(tries, box + "/new", make,
+    return Race(tries, box + "/new", make, racer,
                 [&] { return ::rmdir((outside + "/new").c_str()) == 0; });
   }
 
   // The user swaps the new directory itself, for a link that leads outside, for a directory of the
   // administrator's that stands in the user's reach, and for a hard link to a file outside. A hit
   // is another owner or mode of any of them.
-  RaceResult RaceForTheDirectory(int tries,
-                                 const std::function<void(const std::string& path)>& make) {
+  RaceResult RaceForTheDirectory(int tries, const Maker& make) {
     MakeLink(outside, box + "/trap");
     const std::string backup = box + "/backup";
     MakeForeign(backup, 0);
@@ -79,7 +82,7 @@ class UserDirRaceTest : public UserDirTest {
         ::renameat2(in.get(), "new", in.get(), other, RENAME_NOREPLACE);
       }
     });
-    return Race(tries, box + "/new", make, [&] {
+    return Race(tries, box + "/new", make, racer, [&] {
       struct stat state = {};
       ::fstat(watched.get(), &state);
       const struct stat linked = StateOf(file);
@@ -94,7 +97,7 @@ class UserDirRaceTest : public UserDirTest {
   }
 
   // The user swaps the parent for a link to a folder in which one of the same name stands.
-  RaceResult RaceForRemoval(int tries, const std::function<void(const std::string& path)>& work) {
+  RaceResult RaceForRemoval(int tries, const Maker& make) {
     MakeLink(outside, home + "/mail/trap");
     MakeForeign(outside + "/new", 0);
     const Descriptor mail(::open((home + "/mail").c_str(), O_PATH | O_CLOEXEC));
@@ -103,7 +106,7 @@ class UserDirRaceTest : public UserDirTest {
     while (result.tries < tries && result.hits < kEnoughHits) {
       ++result.tries;
       try {
-        work(box + "/new");
+        make(box + "/new", racer);
         ++result.made;
       } catch (const mgr_err::Error&) {
       }
@@ -117,14 +120,13 @@ class UserDirRaceTest : public UserDirTest {
     return result;
   }
 
-  static RaceResult Race(int tries, const std::string& path,
-                         const std::function<void(const std::string& path)>& make,
-                         const std::function<bool()>& look_for_hit) {
+  static RaceResult Race(int tries, const std::string& path, const Maker& make,
+                         const support::Racer& racer, const std::function<bool()>& look_for_hit) {
     RaceResult result;
     while (result.tries < tries && result.hits < kEnoughHits) {
       ++result.tries;
       try {
-        make(path);
+        make(path, racer);
         ++result.made;
       } catch (const mgr_err::Error&) {
       }
@@ -141,8 +143,10 @@ class UserDirRaceTest : public UserDirTest {
 };
 
 TEST_F(UserDirRaceTest, ASwappedParentNeverLeadsOutside) {
-  const RaceResult result = RaceForTheParent(
-      kTries, [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
+  const RaceResult result =
+      RaceForTheParent(kTries, [this](const std::string&, const support::Racer&) {
+        user_dir::MakePath(At("/mail/box/new"), kAttrs);
+      });
   std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
   EXPECT_EQ(0, result.hits);
   EXPECT_GT(result.made, 0);
@@ -155,8 +159,10 @@ TEST_F(UserDirRaceTest, ASwappedParentLeadsNaiveCodeOutside) {
 }
 
 TEST_F(UserDirRaceTest, ASwappedDirectoryNeverGivesAwayAnother) {
-  const RaceResult result = RaceForTheDirectory(
-      kTries, [this](const std::string&) { user_dir::MakePath(At("/mail/box/new"), kAttrs); });
+  const RaceResult result =
+      RaceForTheDirectory(kTries, [this](const std::string&, const support::Racer&) {
+        user_dir::MakePath(At("/mail/box/new"), kAttrs);
+      });
   std::printf("tries: %d, made: %d, hits: %d\n", result.tries, result.made, result.hits);
   EXPECT_EQ(0, result.hits);
   EXPECT_GT(result.made, 0);
@@ -171,15 +177,16 @@ TEST_F(UserDirRaceTest, ASwappedDirectoryMakesNaiveCodeGiveAwayAnother) {
 // What a request made is removed again when it fails. A hit is a folder of the administrator's that
 // is gone.
 TEST_F(UserDirRaceTest, ASwappedParentNeverHasAnotherFolderRemoved) {
-  const auto make_and_remove = [&](const std::string&) {
+  const auto make_and_remove = [&](const std::string&, const support::Racer&) {
     user_dir::Remove(At("/mail/box"), user_dir::MakeOne(At("/mail/box"), "new", kAttrs));
   };
   EXPECT_EQ(0, RaceForRemoval(kTries, make_and_remove).hits);
 }
 
 TEST_F(UserDirRaceTest, ASwappedParentHasNaiveCodeRemoveAnotherFolder) {
-  const auto make_and_remove = [](const std::string& path) {
-    MakeNaively(path);
+  const auto make_and_remove = [](const std::string& path, const support::Racer& racer) {
+    MakeNaively(path, racer);
+    racer.WaitForStep();
     ::rmdir(path.c_str());
   };
   EXPECT_EQ(kEnoughHits, RaceForRemoval(kControlTries, make_and_remove).hits);

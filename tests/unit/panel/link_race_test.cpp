@@ -42,6 +42,9 @@ struct Failing : mgr_job::Job {
   void Undo() override {}
 };
 
+using Placer =
+    std::function<void(const std::string& path, int number, const support::Racer& racer)>;
+
 class LinkRace : public testing::Test {
  protected:
   void SetUp() override {
@@ -98,14 +101,14 @@ class LinkRace : public testing::Test {
     return hit || StateOf(outside_).st_uid != 0;
   }
 
-  Result Race(int tries, const std::function<void(const std::string& path, int number)>& place) {
+  Result Race(int tries, const Placer& place) {
     const Descriptor folder(::open(links_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const support::Racer racer(kUser, [&] { Swap(folder.get()); });
     Result result;
     while (result.tries < tries && result.hits < kEnoughHits) {
       SetTraps();
       try {
-        place(links_ + "/" + kName, ++result.tries);
+        place(links_ + "/" + kName, ++result.tries, racer);
         ++result.placed;
       } catch (const mgr_err::Error&) {
       }
@@ -132,7 +135,7 @@ class LinkRace : public testing::Test {
 };
 
 // Placed, placed and taken back, removed, in turn.
-void Work(const std::string& path, int number) {
+void Work(const std::string& path, int number, const support::Racer&) {
   Request request("race");
   if (number % 3 == 2) {
     new RemoveLink(path);
@@ -152,13 +155,15 @@ TEST_F(LinkRace, PlacingAndRemovingLinksNeverTouchesWhatTrapsLeadTo) {
 }
 
 // As `ln -sf` does it, which puts the link into a folder that stands at its name, with an owner.
-void LinkNaively(const std::string& path, int) {
+void LinkNaively(const std::string& path, int, const support::Racer& racer) {
   const std::string target = "/etc/ssl/example.org.pem";
   struct stat there {};
   const bool folder = ::stat(path.c_str(), &there) == 0 && S_ISDIR(there.st_mode);
   const std::string at = folder ? path + "/example.org.pem" : path;
   ::unlink(at.c_str());
-  if (::symlink(target.c_str(), at.c_str()) != 0 || ::chown(path.c_str(), kUser, kUser) != 0) {
+  const bool placed = ::symlink(target.c_str(), at.c_str()) == 0;
+  racer.WaitForStep();
+  if (!placed || ::chown(path.c_str(), kUser, kUser) != 0) {
     throw mgr_err::Error("file", path);
   }
 }

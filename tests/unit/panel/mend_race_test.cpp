@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -108,23 +107,22 @@ class MendRace : private user_dir_test::TemporaryFilesInMemory, public panel_tes
   // The user swaps the entry `name` of `folder`, which he opens to everybody again and again, with
   // traps: entries of the folder that lead to victims.
   Result Race(const std::string& folder, const std::string& name, int tries,
-              const std::function<int()>& mend) {
+              const std::function<int(const support::Racer&)>& mend) {
     const Victims victims(dir_, folder + "/backup");
     user_dir_test::MakeLink(victims.outside(), folder + "/link");
     EXPECT_EQ(0, ::link(victims.file().c_str(), (folder + "/hard").c_str()));
     const Descriptor in(::open(folder.c_str(), O_PATH | O_CLOEXEC));
     const Descriptor open(::open((folder + "/" + name).c_str(), O_RDONLY | O_CLOEXEC));
-    const support::Racer racer(kBob, [&] {
-      for (const char* trap : {"link", "hard", "backup"}) {
-        ::fchmod(open.get(), 0777);
-        ::renameat2(in.get(), name.c_str(), in.get(), trap, RENAME_EXCHANGE);
-        ::renameat2(in.get(), name.c_str(), in.get(), trap, RENAME_EXCHANGE);
-      }
+    // Half of the steps end with a trap in place.
+    const support::Racer racer(kBob, [&, step = 0U]() mutable {
+      constexpr const char* kTraps[] = {"link", "hard", "backup"};
+      ::fchmod(open.get(), 0777);
+      ::renameat2(in.get(), name.c_str(), in.get(), kTraps[step++ / 2 % 3], RENAME_EXCHANGE);
     });
     Result result;
     while (result.tries < tries && result.hits < kEnoughHits) {
       ++result.tries;
-      result.mended += mend();
+      result.mended += mend(racer);
       result.hits += victims.WereHit() ? 1 : 0;
       // On a busy machine the user would hardly come to swap anything between two tries.
       std::this_thread::yield();
@@ -134,7 +132,7 @@ class MendRace : private user_dir_test::TemporaryFilesInMemory, public panel_tes
   }
 
   // How much was found and mended.
-  static int CheckAndMend() {
+  static int CheckAndMend(const support::Racer&) {
     int mended = 0;
     brisq_panel::Drifts drifts;
     brisq_panel::CheckHomes(drifts);
@@ -149,12 +147,12 @@ class MendRace : private user_dir_test::TemporaryFilesInMemory, public panel_tes
   }
 
   // As a script would with stat(1) and chmod(1): a program's start lies between the two.
-  static int MendNaively(const std::string& path) {
+  static int MendNaively(const std::string& path, const support::Racer& racer) {
     struct stat state {};
     if (::lstat(path.c_str(), &state) != 0 || !S_ISDIR(state.st_mode)) {
       return 0;
     }
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
+    racer.WaitForStep();
     return ::chmod(path.c_str(), 0700) == 0 ? 1 : 0;
   }
 
@@ -168,7 +166,9 @@ TEST_F(MendRace, AModeInAMaildirIsNotGivenToWhatTheUserPutsThere) {
 }
 
 TEST_F(MendRace, AMaildirsModeIsGivenAwayByNaiveCode) {
-  const auto mend = [this] { return MendNaively(maildir_ + "/cur"); };
+  const auto mend = [this](const support::Racer& racer) {
+    return MendNaively(maildir_ + "/cur", racer);
+  };
   EXPECT_EQ(kEnoughHits, Race(maildir_, "cur", kControlTries, mend).hits);
 }
 
@@ -179,7 +179,7 @@ TEST_F(MendRace, AModeOfAHomeIsNotGivenToWhatTheUserPutsThere) {
 }
 
 TEST_F(MendRace, AHomesModeIsGivenAwayByNaiveCode) {
-  const auto mend = [this] { return MendNaively(Home()); };
+  const auto mend = [this](const support::Racer& racer) { return MendNaively(Home(), racer); };
   EXPECT_EQ(kEnoughHits, Race(mgr_file::SplitPath(Home()).first, "bob", kControlTries, mend).hits);
 }
 
