@@ -11,7 +11,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -45,6 +47,20 @@ class ConfSaveTest : public ::testing::Test {
       done = true;
       act();
     });
+  }
+  /// Waits until an open of the file is held up by a watch on it; false when that takes a minute.
+  static bool SomebodyWaitsToOpen(const std::string& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return false;
+    const std::string file = ":" + std::to_string(info.st_ino) + " ";
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (std::chrono::steady_clock::now() < end) {
+      std::ifstream locks("/proc/locks");
+      for (std::string line; std::getline(locks, line);) {
+        if (line.find("BREAKING") != line.npos && line.find(file) != line.npos) return true;
+      }
+    }
+    return false;
   }
   std::string Content() const { return support::ReadFile(path_); }
   bool HasTemporaries() const {
@@ -163,9 +179,7 @@ TEST_F(ConfSaveTest, WaitsForAnEditThatOpenedTheOldFileDuringTheExchange) {
   JustBeforeTheExchange(fault, [&] {
     editor = std::thread([this] { folder_.Write("users", "theirs"); });
     // The editor's opening is waiting on the watch now; what it opens is the old file.
-    const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
-    while (::fcntl(file.get(), F_GETLEASE) == F_RDLCK) std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(SomebodyWaitsToOpen(path_));
   });
   ConfSave save(path_);
   const auto found = save.Replace(Snapshot("new"), StampAt(path_));
