@@ -13,7 +13,8 @@ const std::vector<ErrorKind>& ErrorKinds() {
   static const std::vector<ErrorKind> kinds = {
       {"usage", "usage", 2, "the command line can't be read; nothing was done"},
       {"missed", "not-found", 4, "nothing has this name"},
-      {"findings", "findings", kExitFindings, "a check has found something; the data says what"},
+      {"findings", "findings", kExitFindings,
+       "a check has found something, or sync had to leave something; the data says what"},
       {"exists", "exists", 6, "the name is taken"},
       {"locked", "locked", 7, "another program holds what is needed"},
       {"limit", "limit", 8, "a limit that protects the data stopped the command"},

@@ -7,7 +7,7 @@
 
 namespace brisq {
 
-/// Ends a check that has found something, after its data.
+/// Ends a check that has found something, and a sync that has left something, after its data.
 inline constexpr int kExitFindings = 5;
 /// Ends a command that went on without the Dovecot side.
 inline constexpr int kExitDovecot = 9;

@@ -44,6 +44,14 @@ void ShowLeft(Call& call, const SyncReport& report) {
                     report.passwordless.size()));
 }
 
+// What stays undone is no success, whatever else was done.
+void CloseUndone(Call& call, const SyncReport& report, const char* outcome, const char* command) {
+  if (report.unsafe.empty()) return;
+  call.output.Say(fmt::format("{}; Maildirs left alone: {}; end what is named above, then {} again",
+                              outcome, report.unsafe.size(), command));
+  call.exit_code = kExitFindings;
+}
+
 void Plan(Call& call) {
   const SyncReport report = brisq_panel::PlanSync();
   ShowDifferences(report, [&](const std::string& line, Record record) {
@@ -51,6 +59,7 @@ void Plan(Call& call) {
   });
   ShowLeft(call, report);
   if (report.Differs()) call.exit_code = kExitFindings;
+  CloseUndone(call, report, "not all could be looked at", "brisq plan");
 }
 
 std::string LostPasswords(const SyncReport& report) {
@@ -77,8 +86,9 @@ void Sync(Call& call) {
     call.output.Silent(std::move(record));
   });
   ShowLeft(call, report);
-  if (!report.Differs()) call.output.Say("nothing to do");
+  if (!report.Differs() && report.unsafe.empty()) call.output.Say("nothing to do");
   if (!call.arguments.Has(kDryRun.name)) ShowPasswords(call, report);
+  CloseUndone(call, report, "not all is done", "brisq sync");
 }
 
 }  // namespace
@@ -88,7 +98,7 @@ std::vector<Command> SyncCommands() {
       {.noun = "plan",
        .verb = "",
        .summary = "Show what sync would do, as a diff with masked hashes; exit code 5 when it is "
-                  "anything.",
+                  "anything, or a Maildir can't be looked at.",
        .operands = {},
        .options = {},
        .one_of = {},
@@ -96,7 +106,8 @@ std::vector<Command> SyncCommands() {
        .reads = true},
       {.noun = "sync",
        .verb = "",
-       .summary = "Have the passwd-file and the Maildirs serve what the panel's table holds.",
+       .summary = "Have the passwd-file and the Maildirs serve what the panel's table holds; exit "
+                  "code 5 when a Maildir had to be left alone.",
        .operands = {},
        .options = {{"--generate", "",
                     "give each mailbox whose password nobody keeps a new one and print it"}},

@@ -3,6 +3,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <vector>
+
+#include "framework/sys.h"
 #include "framework/user_dir.h"
 #include "mgr_job.h"
 #include "panel/job_log.h"
@@ -18,7 +22,23 @@ std::string PathOf(const std::string& home) { return mgr_file::ConcatPath(home, 
 bool IsMissing(const mgr_file::safe::Folder& maildir, const char* name) {
   struct stat state {};
   const Descriptor at = user_dir::Open(maildir);
-  return ::fstatat(at.get(), name, &state, AT_SYMLINK_NOFOLLOW) != 0;
+  if (sys::Stat(at.get(), name, &state, AT_SYMLINK_NOFOLLOW) == 0) {
+    return false;
+  }
+  if (errno != ENOENT) {
+    sys::Fail("stat", mgr_file::ConcatPath(maildir.path(), name));
+  }
+  return true;
+}
+
+std::vector<const char*> MissingFolders(const mgr_file::safe::Folder& maildir, bool all) {
+  std::vector<const char*> missing;
+  for (const char* name : kMaildirFolders) {
+    if (all || IsMissing(maildir, name)) {
+      missing.push_back(name);
+    }
+  }
+  return missing;
 }
 
 }  // namespace
@@ -29,39 +49,37 @@ mgr_file::safe::Folder MaildirOf(const brisq_db::User& owner, const std::string&
 
 bool IsMaildirMissing(const brisq_db::User& owner, const std::string& home) {
   const mgr_file::safe::Folder maildir = MaildirOf(owner, home);
-  bool missing = user_dir::CheckMakePath(maildir);
-  for (const char* name : kMaildirFolders) {
-    missing = missing || IsMissing(maildir, name);
-  }
-  return missing;
+  return user_dir::CheckMakePath(maildir) || !MissingFolders(maildir, false).empty();
 }
 
 void DeclareMaildir(const brisq_db::User& owner, const std::string& home) {
   const mgr_file::safe::Folder maildir = MaildirOf(owner, home);
+  std::vector<journal::Step> missing;  // all of them, before the first is told
   for (const char* name : kMaildirFolders) {
     const mgr_file::safe::Folder part(maildir.root(), mgr_file::ConcatPath(maildir.path(), name),
                                       maildir.uid(), maildir.gid());
-    for (const journal::Step& missing : user_dir::StepsOfMaking(part)) {
-      JobLog::Declare({kDirectory,
-                       missing.Value("path"),
-                       {},
-                       AccessValues({0700, owner.OwnerUid(), owner.OwnerGid()})});
-    }
+    const std::vector<journal::Step> steps = user_dir::StepsOfMaking(part);
+    missing.insert(missing.end(), steps.begin(), steps.end());
+  }
+  for (const journal::Step& step : missing) {
+    JobLog::Declare({kDirectory,
+                     step.Value("path"),
+                     {},
+                     AccessValues({0700, owner.OwnerUid(), owner.OwnerGid()})});
   }
 }
 
 void MakeMaildir(const std::shared_ptr<brisq_db::User>& owner, const std::string& home) {
-  DeclareMaildir(*owner, home);
   const mgr_file::Attrs attrs(0700, owner->OwnerUid(), owner->OwnerGid());
   const mgr_file::safe::Folder maildir = MaildirOf(*owner, home);
   const bool all = user_dir::CheckMakePath(maildir);
+  const std::vector<const char*> missing = MissingFolders(maildir, all);
+  DeclareMaildir(*owner, home);
   if (all) {
     safe_file::JobCreateOddDirAbs(owner, maildir.path(), attrs);
   }
-  for (const char* name : kMaildirFolders) {
-    if (all || IsMissing(maildir, name)) {
-      new mgr_job::safe::CreateDir(maildir, name, attrs);
-    }
+  for (const char* name : missing) {
+    new mgr_job::safe::CreateDir(maildir, name, attrs);
   }
 }
 

@@ -19,16 +19,17 @@ constexpr std::array<const char*, 3> kMaildirFolders = {"new", "cur", "tmp"};
 BRISQ_API mgr_file::safe::Folder MaildirOf(const brisq_db::User& owner, const std::string& home);
 
 /// True when the Maildir or one of its folders is missing.
-/// @throws mgr_err::Error "value" as above; "file" when the way to it is not safe
+/// @throws mgr_err::Error "value" as above; "file" when the way to it is not safe or the system
+/// does not say
 BRISQ_API bool IsMaildirMissing(const brisq_db::User& owner, const std::string& home);
 
 /// Tells the current request's JobLog of the directories that are missing up to a whole Maildir.
-/// @throws as above
+/// @throws as above: nothing is told
 BRISQ_API void DeclareMaildir(const brisq_db::User& owner, const std::string& home);
 
 /// Queues jobs of the current request that make what is missing of a Maildir; what is there stays
 /// as it is. Tells the request's JobLog of them.
-/// @throws as above
+/// @throws as above: nothing is queued or told
 BRISQ_API void MakeMaildir(const std::shared_ptr<brisq_db::User>& owner, const std::string& home);
 
 }  // namespace brisq_panel

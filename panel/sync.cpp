@@ -145,7 +145,7 @@ class Work {
     SetLinePassword(mailbox, report_.passwords.back().second);
   }
 
-  // False when the way to it is not safe.
+  // False when it can't be reached.
   bool ProvideMaildir(const Mailbox& mailbox, const std::string& name) {
     const auto owner = email::GetEmailOwner(mailbox);
     const std::string home = mailbox->home;
@@ -154,13 +154,13 @@ class Work {
         return true;
       }
       const std::string path = MaildirOf(*owner, home).path();
-      report_.maildirs.push_back(path);
       // The back-end makes the whole of it with a new line.
       if (lines_.Has(name) || mgr_file::Exists(path)) {
         MakeMaildir(owner, home);
       } else {
         DeclareMaildir(*owner, home);
       }
+      report_.maildirs.push_back(path);
       return true;
     } catch (const mgr_err::Error& error) {
       report_.unsafe.push_back(error.object() + ": " + error.value());

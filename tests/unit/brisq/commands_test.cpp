@@ -160,6 +160,37 @@ TEST_F(CommandsTest, ASyncTellsAllInJsonAndIsAJob) {
   EXPECT_EQ("zed@example.net:{X}h:1:1::/z:::\n", dir_.Read("passwd"));
 }
 
+// A link in the way stands for all that keeps from looking, a broken disk too.
+TEST_F(CommandsTest, ASyncThatLeavesAMaildirAloneIsNoSuccess) {
+  AddDomain();
+  AddMailbox("al@example.org");
+  AddMailbox("bo@example.org");
+  const std::string home = dir_ / "home/mail/example.org/al";
+  std::filesystem::remove_all(home);
+  std::filesystem::create_directory_symlink("/tmp", home);
+  const std::string left = "left alone: " + home + ": not safe: is a symbolic link\n";
+  for (const char* words : {"plan", "sync", "sync --dry-run"}) {
+    SCOPED_TRACE(words);
+    for (const bool lost : {false, true}) {
+      SCOPED_TRACE(lost ? "bo's line is lost" : "nothing else is to be done");
+      if (lost) dir_.Write("passwd", "");
+      const Ran ran = Run(words);
+      EXPECT_EQ(5, ran.status);
+      EXPECT_THAT(ran.err, HasSubstr(left));
+      EXPECT_THAT(ran.err,
+                  HasSubstr("Maildirs left alone: 1; end what is named above, then brisq " +
+                            std::string(words).substr(0, 4) + " again\n"));
+      EXPECT_THAT(ran.err, Not(HasSubstr("nothing to do")));
+    }
+  }
+  dir_.Write("passwd", "");
+  EXPECT_EQ(5, Run("sync --json").status);
+  EXPECT_THAT(dir_.Read("passwd"), StartsWith("bo@example.org:")) << "others are served";
+  std::filesystem::remove(home);
+  EXPECT_EQ(0, Run("sync").status);
+  EXPECT_EQ(0, Run("plan").status);
+}
+
 TEST_F(CommandsTest, AMendedModeIsAJobAndComesBack) {
   AddDomain();
   AddMailbox("bob@example.org");

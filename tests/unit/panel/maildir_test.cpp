@@ -6,6 +6,7 @@
 
 #include "panel/records.h"
 #include "panel/run_request.h"
+#include "tests/support/sys_fault.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace brisq_panel {
@@ -67,6 +68,31 @@ TEST_F(MaildirTest, AWayThatIsNotSafeIsRefused) {
   EXPECT_EQ("file", panel_test::ErrorOf([&] { Make(); }).type());
   home_ = "/elsewhere";
   EXPECT_EQ("value", panel_test::ErrorOf([&] { Missing(); }).type());
+}
+
+// A folder that can't be looked at is neither there nor missing.
+TEST_F(MaildirTest, AnErrorAtAnyCallIsThrownOrHidesNothing) {
+  Make();
+  for (const bool missing : {false, true}) {
+    SCOPED_TRACE(missing ? "one is missing" : "all are there");
+    if (missing) {
+      fs::remove(Path("/cur"));
+    }
+    int thrown = 0;
+    bool failed = true;
+    for (std::size_t call = 1; failed; ++call) {
+      support::SysFault fault;
+      fault.FailNumber(call, EIO, false);
+      try {
+        EXPECT_EQ(missing, Missing()) << "call " << call;
+      } catch (const mgr_err::Error& error) {
+        EXPECT_EQ("file", error.type());
+        ++thrown;
+      }
+      failed = fault.Failed();
+    }
+    EXPECT_GT(thrown, 10);
+  }
 }
 
 }  // namespace

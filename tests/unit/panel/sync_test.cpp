@@ -141,6 +141,33 @@ TEST_F(SyncTest, ATrapInOneUsersWayKeepsNobodyElseOut) {
   EXPECT_THAT(LineOf("bo@example.org"), StartsWith("bo@example.org:{CLEAR}secret:"));
 }
 
+TEST_F(SyncTest, AnErrorOfTheSystemAtAnyCallIsToldOrDoesNoHarm) {
+  const std::string maildir = Home() + "/mail/example.org/al/.maildir";
+  bool failed = true;
+  int told = 0;
+  for (std::size_t call = 1; failed; ++call) {
+    SCOPED_TRACE(call);
+    std::filesystem::remove_all(maildir + "/new");
+    SyncReport report;
+    bool refused = false;
+    {
+      support::SysFault fault;
+      fault.FailNumber(call, EIO, false);
+      try {
+        report = Sync(false);
+      } catch (const mgr_err::Error&) {
+        refused = true;
+      }
+      failed = fault.Failed();
+    }
+    const bool made = std::filesystem::exists(maildir + "/new");
+    EXPECT_TRUE(refused || !report.unsafe.empty() || made);
+    EXPECT_EQ(made && !refused, !report.maildirs.empty()) << "what is told was done";
+    told += refused || !report.unsafe.empty() ? 1 : 0;
+  }
+  EXPECT_GT(told, 10);
+}
+
 TEST_F(SyncTest, AFailureLeavesTheFileAsItWas) {
   RemoveLine("bo@example.org");
   dir_.Write("passwd", "al@example.org:{CLEAR}x::::/elsewhere:::\n");
