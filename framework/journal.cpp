@@ -157,13 +157,23 @@ Left FromContent(const std::string& id, const std::string& path, const std::stri
 }
 
 OpenEntry Described(const Left& left) {
-  OpenEntry entry{
-      left.id, left.head.Value("name"), left.head.Value("who"), left.head.Value("started"), false,
-      {}};
+  OpenEntry entry{left.id,
+                  left.head.Value("name"),
+                  left.head.Value("who"),
+                  left.head.Value("started"),
+                  false,
+                  {},
+                  {}};
   for (std::size_t place = 0; place < left.steps.size(); ++place) {
-    const std::string& what = left.steps[place].Value("what");
-    if (!what.empty() && !left.settled.contains(place)) {
-      entry.steps.push_back(what);
+    if (left.settled.contains(place)) {
+      continue;
+    }
+    const Step& step = left.steps[place];
+    if (!step.Value("what").empty()) {
+      entry.steps.push_back(step.Value("what"));
+    }
+    if (!step.Value("aside").empty()) {
+      entry.asides.insert(step.Value("aside"));
     }
   }
   return entry;

@@ -118,6 +118,7 @@ struct OpenEntry {
   std::string started;             ///< in UTC, "2024-01-31T23:59:59Z"
   bool alive = false;              ///< its process goes on: nothing is wrong
   std::vector<std::string> steps;  ///< in words, hashes not among them
+  std::set<std::string> asides;    ///< what its open steps need yet (framework/aside.h)
 };
 
 /// All entries: those of requests that go on, and what dead processes have left and nobody has

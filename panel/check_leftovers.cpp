@@ -11,8 +11,10 @@
 #include "framework/conf_save.h"
 #include "framework/descriptor.h"
 #include "framework/file_error.h"
+#include "framework/journal.h"
 #include "framework/safe_replace.h"
 #include "mgr_cf.h"
+#include "mgr_err.h"
 #include "mgr_file.h"
 #include "panel/mend_jobs.h"
 
@@ -67,8 +69,28 @@ void CheckPasswdFolder(Drifts& drifts) {
   }
 }
 
-// Requests hold the database's write lock while their jobs are done, and so does the mend.
+// The entry of the journal that may still put back, or remove, what is there; empty for none.
+std::string EntryNeeding(const std::string& path) {
+  const std::string end = aside::kOldEnd;
+  const std::string first = path.ends_with(end) ? path.substr(0, path.size() - end.size()) : path;
+  for (const journal::OpenEntry& entry : journal::OpenEntries()) {
+    if (entry.asides.contains(first)) {
+      return mgr_file::ConcatPath(journal::Folder(), entry.id);
+    }
+  }
+  return {};
+}
+
+std::string Needed(const std::string& entry) {
+  return "is needed yet by the request of " + entry + ", which is not finished";
+}
+
+// Requests hold the database's write lock while their jobs are done, and so does the mend: another
+// may have been killed since the check.
 void Remove(const std::string& path) {
+  if (const std::string entry = EntryNeeding(path); !entry.empty()) {
+    throw mgr_err::Error("later", path, Needed(entry));
+  }
   new ClearAway(path, "file " + path + " removed", [path] {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
       throw mgr_file::FileError(path, "unlink");
@@ -78,9 +100,16 @@ void Remove(const std::string& path) {
 
 void CheckJobs(const std::string& folder, Drifts& drifts) {
   for (mgr_file::Dir entries(folder); entries.Read();) {
-    if (aside::IsName(entries.name())) {
-      drifts.Warning("LEFTOVER-JOB", entries.FullName(), "was left by a request that was killed",
-                     "brisq check --fix", [path = entries.FullName()] { Remove(path); });
+    if (!aside::IsName(entries.name())) {
+      continue;
+    }
+    const std::string path = entries.FullName();
+    if (const std::string entry = EntryNeeding(path); !entry.empty()) {
+      drifts.Warning("LEFTOVER-JOB", path, Needed(entry),
+                     "leave it until the journal's entry is dealt with (JOURNAL-OPEN)");
+    } else {
+      drifts.Warning("LEFTOVER-JOB", path, "was left by a request that was killed",
+                     "brisq check --fix", [path] { Remove(path); });
     }
   }
 }

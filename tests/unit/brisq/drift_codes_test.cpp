@@ -116,6 +116,10 @@ const Plant kPlants[] = {
     {"a killed request's link", "LEFTOVER-JOB", "ln -s x ssl/.brisq-job-0123456789abcdef", kMended},
     {"what a killed request replaced", "LEFTOVER-JOB",
      "touch certs/.brisq-job-0123456789abcdef-old", kMended},
+    {"what an unfinished request may put back", "LEFTOVER-JOB",
+     "mkdir -p -m 700 state/journal; cp SWAP state/journal/0123456789abcdef; mkdir certs/d;"
+     " ln -s x certs/.brisq-job-0123456789abcdef",
+     kLeft},
     {"a folder that everybody writes", "CHECK-FAILED", "chmod 777 .", kLeft},
     {"a folder that everybody writes, for the file", "PASSWD-DIRECTORY", "chmod 777 .", kLeft},
 };
@@ -143,6 +147,10 @@ class DriftCodesTest : public InstanceTest {
     beside_.Write("entry",
                   Record("request name=mailbox%20add started=2026-01-31T10:00:00Z who=root") +
                       Record("sysdir path=" + (dir_ / "certs/.") + " what=directory%20made"));
+    // Nor is a link ever renamed to a directory.
+    beside_.Write("swap", Record("request name=tls%20set started=2026-01-31T10:00:00Z who=root") +
+                              Record("swap aside=" + (dir_ / "certs/.brisq-job-0123456789abcdef") +
+                                     " new=other old=link%20x path=" + (dir_ / "certs/d")));
     Shell("cp -a . '" + Kept() + "'");
   }
 
@@ -159,7 +167,9 @@ class DriftCodesTest : public InstanceTest {
 
   void Do(const Plant& plant) {
     const std::string script = std::regex_replace(plant.script, std::regex("SQL"), "sql");
-    Shell(std::regex_replace(script, std::regex("ENTRY"), beside_ / "entry"));
+    const std::string with_entry =
+        std::regex_replace(script, std::regex("ENTRY"), beside_ / "entry");
+    Shell(std::regex_replace(with_entry, std::regex("SWAP"), beside_ / "swap"));
   }
 
   void Reset() { Shell("find . -mindepth 1 -delete; cp -a '" + Kept() + "/.' ."); }

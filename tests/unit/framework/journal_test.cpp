@@ -227,6 +227,18 @@ TEST_F(JournalTest, OtherFilesInTheFolderAreLeftAlone) {
   EXPECT_EQ(3u, Files());
 }
 
+TEST_F(JournalTest, WhatOpenStepsNeedBesideTheirPlacesIsTold) {
+  Leave(kId, {{"swap", {{"aside", "/a"}, {"key", "/a"}}},
+              {"swap", {{"aside", "/b"}, {"key", "/b"}}},
+              {"dir", {{"path", "/c"}}}});
+  EXPECT_THAT(journal::OpenEntries().at(0).asides, ElementsAre("/a", "/b"));
+  {
+    auto dead = journal::TakeDead();
+    journal::Note(dead.front(), {journal::SettledStep(0, "")});
+  }
+  EXPECT_THAT(journal::OpenEntries().at(0).asides, ElementsAre("/b"));
+}
+
 TEST_F(JournalTest, ARemovedEntryIsGone) {
   for (const bool durable : {false, true}) {
     Entry entry(kId, kHead);

@@ -6,9 +6,13 @@
 #include <future>
 
 #include "framework/config_file.h"
+#include "framework/fingerprint.h"
+#include "framework/journal.h"
 #include "panel/mailbox_removal.h"
+#include "panel/recovery.h"
 #include "panel/run_request.h"
 #include "panel/tls.h"
+#include "tests/support/sys_fault.h"
 #include "tests/unit/panel/certificate_files.h"
 #include "tests/unit/panel/passwd_file_backend.h"
 
@@ -97,6 +101,38 @@ TEST_F(CheckTest, NoMaildirIsMadeOfAMailboxThatIsGoneSince) {
   brisq_panel::DeleteMailboxes({"alice@example.org"});
   EXPECT_EQ("missed: mailbox: alice@example.org", TextOf([&] { MendDrift(drift); }));
   EXPECT_FALSE(std::filesystem::exists(drift.finding.object));
+}
+
+// As a killed "tls set" leaves it: the new file in place, the old one beside it.
+TEST_F(CheckTest, WhatAnUnfinishedRequestMayPutBackIsNoLeftoverToRemove) {
+  journal::SetFolder(dir_ / "journal");
+  const std::string place = dir_.Write("snippets/x.conf", "new");
+  const std::string aside = dir_.Write("snippets/.brisq-job-0123456789abcdef", "old");
+  const Drift before = Find("leftovers", "LEFTOVER-JOB");
+  ASSERT_TRUE(before.mend);
+  journal::Entry("00000000000000d1", {"request", {{"name", "tls set"}}})
+      .Write({{"swap",
+               {{"path", place},
+                {"aside", aside},
+                {"key", aside},
+                {"old", fingerprint::OfContent("old")},
+                {"new", fingerprint::OfContent("new")}}}},
+             true);
+  {
+    support::SysFault fault;
+    fault.FailCall("rename", EIO);
+    brisq_panel::RecoverRequests();
+  }
+  EXPECT_THAT(TextOf([&] { MendDrift(before); }), HasSubstr("journal/00000000000000d1"))
+      << "found when the request had not been killed yet";
+  const Drift found = Find("leftovers", "LEFTOVER-JOB");
+  EXPECT_FALSE(found.mend);
+  EXPECT_THAT(found.finding.text, HasSubstr("journal/00000000000000d1"));
+  EXPECT_THAT(found.finding.fix, HasSubstr("JOURNAL-OPEN"));
+  brisq_panel::RecoverRequests();
+  EXPECT_EQ("old", dir_.Read("snippets/x.conf")) << "it was needed";
+  EXPECT_THAT(CodesOf("leftovers"), testing::IsEmpty());
+  journal::SetFolder("");
 }
 
 TEST_F(CheckTest, AModeIsMendedFromWhatItIsByThen) {
