@@ -4,13 +4,13 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
-#include <sys/stat.h>
 
 #include <memory>
 
 #include "framework/read_at_most.h"
 #include "framework/seal.h"
 #include "mgr_err.h"
+#include "panel/state_at.h"
 #include "panel/text_rules.h"
 
 namespace brisq_panel {
@@ -162,8 +162,8 @@ bool KeyBelongsTo(const std::string& path, const Certificate& certificate) {
 }
 
 bool IsOpenToOthers(const std::string& path) {
-  struct stat state {};
-  return ::stat(path.c_str(), &state) == 0 && (state.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+  const auto state = StateAt(path, Links::kFollow);
+  return state && (state->st_mode & (S_IRWXG | S_IRWXO)) != 0;
 }
 
 }  // namespace brisq_panel

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "email.h"
+#include "framework/sys.h"
 #include "framework/user_dir.h"
 #include "mgr_err.h"
 #include "panel/home_job.h"
@@ -15,6 +16,7 @@
 #include "panel/maildir.h"
 #include "panel/mend_jobs.h"
 #include "panel/records.h"
+#include "panel/state_at.h"
 
 namespace brisq_panel {
 
@@ -46,7 +48,9 @@ void MakeMaildirOf(const std::string& address) {
 mode_t ModeOf(const mgr_file::safe::Folder& folder) {
   const Descriptor fd = user_dir::Open(folder);
   struct stat state {};
-  ::fstat(fd.get(), &state);
+  if (sys::FStat(fd.get(), &state) != 0) {
+    sys::Fail("stat", folder.path());
+  }
   return state.st_mode & 07777;
 }
 
@@ -54,19 +58,19 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
   const std::string home = owner->home;
   const uid_t uid = owner->OwnerUid();
   const gid_t gid = owner->OwnerGid();
-  struct stat state {};
-  if (::lstat(home.c_str(), &state) != 0) {
+  const auto state = StateAt(home, Links::kStay);
+  if (!state) {
     drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is missing",
                  "brisq check --fix", [name = std::string(owner->name)] { MakeHomeOf(name); });
-  } else if (!S_ISDIR(state.st_mode)) {
+  } else if (!S_ISDIR(state->st_mode)) {
     drifts.Error("OWNER-HOME", home, "the home of " + std::string(owner->name) + " is no directory",
                  "put a directory there");
-  } else if (state.st_uid != uid && state.st_uid != 0) {
+  } else if (state->st_uid != uid && state->st_uid != 0) {
     drifts.Error("OWNER-ACCESS", home,
-                 "belongs to uid " + std::to_string(state.st_uid) + " instead of " +
+                 "belongs to uid " + std::to_string(state->st_uid) + " instead of " +
                      std::to_string(uid) + ", so no mailbox can be made in it",
                  "chown " + std::to_string(uid) + " " + home);
-  } else if ((state.st_mode & S_IWOTH) != 0) {
+  } else if ((state->st_mode & S_IWOTH) != 0) {
     // As in a user's tree: the owner may have put a second name of another's file there since.
     const mgr_file::safe::Folder folder(home, home, uid, gid);
     drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + home,

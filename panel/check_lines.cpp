@@ -1,13 +1,13 @@
 #include "panel/check_lines.h"
 
 #include <grp.h>
-#include <sys/stat.h>
 
 #include <map>
 
 #include "framework/conf_line.h"
 #include "panel/mend_jobs.h"
 #include "panel/passwd_file_check.h"
+#include "panel/state_at.h"
 #include "panel/sync.h"
 
 namespace brisq_panel {
@@ -17,8 +17,8 @@ namespace {
 using Mend = std::function<void()>;
 
 mode_t ModeOf(const std::string& path) {
-  struct stat state {};
-  return ::stat(path.c_str(), &state) == 0 ? state.st_mode & 07777 : 0640;
+  const auto state = StateAt(path, Links::kFollow);
+  return state ? state->st_mode & 07777 : 0640;
 }
 
 Mend ShutOut(const Finding& finding) {

@@ -1,6 +1,5 @@
 #include "panel/check_state.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,15 +12,15 @@
 #include "panel/instance_places.h"
 #include "panel/mend_jobs.h"
 #include "panel/sealed_texts.h"
+#include "panel/state_at.h"
 
 namespace brisq_panel {
 
 namespace {
 
 struct stat StateOf(const std::string& path) {
-  struct stat state {};
-  ::lstat(path.c_str(), &state);
-  return state;
+  constexpr struct stat kNothing {};
+  return StateAt(path, Links::kStay).value_or(kNothing);
 }
 
 bool IsOpenToOthers(const struct stat& state) { return (state.st_mode & (S_IRWXG | S_IRWXO)) != 0; }

@@ -1,6 +1,5 @@
 #include "panel/check_tls.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,16 +18,14 @@
 #include "panel/job_log.h"
 #include "panel/mend_jobs.h"
 #include "panel/path_key.h"
+#include "panel/state_at.h"
 #include "panel/tls_state.h"
 
 namespace brisq_panel {
 
 namespace {
 
-bool IsThere(const std::string& path) {
-  struct stat state {};
-  return ::lstat(path.c_str(), &state) == 0;
-}
+bool IsThere(const std::string& path) { return StateAt(path, Links::kStay).has_value(); }
 
 void DeclareLink(const std::string& path, const std::string& target) {
   std::error_code none;
@@ -102,12 +99,12 @@ void CheckDomain(const DomainInfo& domain, Drifts& drifts) {
 }
 
 void CheckAccess(const std::string& snippet, Drifts& drifts) {
-  struct stat state {};
-  if (::lstat(snippet.c_str(), &state) != 0 || !S_ISREG(state.st_mode)) {
+  const auto state = StateAt(snippet, Links::kStay);
+  if (!state || !S_ISREG(state->st_mode)) {
     return;
   }
-  const bool foreign = state.st_uid != 0 && state.st_uid != ::geteuid();
-  if (!foreign && (state.st_mode & (S_IWGRP | S_IWOTH)) == 0) {
+  const bool foreign = state->st_uid != 0 && state->st_uid != ::geteuid();
+  if (!foreign && (state->st_mode & (S_IWGRP | S_IWOTH)) == 0) {
     return;
   }
   drifts.Error("TLS-ACCESS", snippet, "others than root may change it",
@@ -167,8 +164,8 @@ void CheckLinks(const std::set<std::string>& known, Drifts& drifts) {
 
 // It is not narrowed: others may need it as it is.
 void CheckFolder(const std::string& folder, Drifts& drifts) {
-  struct stat state {};
-  if (::stat(folder.c_str(), &state) == 0 && (state.st_mode & S_IWOTH) != 0) {
+  const auto state = StateAt(folder, Links::kFollow);
+  if (state && (state->st_mode & S_IWOTH) != 0) {
     drifts.Error("TLS-ACCESS", folder, "everybody may replace what lies in it",
                  "chmod o-w " + folder);
   }

@@ -1,13 +1,12 @@
 #include "panel/object_state.h"
 
-#include <sys/stat.h>
-
 #include <array>
 #include <cstdio>
 
 #include "panel/names.h"
 #include "panel/password_line.h"
 #include "panel/records.h"
+#include "panel/state_at.h"
 
 namespace brisq_panel {
 
@@ -56,11 +55,11 @@ ObjectState OwnerState(const std::string& name) {
 
 // Only looked at, so that a link which somebody puts on the way shows no more than another state.
 ObjectState AccessState(const std::string& path) {
-  struct stat state {};
-  if (::lstat(path.c_str(), &state) != 0) {
+  const auto state = StateAt(path, Links::kStay);
+  if (!state) {
     return {};
   }
-  return AccessValues({state.st_mode & 07777, state.st_uid, state.st_gid});
+  return AccessValues({state->st_mode & 07777, state->st_uid, state->st_gid});
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 
+#include "framework/file_error.h"
 #include "mgr_file.h"
 #include "panel/path_key.h"
 #include "str.h"
@@ -29,6 +31,9 @@ void CheckLink(const std::string& link, const std::string& target,
                std::vector<PlaceFinding>& findings) {
   char found[PATH_MAX];
   const ssize_t length = ::readlink(link.c_str(), found, sizeof found);
+  if (length < 0 && errno != EINVAL && errno != ENOENT) {
+    throw mgr_file::FileError(link, "readlink");
+  }
   if (length < 0) {
     findings.push_back({link, Kind::kWrongLink, "is no link"});
   } else if (std::string(found, static_cast<std::size_t>(length)) != target) {

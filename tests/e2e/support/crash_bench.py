@@ -146,10 +146,12 @@ class CrashBench:
 
     def run(self, *words, stdin="", **orders):
         """Runs the program; `orders` are those of stop_at_call, in small letters. Exit code, or the
-        negative number of the signal, and what was said on standard error."""
+        negative number of the signal, and what was said on standard error; a check says what it
+        has found on standard output."""
         command = [brisq_program(), "--config", self.config, *words]
         done = run_at_calls(command, stdin, {"count_from": self.config, **orders} if orders else {})
-        return done.returncode, done.stderr
+        findings = done.stdout if words[0] == "check" else ""
+        return done.returncode, done.stderr + findings
 
     def must(self, *words, stdin=""):
         code, said = self.run(*words, stdin=stdin)

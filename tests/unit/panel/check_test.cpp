@@ -42,6 +42,12 @@ class CheckTest : public panel_test::FilePanelTest {
     return codes;
   }
 
+  static mode_t ModeOf(const std::string& path) {
+    struct stat state {};
+    EXPECT_EQ(0, ::stat(path.c_str(), &state));
+    return state.st_mode & 07777;
+  }
+
   static Drift Find(const std::string& area, const std::string& code) {
     for (Drift& drift : CheckInstance(area)) {
       if (drift.finding.code == code) {
@@ -142,9 +148,44 @@ TEST_F(CheckTest, AModeIsMendedFromWhatItIsByThen) {
   const Drift drift = Find("homes", "OWNER-ACCESS");
   ASSERT_EQ(0, ::chmod(Home().c_str(), 0707));
   MendDrift(drift);
-  struct stat state {};
-  ASSERT_EQ(0, ::stat(Home().c_str(), &state));
-  EXPECT_EQ(0705u, state.st_mode & 07777);
+  EXPECT_EQ(0705u, ModeOf(Home()));
+}
+
+TEST_F(CheckTest, AModeThatCantBeLookedAtIsNotMended) {
+  std::filesystem::create_directories(Home());
+  ASSERT_EQ(0, ::chown(Home().c_str(), 1001, 1001));
+  ASSERT_EQ(0, ::chmod(Home().c_str(), 0757));
+  const Drift drift = Find("homes", "OWNER-ACCESS");
+  bool failed = true;
+  for (std::size_t call = 1; failed; ++call) {
+    SCOPED_TRACE(call);
+    ASSERT_EQ(0, ::chmod(Home().c_str(), 0757));
+    std::string told;
+    {
+      support::SysFault fault;
+      fault.FailNumber(call, EIO, false);
+      told = TextOf([&] { MendDrift(drift); });
+      failed = fault.Failed();
+    }
+    EXPECT_EQ(told == "none" ? 0755u : 0757u, ModeOf(Home())) << told;
+  }
+}
+
+// A finding that nobody could look at would be one that nobody mends.
+TEST_F(CheckTest, AnErrorAtAnyCallHidesNoFinding) {
+  std::filesystem::create_directories(Home());
+  ASSERT_EQ(0, ::chown(Home().c_str(), 1001, 1001));
+  ASSERT_EQ(0, ::chmod(Home().c_str(), 0757));
+  ASSERT_EQ(0, ::chmod((dir_ / "snippets").c_str(), 0777));
+  for (const char* area : {"homes", "tls"}) {
+    bool failed = true;
+    for (std::size_t call = 1; failed; ++call) {
+      support::SysFault fault;
+      fault.FailNumber(call, EIO, false);
+      EXPECT_THAT(CodesOf(area), Not(testing::IsEmpty())) << area << " at call " << call;
+      failed = fault.Failed();
+    }
+  }
 }
 
 }  // namespace
