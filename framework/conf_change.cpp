@@ -77,7 +77,7 @@ void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
   const std::string end(document.LineEnd());
   const Line line = document.Extend();
   if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
-    Put(document, last, conf_line::WithEnd(std::string(document.Raw(last)), end));
+    Put(document, last, conf_line::WithEnd(document.Raw(last), end));
   }
   Put(document, line, conf_line::WithEnd(text, end));
   target_.line = line;

@@ -1,6 +1,7 @@
 #include "conf_dataset.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "framework/conf_change.h"
 #include "framework/conf_document.h"
@@ -126,7 +127,11 @@ std::string ConfDataSet::FieldPrefix(const std::string& name) {
 std::string ConfDataSet::FieldSuffix(const std::string&) { return {}; }
 
 std::string ConfDataSet::NewField(const std::string& name, const std::string& value) {
-  return FieldPrefix(name) + FieldValue(name, value) + FieldSuffix(name);
+  const std::string stored = FieldValue(name, value);
+  const std::string suffix = FieldSuffix(name);
+  std::string text = FieldPrefix(name);
+  text.reserve(text.size() + stored.size() + suffix.size());
+  return text.append(stored).append(suffix);
 }
 
 std::string ConfDataSet::NewRecordTemplate() {
@@ -158,6 +163,10 @@ void UnixDataSet::Parse(Cf line) {
 
 std::string UnixDataSet::NewRecord(Columns& columns) {
   std::string line;
+  line.reserve(Fields().size() + std::accumulate(columns.begin(), columns.end(), std::size_t{0},
+                                                 [](std::size_t sum, const auto& column) {
+                                                   return sum + column.second.size();
+                                                 }));
   for (const dd::Field* field : Fields()) {
     auto value = std::find_if(columns.begin(), columns.end(),
                               [&](const auto& column) { return column.first == field->Column(); });

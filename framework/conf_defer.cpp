@@ -39,6 +39,8 @@ void DeferSaves::Save() {
   doubts::NoteInRequest([] { current->Throw(); });
 }
 
+bool DeferSaves::IsOpen() noexcept { return current != nullptr; }
+
 void DeferSaves::Look() noexcept {
   if (current == nullptr || current->noted_.empty()) return;
   if (current->between_ == Between::kNever) return;

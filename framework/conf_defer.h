@@ -33,6 +33,8 @@ class BRISQ_API DeferSaves {
   /// a change is not in the file
   void Save();
 
+  /// True while the thread has a scope.
+  static bool IsOpen() noexcept;
   /// Saves when the thread has a scope and its time has come. Errors are kept for the next Save or
   /// post.
   static void Look() noexcept;

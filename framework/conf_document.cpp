@@ -233,9 +233,12 @@ std::string_view ConfDocument::Text(Line line) const noexcept {
   return text;
 }
 
+bool ConfDocument::CanBeginName(char byte) const noexcept {
+  return byte != params_.separator && params_.comment.find(byte) == std::string::npos;
+}
+
 std::string_view ConfDocument::NameOf(std::string_view raw) const noexcept {
-  if (raw.empty() || raw.front() == params_.separator) return {};
-  if (params_.comment.find(raw.front()) != std::string::npos) return {};
+  if (raw.empty() || !CanBeginName(raw.front())) return {};
   const char* const end = raw.data() + raw.size();
   const char* const separator = FindByte(raw.data(), end, params_.separator);
   if (separator == end) raw.remove_suffix(conf_line::EndLength(raw));
@@ -245,12 +248,18 @@ std::string_view ConfDocument::NameOf(std::string_view raw) const noexcept {
 bool ConfDocument::CanBeName(std::string_view name) const noexcept {
   const auto has = [&](char byte) { return name.find(byte) != std::string_view::npos; };
   if (name.empty() || has(params_.separator) || has('\n')) return false;
-  return params_.comment.find(name.front()) == std::string::npos;
+  return CanBeginName(name.front());
 }
 
 std::string_view ConfDocument::Name(Line line) const noexcept { return NameOf(Raw(line)); }
 
 bool ConfDocument::IsRecord(Line line, unsigned long columns) const noexcept {
+  // Where a second column is, what begins like a name has one.
+  if (columns > 1 && IsInBytes(line) && changed_.empty()) {
+    const std::string_view bytes = bytes_->View().substr(line);
+    return CanBeginName(bytes.front()) &&
+           conf_line::BeginsWithColumns(bytes, params_.separator, columns);
+  }
   const std::string_view raw = Raw(line);
   return !NameOf(raw).empty() && conf_line::HasColumns(raw, params_.separator, columns);
 }

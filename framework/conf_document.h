@@ -108,6 +108,7 @@ class BRISQ_API ConfDocument {
   void Leave(Line line);
   std::uint64_t HashOf(Line line) const noexcept { return ConfIndex::Hash(Name(line)); }
   std::string_view NameOf(std::string_view raw) const noexcept;
+  bool CanBeginName(char byte) const noexcept;
   bool CanBeName(std::string_view name) const noexcept;
   Line FirstFrom(Line line) const noexcept;
   std::string& Editable(Line line);

@@ -104,7 +104,11 @@ bool ConfFile::IsCurrent() const {
 }
 
 void ConfFile::Refresh() {
-  if (IsCurrent()) return;
+  if (!IsCurrent()) ReadAnew();
+  looked_.Renew();
+}
+
+void ConfFile::ReadAnew() {
   Lock lock(mutex_);
   work_ended_.wait(lock, [this] { return work_ != Work::kReading; });
   const bool settled = document_ && settled_;
@@ -181,8 +185,8 @@ void ConfFile::ApplyOne(Waiting& waiting) {
   }
 }
 
-std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change, Journal journal) {
-  Refresh();
+std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change, Journal journal, Look look) {
+  if (look == Look::kNow || looked_.IsOld()) Refresh();
   auto waiting = std::make_shared<Waiting>(std::move(change), std::move(journal));
   const Lock lock(mutex_);
   ++version_;
@@ -358,6 +362,5 @@ void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
 void ConfFile::RenewWorn() {
   if (!waiting_.empty() || !document_->IsWorn()) return;
   ++version_;
-  const auto bytes = std::make_shared<ConfBytes>(document_->Print());
-  document_ = std::make_shared<ConfDocument>(bytes, syntax_);
+  document_ = std::make_shared<ConfDocument>(Joined(document_->Snapshot()), syntax_);
 }

@@ -22,6 +22,7 @@
 #include "framework/conf_save.h"
 #include "framework/conf_stamp.h"
 #include "framework/journal.h"
+#include "framework/recent_look.h"
 
 class ConfScratch;
 
@@ -82,10 +83,15 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   /// writing into
   Reading ReadCurrent();
 
-  /// Applies a change to the file as it stands now.
+  /// How current the document must be that a change is applied to.
+  enum class Look {
+    kNow,    ///< looked at the file in this call
+    kLately  ///< some milliseconds will do: for one of many changes that are saved later, together
+  };
+  /// Applies a change to the file as it stands.
   /// @throws as ReadCurrent and ConfChange::Apply, and what the journal throws: nothing has
   /// changed
-  std::shared_ptr<Waiting> Apply(ConfChange change, Journal journal = {});
+  std::shared_ptr<Waiting> Apply(ConfChange change, Journal journal = {}, Look look = Look::kNow);
   /// Returns when a change that was applied is durable.
   /// @throws mgr_err::Error what became of the change, "file" and "locked" included: the file and
   /// the document are without it; what the after-save hook throws: the change is saved
@@ -108,6 +114,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   bool IsCurrent() const;
   ConfStamp StampNow() const;
   void Refresh();
+  void ReadAnew();
   ConfContent ReadFile() const;
   void TakeOver(const ConfContent& content);
   void ApplyOne(Waiting& waiting);
@@ -131,6 +138,7 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   const std::shared_ptr<ConfScratch> scratch_;
   mutable std::shared_mutex mutex_;
   std::atomic<std::uint64_t> version_{0};
+  RecentLook looked_;
   std::condition_variable_any work_ended_;
   Work work_ = Work::kNone;
   std::shared_ptr<ConfDocument> document_;  // null before the first reading

@@ -1,10 +1,10 @@
 #include "framework/conf_line.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
+#include <algorithm>
+#include <bit>
+#include <cstdint>
 
-#include <cstring>
+#include "framework/byte_block.h"
 
 namespace conf_line {
 namespace {
@@ -33,38 +33,40 @@ std::size_t CountByte(std::string_view text, char byte) noexcept {
   return count;
 }
 
-// A bit for each of some bytes in a row, the first one's lowest.
+// Places of what parts lines and columns in the next bytes, a bit for each; of the separators those
+// before the first end of a line.
 struct Marks {
-  unsigned int separators;
-  unsigned int ends;
+  std::uint64_t separators;
+  std::uint64_t ends;
 };
 
-constexpr std::size_t kBlock = 16;
-
 Marks MarkBlock(const char* at, char separator) noexcept {
-#ifdef __SSE2__
-  const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-  const auto equal = [&](char byte) {
-    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(byte))));
-  };
-  return {equal(separator), equal('\n')};
-#else
-  Marks marks{0, 0};
-  for (std::size_t byte = 0; byte < kBlock; ++byte) {
-    if (at[byte] == separator) marks.separators |= 1U << byte;
-    if (at[byte] == '\n') marks.ends |= 1U << byte;
-  }
-  return marks;
-#endif
+  const WideByteBlock block(at);
+  const std::uint64_t ends = block.Equal('\n');
+  const std::uint64_t before = ends == 0 ? ~std::uint64_t{0} : ends ^ (ends - 1);
+  return {block.Equal(separator) & before, ends};
 }
 
 Marks MarkTail(std::string_view tail, char separator) noexcept {
-  char block[kBlock] = {};
-  tail.copy(block, kBlock);
+  char block[WideByteBlock::kSize] = {};
+  tail.copy(block, sizeof block);
   Marks marks = MarkBlock(block, separator);
   // What is behind the tail is no separator, whatever the separator is.
-  marks.separators &= (1U << tail.size()) - 1;
+  marks.separators &= (std::uint64_t{1} << tail.size()) - 1;
   return marks;
+}
+
+Marks MarkFirst(std::string_view bytes, char separator) noexcept {
+  return bytes.size() >= WideByteBlock::kSize ? MarkBlock(bytes.data(), separator)
+                                              : MarkTail(bytes, separator);
+}
+
+std::uint64_t SpecialIn(const ByteBlock& block, char separator) noexcept {
+  return block.Equal('\n') | block.Equal('\r') | block.Equal('\0') | block.Equal(separator);
+}
+
+bool IsSpecial(char byte, char separator) noexcept {
+  return byte == '\n' || byte == '\r' || byte == '\0' || byte == separator;
 }
 
 // Parts one line into columns as its bytes go by.
@@ -75,10 +77,8 @@ class Cutter {
 
   bool InLast() const noexcept { return count_ + 1 == columns_.size(); }
   void Take(const char* at, Marks marks) noexcept {
-    // Of the separators those before the end of the line.
-    if (marks.ends != 0) marks.separators &= marks.ends ^ (marks.ends - 1);
     for (; marks.separators != 0 && !InLast(); marks.separators &= marks.separators - 1) {
-      EndColumn(at + __builtin_ctz(marks.separators));
+      EndColumn(at + __builtin_ctzll(marks.separators));
       ++begin_;
     }
   }
@@ -109,15 +109,12 @@ Cut CutFirst(std::string_view bytes, char separator, std::span<std::string_view>
     const auto length = static_cast<std::size_t>(end - first) + (end == last ? 0 : 1);
     return Cut{length, cutter.EndLine(end)};
   };
-  for (const char* at = first; at < last; at += kBlock) {
+  for (const char* at = first; at < last; at += WideByteBlock::kSize) {
     const auto left = static_cast<std::size_t>(last - at);
-    if (cutter.InLast()) {
-      const void* const end = std::memchr(at, '\n', left);
-      return end_at(end == nullptr ? last : static_cast<const char*>(end));
-    }
-    const Marks marks = left >= kBlock ? MarkBlock(at, separator) : MarkTail({at, left}, separator);
+    const Marks marks =
+        left >= WideByteBlock::kSize ? MarkBlock(at, separator) : MarkTail({at, left}, separator);
     cutter.Take(at, marks);
-    if (marks.ends != 0) return end_at(at + __builtin_ctz(marks.ends));
+    if (marks.ends != 0) return end_at(at + __builtin_ctzll(marks.ends));
   }
   return end_at(last);
 }
@@ -127,13 +124,45 @@ std::size_t EndLength(std::string_view raw) noexcept {
   return raw.ends_with('\n') || raw.ends_with('\r') ? 1 : 0;
 }
 
-std::string WithEnd(std::string raw, std::string_view end) {
-  if (raw.ends_with('\n')) return raw;
-  return raw.append(raw.ends_with('\r') ? "\n" : end);
+std::string WithEnd(std::string_view raw, std::string_view end) {
+  if (raw.ends_with('\n')) {
+    end = {};
+  } else if (raw.ends_with('\r')) {
+    end = "\n";
+  }
+  std::string line;
+  line.reserve(raw.size() + end.size());
+  return line.append(raw).append(end);
+}
+
+bool HasSpecial(std::string_view value, char separator) noexcept {
+  constexpr std::size_t kBlock = ByteBlock::kSize;
+  if (value.size() < kBlock) {
+    return std::any_of(value.begin(), value.end(),
+                       [&](char byte) { return IsSpecial(byte, separator); });
+  }
+  const char* const last = value.data() + value.size() - kBlock;
+  // The last block may look at some bytes again.
+  std::uint64_t special = SpecialIn(ByteBlock(last), separator);
+  for (const char* at = value.data(); at < last; at += kBlock) {
+    special |= SpecialIn(ByteBlock(at), separator);
+  }
+  return special != 0;
 }
 
 bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept {
   return CountByte(text, separator) + 1 >= columns;
+}
+
+bool BeginsWithColumns(std::string_view bytes, char separator, unsigned long columns) noexcept {
+  unsigned long found = 1;
+  Marks marks{0, 0};
+  while (!bytes.empty() && found < columns && marks.ends == 0) {
+    marks = MarkFirst(bytes, separator);
+    found += static_cast<unsigned long>(std::popcount(marks.separators));
+    bytes.remove_prefix(std::min(bytes.size(), WideByteBlock::kSize));
+  }
+  return found >= columns;
 }
 
 std::string_view Column(std::string_view text, char separator, unsigned long columns,

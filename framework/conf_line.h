@@ -17,10 +17,14 @@ namespace conf_line {
 BRISQ_API std::size_t EndLength(std::string_view raw) noexcept;
 
 /// A line with an end: its own, or else `end`, put there so that the line's text stays what it is.
-BRISQ_API std::string WithEnd(std::string raw, std::string_view end);
+BRISQ_API std::string WithEnd(std::string_view raw, std::string_view end);
 
 /// True when the text has at least `columns` columns.
 BRISQ_API bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept;
+
+/// As HasColumns, of the first line of some bytes, of which only as much is looked at as it takes.
+BRISQ_API bool BeginsWithColumns(std::string_view bytes, char separator,
+                                 unsigned long columns) noexcept;
 
 /// One column of a text; empty when the text has fewer.
 BRISQ_API std::string_view Column(std::string_view text, char separator, unsigned long columns,
@@ -35,6 +39,9 @@ struct Cut {
 /// @param columns  at least one; get the line's columns, and what the line lacks stays as it was
 BRISQ_API Cut CutFirst(std::string_view bytes, char separator,
                        std::span<std::string_view> columns) noexcept;
+
+/// True when the value holds a line break (LF, CR), a NUL or the separator.
+BRISQ_API bool HasSpecial(std::string_view value, char separator) noexcept;
 
 /// The text with some columns replaced; it must have `columns` columns. Everything else stays byte
 /// for byte.

@@ -78,9 +78,9 @@ void Append(ConfDocument& document, std::string_view raw) {
   const Line last = document.Last();
   const std::string end(document.LineEnd());
   if (last != kNone && !document.Raw(last).ends_with('\n')) {
-    document.Put(last, conf_line::WithEnd(std::string(document.Raw(last)), end));
+    document.Put(last, conf_line::WithEnd(document.Raw(last), end));
   }
-  document.Put(document.Extend(), conf_line::WithEnd(std::string(raw), end));
+  document.Put(document.Extend(), conf_line::WithEnd(raw, end));
 }
 
 void Replace(ConfDocument& document, Line line, const std::string& text) {

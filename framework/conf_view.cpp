@@ -1,6 +1,5 @@
 #include "framework/conf_view.h"
 
-#include <ctime>
 #include <utility>
 
 #include "framework/conf_defer.h"
@@ -15,22 +14,14 @@
 namespace {
 
 // How the journal is told of a change of the thread's request.
-ConfFile::Journal Journalled(const std::string& file, const std::string& words) {
+ConfFile::Journal Journalled(const std::string& file, const ConfChange& change) {
   const auto entry = Request::Current() ? Request::Current()->JournalEntry() : nullptr;
   if (!entry) return {};
-  const auto note = [entry, file, words, key = RandomHex()](const ConfChange& change,
-                                                            const ConfDocument& document) {
-    entry->Write({line_undo::ToStep(change.Trace(document), file, words, key)}, false);
+  const auto note = [entry, file, words = change.Words(), key = RandomHex()](
+                        const ConfChange& made, const ConfDocument& document) {
+    entry->Write({line_undo::ToStep(made.Trace(document), file, words, key)}, false);
   };
   return {note, entry};
-}
-
-// Nanoseconds of a clock that steps by some milliseconds and costs little: a walk asks for each
-// line.
-std::int64_t Now() noexcept {
-  struct timespec now {};
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
 void SaveOrDoubt(const std::shared_ptr<ConfFile>& file,
@@ -44,11 +35,16 @@ ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
     : file_(std::move(file)), dataset_(dataset), syntax_(file_->syntax()) {}
 
 // Under the file's lock.
-dd::RecordPtr ConfView::Place(Line line) {
-  if (line == ConfDocument::kNone) return {};
+void ConfView::Settle(Line line) {
   line_ = line;
   name_ = document_->Name(line);
   gone_ = false;
+}
+
+// Under the file's lock.
+dd::RecordPtr ConfView::Place(Line line) {
+  if (line == ConfDocument::kNone) return {};
+  Settle(line);
   Part();
   run_ = ConfRun(*document_, line);
   run_version_ = parted_version_;
@@ -71,7 +67,7 @@ void ConfView::Part() {
 
 // Goes on to the next record when that takes neither the lock nor a look at the file.
 bool ConfView::Step() {
-  if (gone_ || run_version_ != file_->Version() || LookIsDue()) return false;
+  if (gone_ || run_version_ != file_->Version() || looked_.IsOld()) return false;
   columns_.resize(Columns());
   parted_version_ = kNeverParted;
   if (columns_.empty() || !run_.Next(syntax_, columns_)) return false;
@@ -79,11 +75,6 @@ bool ConfView::Step() {
   name_ = columns_.front();
   parted_version_ = run_version_;
   return true;
-}
-
-bool ConfView::LookIsDue() const noexcept {
-  constexpr std::int64_t kBetweenLooks = 5'000'000;
-  return Now() - looked_ >= kBetweenLooks;
 }
 
 void ConfView::Follow(const std::shared_ptr<const ConfDocument>& document) {
@@ -119,7 +110,7 @@ void ConfView::FollowNeighbour(const ConfDocument& document) {
 
 dd::RecordPtr ConfView::First() {
   DeferSaves::Look();
-  looked_ = Now();
+  looked_.Renew();
   const ConfFile::Reading reading = file_->ReadCurrent();
   document_ = reading.document;
   return Place(document_->NextRecord(0, Columns()));
@@ -129,7 +120,7 @@ dd::RecordPtr ConfView::Next(dd::RecordPtr place) {
   if (!IsAt(place)) return {};
   DeferSaves::Look();
   if (Step()) return {++serial_};
-  looked_ = Now();
+  looked_.Renew();
   const ConfFile::Reading reading = file_->ReadCurrent();
   Follow(reading.document);
   return Place(document_->NextRecord(gone_ ? line_ : line_ + 1, Columns()));
@@ -163,22 +154,15 @@ void ConfView::CheckValue(unsigned long column, const std::string& field,
   const auto refuse_if = [&](bool bad, const char* rule) {
     if (bad) throw mgr_err::Error("value", field, rule);
   };
-  bool line_break = false;
-  bool nul = false;
-  bool separator = false;
-  for (const char each : value) {
-    line_break = line_break || each == '\n' || each == '\r';
-    nul = nul || each == '\0';
-    separator = separator || each == syntax_.separator;
+  if (conf_line::HasSpecial(value, syntax_.separator)) {
+    refuse_if(value.find_first_of("\n\r") != std::string::npos, "line break not allowed");
+    refuse_if(value.find('\0') != std::string::npos, "NUL not allowed");
+    const std::string rule = std::string("must not contain '") + syntax_.separator + "'";
+    refuse_if(column < Columns(), rule.c_str());
   }
-  refuse_if(line_break, "line break not allowed");
-  refuse_if(nul, "NUL not allowed");
-  if (separator && column < Columns()) {
-    throw mgr_err::Error("value", field,
-                         std::string("must not contain '") + syntax_.separator + "'");
-  }
-  const bool comment = !value.empty() && syntax_.comment.find(value[0]) != std::string::npos;
-  refuse_if(column == 1 && comment, "must not begin as a comment does");
+  if (column != 1 || value.empty()) return;
+  const bool comment = syntax_.comment.find(value[0]) != std::string::npos;
+  refuse_if(comment, "must not begin as a comment does");
 }
 
 void ConfView::BeforeNew() { dataset_.onBeforeNew(); }
@@ -194,15 +178,16 @@ ConfChange::Target ConfView::TargetAt(dd::RecordPtr place) {
 }
 
 dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
-  const std::string words = change.Words();
-  const auto waiting = file_->Apply(std::move(change), Journalled(file_->path(), words));
+  const auto look = DeferSaves::IsOpen() ? ConfFile::Look::kLately : ConfFile::Look::kNow;
+  ConfFile::Journal journal = Journalled(path(), change);
+  const auto waiting = file_->Apply(std::move(change), std::move(journal), look);
   if (Rehearsal* rehearsal = Rehearsal::Current(); rehearsal && waiting->change.Effective()) {
-    rehearsal->Note(words + " in " + path());
+    rehearsal->Note(waiting->change.Words() + " in " + path());
   }
   // Noted before the save, so that a request takes the change back even when its save ends in
   // doubt.
   if (Request* request = Request::Current(); request != nullptr) {
-    request->OnRollback(words, [file = file_, waiting] {
+    request->OnRollback(waiting->change.Words(), [file = file_, waiting] {
       if (const auto reverse = file->ApplyReverse(*waiting)) SaveOrDoubt(file, reverse);
     });
   }
@@ -211,7 +196,12 @@ dd::RecordPtr ConfView::Make(ConfChange change, bool durable) {
   Follow(reading.document);
   if (waiting->change.Document().lock() != document_) return {};
   const Line line = waiting->change.AtLine();
-  return document_->Raw(line).empty() ? dd::RecordPtr{} : Place(line);
+  if (document_->Raw(line).empty()) return {};
+  Settle(line);
+  // Columns are parted when they are asked for, which is seldom after a change.
+  parted_version_ = kNeverParted;
+  run_version_ = kNeverParted;
+  return {++serial_};
 }
 
 ConfSrc* ConfView::Source() {

@@ -14,6 +14,7 @@
 #include "framework/conf_document.h"
 #include "framework/conf_file.h"
 #include "framework/conf_run.h"
+#include "framework/recent_look.h"
 
 /// One cursor's view of a file: the records of its document, and a place among them.
 ///
@@ -64,10 +65,10 @@ class BRISQ_API ConfView : public dd::RecordCache {
   void Follow(const std::shared_ptr<const ConfDocument>& document);
   void FollowNeighbour(const ConfDocument& document);
   bool IsAt(dd::RecordPtr place) const noexcept { return place.at == serial_; }
+  void Settle(Line line);
   dd::RecordPtr Place(Line line);
   void Part();
   bool Step();
-  bool LookIsDue() const noexcept;
 
   const std::shared_ptr<ConfFile> file_;
   ConfDataSet& dataset_;
@@ -87,7 +88,7 @@ class BRISQ_API ConfView : public dd::RecordCache {
   // What follows, as the file's version `run_version_` has it.
   ConfRun run_;
   std::uint64_t run_version_ = 0;
-  std::int64_t looked_ = 0;  // when it was looked at the file's stamp
+  RecentLook looked_;  // at the file's stamp
   std::string source_text_;
   ConfSrc source_;
   ConfAllocation allocation_;

@@ -50,6 +50,20 @@ TEST_F(DeferSavesTest, SaveMakesDurableWhatWasPosted) {
   EXPECT_EQ(UsersConfig::TakeReasons().size(), 1U);
 }
 
+// Posts of a scope don't look at the file each time; the save does.
+TEST_F(DeferSavesTest, ALineThatSomebodyElseHasAddedMeanwhileStays) {
+  const auto users = Open();
+  DeferSaves scope;
+  AddUser(users, "a");
+  Write("b:theirs:1:1::/h:::\n");
+  std::string error = ErrorOf([&] { AddUser(users, "b"); });
+  if (error.empty()) error = ErrorOf([&] { scope.Save(); });
+  EXPECT_NE(error.find("exists"), std::string::npos) << error;
+  scope.Save();
+  EXPECT_EQ(Content().substr(0, 9), "b:theirs:");
+  EXPECT_EQ(Names(Open()), (std::vector<std::string>{"b", "a"}));
+}
+
 TEST_F(DeferSavesTest, AnInnerScopeSavesNothingOfItsOwn) {
   const auto users = Open();
   const DeferSaves scope;

@@ -30,6 +30,53 @@ TEST(ConfLine, ColumnsArePartedAndTheLastTakesTheRest) {
   }
 }
 
+// Each special byte at each place of values up to some blocks long, and values without any.
+TEST(ConfLine, SpecialBytesAreFoundWhereverTheyAre) {
+  for (std::size_t size = 0; size < 70; ++size) {
+    const std::string plain(size, 'x');
+    EXPECT_FALSE(conf_line::HasSpecial(plain, ':')) << size;
+    EXPECT_FALSE(conf_line::HasSpecial(plain + ':', ';')) << size;
+    for (const char special : {'\n', '\r', '\0', ':'}) {
+      for (std::size_t at = 0; at < size; ++at) {
+        std::string value = plain;
+        value[at] = special;
+        EXPECT_TRUE(conf_line::HasSpecial(value, ':')) << size << " at " << at;
+      }
+    }
+  }
+}
+
+TEST(ConfLine, ColumnsOfAFirstLineAreCountedUpToItsEnd) {
+  const std::string far(61, 'x');
+  const struct {
+    const char* name;
+    std::string bytes;
+    unsigned long columns;
+  } cases[] = {
+      {"one", "a\n", 1},
+      {"none", "", 1},
+      {"three", "a:b:c\nd:e:f:g\n", 3},
+      {"no end", "a:b:c", 3},
+      {"only separators", "::\n:", 3},
+      {"separator last of a block", far + "xx:\n:::", 2},
+      {"end last of a block", far + "x:\n::::", 2},
+      {"end first of a block", far + "xx:" + "\n::::", 2},
+      {"many blocks", far + ":" + far + ":" + far + far + ":" + far + "\n::", 4},
+      {"a NUL in the tail", std::string("a:\0b:c", 6), 3},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_TRUE(conf_line::BeginsWithColumns(test.bytes, ':', test.columns));
+    EXPECT_FALSE(conf_line::BeginsWithColumns(test.bytes, ':', test.columns + 1));
+  }
+}
+
+// What is behind a short tail is not part of it.
+TEST(ConfLine, ANulMayBeTheSeparator) {
+  EXPECT_TRUE(conf_line::BeginsWithColumns(std::string("a\0b", 3), '\0', 2));
+  EXPECT_FALSE(conf_line::BeginsWithColumns(std::string("a\0b", 3), '\0', 3));
+}
+
 TEST(ConfLine, ReplacedColumnsLeaveTheOthersAsTheyWere) {
   const std::string text = "a: b::d:e:f ";
   EXPECT_EQ(conf_line::WithColumns(text, ':', 4, {}), text);
