@@ -8,7 +8,7 @@
 namespace {
 
 TEST(ConfMemory, IsZeroAtFirstAndWritableToItsEnd) {
-  for (const std::size_t bytes : {std::size_t{1}, std::size_t{5000}, std::size_t{9} << 20}) {
+  for (const std::size_t bytes : {1U, 5000U, (1U << 20) - 1, 1U << 20, 9U << 20}) {
     SCOPED_TRACE(bytes);
     const ConfMemory memory(bytes);
     ASSERT_GE(memory.size(), bytes);
