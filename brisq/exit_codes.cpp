@@ -23,6 +23,8 @@ const std::vector<ErrorKind>& ErrorKinds() {
       {"config", "config", 10, "the configuration file breaks a rule"},
       {"doubt", "in-doubt", kExitDoubt,
        "all was done, but what was changed may be lost on a power failure"},
+      {"owed", "still-owed", kExitOwed,
+       "the change is stored, but what was to follow it is still to be done; the line says what"},
       {"later", "try-later", 75, "not now; the same command may work later"},
       {"", "failed", 1, "anything else; the line says what"},
   };

@@ -15,6 +15,9 @@ inline constexpr int kExitDovecot = 9;
 /// Ends a command whose changes were made but may be lost on a power failure.
 inline constexpr int kExitDoubt = 11;
 
+/// Ends a command whose changes were made but did not have all that was to follow them.
+inline constexpr int kExitOwed = 12;
+
 /// What a type of error means at the edge of the program.
 struct ErrorKind {
   const char* type;   ///< mgr_err::Error::type(); empty for every type that has no row of its own

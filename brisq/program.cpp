@@ -50,6 +50,7 @@ int Run(const CommandLine& line, const Console& console) {
       for (const std::string& problem : instance.RunDue()) output.Warn(problem);
   }
   for (const std::string& note : keeper.notes()) output.Warn(note);
+  if (keeper.IsAnythingOwed() && call.exit_code == 0) call.exit_code = kExitOwed;
   if (WarnOfDoubts(output) && call.exit_code == 0) call.exit_code = kExitDoubt;
   output.Finish();
   console.out.flush();

@@ -17,11 +17,12 @@
 #include "framework/scheduler.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
+#include "panel/recovery.h"
 
 namespace brisq {
 namespace {
 
-constexpr std::chrono::seconds kConfigLook{5};
+constexpr std::chrono::seconds kLook{5};
 
 // Readable once TERM or INT has come; the threads that are started later inherit the blocked
 // signals.
@@ -71,7 +72,12 @@ void Serve(Call& call) {
   const reloader::Worker worker;
   ConfigWatch config(call.config);
   periodic::Scheduler(
-      stop.fd(), [&] { config.TakeUpChanges(); }, kConfigLook)
+      stop.fd(),
+      [&] {
+        config.TakeUpChanges();
+        brisq_panel::RecoverInTurn();
+      },
+      kLook)
       .Run();
   call.output.Say("ended");
 }

@@ -97,7 +97,7 @@ BRISQ_API std::vector<Dead> TakeDead();
 /// @throws mgr_err::Error "file": it is as before, or a torn record more
 BRISQ_API void Note(Dead& dead, const std::vector<Step>& records);
 
-/// The ids of all entries, of living requests too.
+/// The ids of all entries, sorted, of living requests too.
 /// @throws mgr_err::Error "file"
 BRISQ_API std::vector<std::string> Ids();
 

@@ -18,6 +18,7 @@
 #include "framework/later_jobs.h"
 #include "framework/line_undo.h"
 #include "framework/modules.h"
+#include "framework/owed_call.h"
 #include "framework/request.h"
 #include "framework/sys.h"
 #include "framework/user_dir.h"
@@ -289,11 +290,30 @@ class EntryRecovery {
       }
       if (!call) {
         due::QueueCommand(step.Value("line"));
-      } else if (brisq_api::FindAction(step.Value("action")) != nullptr) {
-        brisq_api::InternalCall(step.Value("action"), step.Value("params"));
+      } else if (!TryCall(step)) {
+        continue;
       }
       Settle({place}, {});
     }
+  }
+
+  // False for a call that stays owed; the others are made all the same.
+  bool TryCall(const Step& step) {
+    const std::string& action = step.Value("action");
+    if (brisq_api::FindAction(action) == nullptr) {
+      return true;
+    }
+    try {
+      owed_call::Make(action, step.Value("params"));
+    } catch (const mgr_err::Error& error) {
+      const bool owed = owed_call::MayWorkLater(error);
+      (owed ? recovered_.failed : recovered_.dropped)
+          .push_back("action " + action + ": " + error.what());
+      return !owed;
+    } catch (const std::exception& error) {
+      recovered_.dropped.push_back("action " + action + ": " + error.what());
+    }
+    return true;
   }
 
   bool IsRemoved() {
@@ -356,14 +376,19 @@ std::vector<Recovered> RecoverDead(const std::function<void(const Recovered&)>& 
 
 std::string Words(const Recovered& recovered) {
   const char* undid = recovered.failed.empty() ? "undid" : "did not undo all of";
-  std::string words = recovered.committed ? "finished" : undid;
+  const char* finished = recovered.failed.empty() ? "finished" : "did not finish all of";
+  std::string words = recovered.committed ? finished : undid;
   words += " job " + std::to_string(recovered.job) + " (" + recovered.request + " by " +
-           recovered.who + ", " + recovered.started + "), whose process had died";
+           recovered.who + ", " + recovered.started + "), whose process had died" +
+           (recovered.committed ? " or could not finish it" : "");
   if (!recovered.left.empty()) {
     words += "; not undone, changed since: " + Joined(recovered.left);
   }
   if (!recovered.lost.empty()) {
     words += "; could not be undone: " + Joined(recovered.lost);
+  }
+  if (!recovered.dropped.empty()) {
+    words += "; failed, and is not tried again: " + Joined(recovered.dropped);
   }
   if (!recovered.failed.empty()) {
     words += "; not yet, the next command tries it again: " + Joined(recovered.failed) +

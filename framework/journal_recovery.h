@@ -11,11 +11,12 @@
 ///
 /// A request that was committed is brought to its end: what only an undo needed is removed, and the
 /// calls and commands that were to follow the commit are made (again, when the process died behind
-/// one of them). Any other is undone, step by step from the last to the first; each step looks
-/// whether things are as the step has left them, so what somebody else has changed since stays. A
-/// step that was dealt with is noted in the entry and never taken back again; one that is refused
-/// is tried again by the next recovery, unless a later job has touched the same thing by then. A
-/// recovery that is itself killed goes on where it was.
+/// one of them, or failed at another). A call that fails stays owed, and is made by the next
+/// recovery, unless it can never work (framework/owed_call.h). Any other is undone, step by step
+/// from the last to the first; each step looks whether things are as the step has left them, so
+/// what somebody else has changed since stays. A step that was dealt with is noted in the entry and
+/// never taken back again; one that is refused is tried again by the next recovery, unless a later
+/// job has touched the same thing by then. A recovery that is itself killed goes on where it was.
 namespace journal {
 
 struct BRISQ_API Recovered {
@@ -24,12 +25,13 @@ struct BRISQ_API Recovered {
   std::string request;
   std::string who;
   std::string started;
-  bool committed = false;           ///< finished rather than undone
-  bool lines_undone = false;        ///< lines of files may have been taken back, and nobody told
-  bool files_undone = false;        ///< the same of files or links
-  std::vector<std::string> left;    ///< what stays because somebody else has changed it since
-  std::vector<std::string> lost;    ///< what stays because it can't be undone any more, and why
-  std::vector<std::string> failed;  ///< what was refused: the entry stays for the next recovery
+  bool committed = false;            ///< finished rather than undone
+  bool lines_undone = false;         ///< lines of files may have been taken back, and nobody told
+  bool files_undone = false;         ///< the same of files or links
+  std::vector<std::string> left;     ///< what stays because somebody else has changed it since
+  std::vector<std::string> lost;     ///< what stays because it can't be undone any more, and why
+  std::vector<std::string> dropped;  ///< owed calls that can never work, and why
+  std::vector<std::string> failed;   ///< what was refused: the entry stays for the next recovery
 };
 
 /// Recovers every entry that no process holds, with the database's write lock, so that no other

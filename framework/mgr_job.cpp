@@ -2,9 +2,9 @@
 
 #include <typeinfo>
 
-#include "brisq_api.h"
 #include "framework/demangle.h"
 #include "framework/file_swap.h"
+#include "framework/owed_call.h"
 #include "framework/rehearsal.h"
 #include "framework/request.h"
 #include "framework/user_dir.h"
@@ -59,10 +59,12 @@ CallOnCommit::CallOnCommit(const std::string& action, const std::string& params)
 void CallOnCommit::Do() {
   Request& request = *Request::Current();
   // Written out with the steps, or before the commit: until then it is dropped with the request.
-  request.NoteSteps({{"call", {{"action", action_}, {"params", params_}}}}, false);
-  request.AfterCommit("action " + action_, [action = action_, params = params_] {
-    brisq_api::InternalCall(action, params);
-  });
+  const journal::Step step{
+      "call",
+      {{"action", action_}, {"params", params_}, {"what", "action " + action_ + " called"}}};
+  request.NoteSteps({step}, false);
+  const auto call = [action = action_, params = params_] { owed_call::Make(action, params); };
+  request.AfterCommit("action " + action_, call, Request::Failing::kStaysOwed);
 }
 
 // The request drops the call when it fails.

@@ -233,6 +233,14 @@ void Queue::StoreKept() {
   }
 }
 
+void Queue::RequireStored() {
+  StoreKept();
+  const std::lock_guard<std::mutex> hold(mutex_);
+  if (!kept_.empty()) {
+    throw mgr_err::Error("later", "request of " + kept_.begin()->first, "can't be stored");
+  }
+}
+
 ReloadRun Queue::Run(ReloadStore& store, const Group& group,
                      const std::vector<ReloadCommands>& actions) {
   ReloadRun run = group.NextRun(clock_());

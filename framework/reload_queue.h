@@ -61,6 +61,10 @@ class BRISQ_API Queue {
   /// kept in this process, and stored when it can be.
   void Ask(const std::string& group, const std::string& action, bool hard);
 
+  /// Stores what Ask could only keep.
+  /// @throws mgr_err::Error "later": a request is in this process only, and would end with it
+  void RequireStored();
+
   /// For a process that is about to end: runs what waits, whatever the delay, and returns the runs.
   /// Leaves everything to the server when there is one, and a failed run that no new request
   /// followed to its next time. Another process's run is waited for, up to a minute.

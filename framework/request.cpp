@@ -8,6 +8,7 @@
 #include "framework/conf_defer.h"
 #include "framework/doubts.h"
 #include "framework/due.h"
+#include "framework/owed_call.h"
 #include "framework/random_hex.h"
 #include "framework/rehearsal.h"
 #include "framework/utc.h"
@@ -117,8 +118,8 @@ void Request::OnRollback(std::string what, std::function<void()> undo) {
   }
 }
 
-void Request::AfterCommit(std::string what, std::function<void()> call) {
-  after_commit_.push_back({std::move(what), std::move(call)});
+void Request::AfterCommit(std::string what, std::function<void()> call, Failing failing) {
+  after_commit_.push_back({std::move(what), std::move(call), failing});
 }
 
 void Request::QueueCommand(std::string command) { commands_.push_back(std::move(command)); }
@@ -263,11 +264,35 @@ void Request::End() noexcept {
 
 void Request::MakeCallsAfterCommit() noexcept {
   for (const Step& step : std::exchange(after_commit_, {})) {
-    Attempt(step, "after the commit: " + step.what);
+    MakeCall(step);
   }
   for (const std::string& command : std::exchange(commands_, {})) {
     Attempt({command, [&command] { due::QueueCommand(command); }}, "queueing of " + command);
   }
+}
+
+void Request::MakeCall(const Step& step) noexcept {
+  const std::string what = "after the commit: " + step.what;
+  try {
+    step.call();
+  } catch (const std::exception& error) {
+    std::string reason = error.what();
+    if (StaysOwed(step, error)) {
+      KeepEntry();
+      owes_ = true;
+      reason += "; the change is stored, and this is still to be done: the next command tries it";
+    }
+    Problem(what, reason);
+  } catch (...) {
+    Problem(what, "an exception of unknown kind");
+  }
+}
+
+// Only what the journal holds can be made by a later process.
+bool Request::StaysOwed(const Step& step, const std::exception& error) const {
+  const auto* known = dynamic_cast<const mgr_err::Error*>(&error);
+  return step.failing == Failing::kStaysOwed && entry_ && entry_->IsOpen() && known != nullptr &&
+         owed_call::MayWorkLater(*known);
 }
 
 void Request::NoteCallsAfterCommit(Rehearsal& rehearsal) {

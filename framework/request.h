@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -51,7 +52,8 @@ class BRISQ_API Request {
   /// AfterCommit in their order, and hands the queued commands on. The request is current until
   /// the database has been committed.
   ///
-  /// A call after the commit that throws is logged and noted; the request stays committed.
+  /// A call after the commit that throws is logged and noted; the request stays committed. One that
+  /// is owed keeps the journal's entry there (Owes), for a recovery to make it.
   ///
   /// @throws mgr_err::Error "internal" when the request has ended; what a job or the database
   /// throws: then everything has been rolled back as by Rollback
@@ -87,9 +89,17 @@ class BRISQ_API Request {
   /// 16 hexadecimal digits, by which the journal and the list of jobs know the request.
   const std::string& id() const noexcept { return id_; }
 
+  /// What becomes of a call after the commit that throws.
+  enum class Failing {
+    kIsOver,     ///< it is noted, and that is all
+    kStaysOwed,  ///< the journal holds it too: a recovery makes it, unless it can never work
+  };
   /// Notes a call for after the commit, dropped when the request fails.
   /// @param what  the call, for the note about one that throws
-  void AfterCommit(std::string what, std::function<void()> call);
+  void AfterCommit(std::string what, std::function<void()> call,
+                   Failing failing = Failing::kIsOver);
+  /// True when the request was committed and a call stays owed.
+  bool Owes() const noexcept { return owes_; }
 
   /// Queues a shell command for after the commit, dropped when the request fails.
   void QueueCommand(std::string command);
@@ -117,6 +127,7 @@ class BRISQ_API Request {
   struct Step {
     std::string what;
     std::function<void()> call;
+    Failing failing = Failing::kIsOver;
   };
 
   void Enter(mgr_job::Job& job);
@@ -131,6 +142,8 @@ class BRISQ_API Request {
   void RollbackDatabase() noexcept;
   void End() noexcept;
   void MakeCallsAfterCommit() noexcept;
+  void MakeCall(const Step& step) noexcept;
+  bool StaysOwed(const Step& step, const std::exception& error) const;
   void NoteCallsAfterCommit(Rehearsal& rehearsal);
   void Problem(const std::string& what, const std::string& reason) noexcept;
   bool Attempt(const Step& step, const std::string& what) noexcept;
@@ -147,6 +160,7 @@ class BRISQ_API Request {
   std::vector<std::string> commands_;
   std::vector<std::string> notes_;
   std::shared_ptr<journal::Entry> entry_;  // null while nothing was noted
-  bool undone_ = true;                     // no undo has failed
+  bool undone_ = true;                     // a recovery has nothing left to do
+  bool owes_ = false;
   bool committed_ = false;
 };

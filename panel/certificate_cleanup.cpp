@@ -18,11 +18,13 @@ class LookAfterPruning : public mgr_job::Job {
  public:
   explicit LookAfterPruning(std::string snippet) : snippet_(std::move(snippet)) {}
   void Do() override {
-    Request::Current()->AfterCommit("removal of " + snippet_, [snippet = snippet_] {
+    const auto look = [snippet = snippet_] {
       if (mgr_file::Exists(snippet)) {
         throw mgr_err::Error("file", snippet, "is still there; brisq tls prune tries again");
       }
-    });
+    };
+    // The journal holds the call that was to remove it.
+    Request::Current()->AfterCommit("removal of " + snippet_, look, Request::Failing::kStaysOwed);
   }
   void Undo() override {}
 

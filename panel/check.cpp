@@ -84,7 +84,7 @@ std::vector<Drift> CheckInstance(const std::string& only) {
 }
 
 void MendDrift(const Drift& drift) {
-  RunRequest("check --fix", [&](Request&) { drift.mend(); });
+  DoRequest("check --fix", [&](Request&) { drift.mend(); });
 }
 
 }  // namespace brisq_panel

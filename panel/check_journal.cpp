@@ -16,7 +16,7 @@ void CheckJournal(Drifts& drifts) {
     drifts.Error(
         "JOURNAL-OPEN", journal::Folder() + "/" + entry.id,
         entry.request + " of " + entry.who + " at " + entry.started +
-            " was killed and is not taken back yet" + steps,
+            " was killed or could not end, and is neither finished nor taken back yet" + steps,
         "end what the log \"brisq\" names, then brisq check again; or give it up: remove the "
         "file, then brisq check");
   }

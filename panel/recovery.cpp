@@ -1,12 +1,14 @@
 #include "panel/recovery.h"
 
 #include <algorithm>
+#include <chrono>
+#include <map>
 #include <mutex>
 #include <set>
 
-#include "brisq_api.h"
 #include "framework/journal_recovery.h"
 #include "framework/modules.h"
+#include "framework/owed_call.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
 #include "panel/certificate_cleanup.h"
@@ -21,7 +23,7 @@ mgr_log::Module log_channel("journal", "brisq");
 void AskForReload(const journal::Recovered& recovered) {
   const bool changed = recovered.lines_undone || recovered.files_undone;
   if (changed && brisq_api::FindAction(kReloadAction) != nullptr) {
-    brisq_api::InternalCall(kReloadAction, recovered.files_undone ? "hard=on" : "");
+    owed_call::Make(kReloadAction, recovered.files_undone ? "hard=on" : "");
   }
 }
 
@@ -31,25 +33,30 @@ void Log(const std::string& words) {
   }
 }
 
-// Entries that stay although this process has tried to recover them.
+using Clock = std::chrono::steady_clock;
+
+// Entries that stay although this process has tried to recover them, and when.
 class Tried {
  public:
   void Set(const std::string& entry, bool stays) {
     const std::lock_guard lock(mutex_);
     if (stays) {
-      entries_.insert(entry);
+      entries_[entry] = Clock::now();
     } else {
       entries_.erase(entry);
     }
   }
-  bool Has(const std::string& entry) {
+  bool Lately(const std::string& entry) {
     const std::lock_guard lock(mutex_);
-    return entries_.contains(entry);
+    const auto tried = entries_.find(entry);
+    return tried != entries_.end() && Clock::now() - tried->second < kPause;
   }
 
  private:
+  static constexpr std::chrono::minutes kPause{1};
+
   std::mutex mutex_;
-  std::set<std::string> entries_;
+  std::map<std::string, Clock::time_point> entries_;
 };
 
 Tried& InVain() {
@@ -62,7 +69,7 @@ Tried& InVain() {
 bool NeedsRecovery() {
   const std::set<std::string> dead = journal::DeadIds();
   return std::any_of(dead.begin(), dead.end(),
-                     [](const std::string& entry) { return !InVain().Has(entry); });
+                     [](const std::string& entry) { return !InVain().Lately(entry); });
 }
 
 std::vector<std::string> RecoverRequests() noexcept {
@@ -82,6 +89,16 @@ std::vector<std::string> RecoverRequests() noexcept {
     Log(text);
   }
   return words;
+}
+
+void RecoverInTurn() noexcept {
+  try {
+    if (NeedsRecovery()) {
+      RecoverRequests();
+    }
+  } catch (const mgr_err::Error&) {
+    // A journal that can't be read is said by each request.
+  }
 }
 
 }  // namespace brisq_panel

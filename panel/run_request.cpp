@@ -78,6 +78,9 @@ std::vector<std::string> RunRequest(const std::string& name,
     work(*request);
     log.Write(*request);
     request->Commit();
+    if (request->Owes() && note_keeper != nullptr) {
+      note_keeper->owing_.push_back(request->id());
+    }
   } catch (const mgr_err::Error& error) {
     if (!request) {
       throw;
@@ -102,5 +105,19 @@ void DoRequest(const std::string& name, const std::function<void(Request&)>& wor
 NoteKeeper::NoteKeeper() { note_keeper = this; }
 
 NoteKeeper::~NoteKeeper() { note_keeper = nullptr; }
+
+bool NoteKeeper::IsAnythingOwed() const noexcept {
+  if (owing_.empty()) {
+    return false;
+  }
+  try {
+    const std::vector<std::string> open = journal::Ids();  // sorted
+    return std::any_of(owing_.begin(), owing_.end(), [&](const std::string& id) {
+      return std::binary_search(open.begin(), open.end(), id);
+    });
+  } catch (const mgr_err::Error&) {
+    return true;
+  }
+}
 
 }  // namespace brisq_panel

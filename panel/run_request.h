@@ -33,11 +33,17 @@ class BRISQ_API NoteKeeper {
 
   /// What was noted, in order.
   const std::vector<std::string>& notes() const noexcept { return notes_; }
+  /// True when a request, of RunRequest too, was committed and still owes calls: no recovery has
+  /// made them since, or the journal can't be read.
+  bool IsAnythingOwed() const noexcept;
 
  private:
+  friend std::vector<std::string> RunRequest(const std::string& name,
+                                             const std::function<void(Request&)>& work);
   friend void DoRequest(const std::string& name, const std::function<void(Request&)>& work);
 
   std::vector<std::string> notes_;
+  std::vector<std::string> owing_;  // ids
 };
 
 }  // namespace brisq_panel

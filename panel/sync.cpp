@@ -210,7 +210,7 @@ SyncReport Run(Passwords passwords) {
   MailBackend();
   // Around the request, so that one that fails leaves the file alone but for one save at the most.
   LineSaves saves;
-  RunRequest("sync", [&](Request&) {
+  DoRequest("sync", [&](Request&) {
     const std::string before = PasswdFileText(report.path);
     Work(passwords, report).Do();
     saves.Save();

@@ -17,12 +17,14 @@ from support.crash_bench import (NEW_PASSWORD, OLD_PASSWORD, CrashBench, differe
 SOAK = os.environ.get("BRISQ_SOAK") == "1"
 WORKERS = 2
 FINDINGS = 5
+OWED = 12
 # What a journal would be read by: a command that changes nothing itself.
 NEXT_COMMAND = ("mailbox", "list")
 # An error names a path, or what else could not be done as it should.
 NAMED = re.compile(
     r"^(brisq: (?!warning: plug-in)[a-z-]+:|[A-Z]+-[A-Z-]+ (error|warning|note)) "
     r".*(/|example\.org|doveadm|mail back-end)", re.MULTILINE)
+LINE_NUMBER = re.compile(r", line [0-9]+")
 
 
 class Operation:
@@ -142,7 +144,12 @@ class Prepared:
         return self.damage() or (check and self.new_findings()) or None
 
     def new_findings(self):
-        return "; ".join(line for line in self.bench.findings() if line not in self.known)
+        known = {self._place(line) for line in self.known}
+        return "; ".join(line for line in self.bench.findings() if self._place(line) not in known)
+
+    def _place(self, finding):
+        """A finding, without the number of its line where lines may have moved."""
+        return finding if self.exact else LINE_NUMBER.sub("", finding)
 
 
 def for_each_operation(work, auth="dovecot", exact=True, reads=0):
@@ -272,6 +279,9 @@ class Refusal(unittest.TestCase):
         if code == FINDINGS and "not all is done" in said:
             # It says that it has left something: the next one must find that and nothing else.
             prepared.bench.must(*prepared.words)
+            code = 0
+        if code == OWED and "still to be done" in said:
+            prepared.bench.must(*NEXT_COMMAND)
             code = 0
         if code == 0:
             # What was told to be undone yet is cleared away by the check of snippets that a server

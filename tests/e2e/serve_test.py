@@ -11,6 +11,14 @@ from support.server import serving
 PATIENCE = 60
 
 
+def fnv1a(text):
+    """The checksum in front of a record of the journal."""
+    total = 0xcbf29ce484222325
+    for byte in text.encode():
+        total = (total ^ byte) * 0x100000001b3 % 2**64
+    return total
+
+
 class Serve(MailboxTestCase):
 
     def tearDown(self):
@@ -69,6 +77,25 @@ class Serve(MailboxTestCase):
         with serving(self.instance):
             self.set_period("often")
             self.soon(lambda: "changed settings not taken up" in self.log(), "a line in the log")
+
+    def test_it_makes_what_a_command_could_not_within_seconds(self):
+        with serving(self.instance):
+            entry = self.leave_owed("dovecot.reload")
+            self.soon(lambda: not os.path.exists(entry), "an entry that is dealt with")
+        self.assertIn("finished job", self.log())
+
+    def leave_owed(self, action):
+        """The journal's entry of a command that was committed and made no call."""
+        folder = os.path.join(self.instance.layout.folder, "state", "journal")
+        os.makedirs(folder, 0o700, exist_ok=True)
+        entry = os.path.join(folder, "0123456789abcdef")
+        with open(entry + ".new", "w", encoding="utf-8") as file:
+            os.fchmod(file.fileno(), 0o600)
+            for text in ("request name=tls%20set started=2026-01-31T10:00:00Z who=root",
+                         f"call action={action} params=", "committed"):
+                file.write(f"{fnv1a(text):016x} {text}\n")
+        os.rename(entry + ".new", entry)
+        return entry
 
     def test_reloads_of_commands_are_left_to_it_and_a_failed_one_is_tried_again(self):
         real = self.instance.layout.doveadm

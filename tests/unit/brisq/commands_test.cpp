@@ -25,6 +25,16 @@ class CommandsTest : public ProgramTest {
     dir_.Write("brisq.toml", config.replace(at, old_text.size(), new_text));
   }
 
+  /// A certificate and a key for example.org, as words for tls set.
+  std::string MakeCertificate() {
+    EXPECT_EQ(0, std::system(("cd '" + dir_.path() +
+                              "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout k.pem "
+                              "-out c.pem -days 90 -subj /CN=example.org -addext "
+                              "subjectAltName=DNS:example.org >/dev/null 2>&1 && chmod 600 k.pem")
+                                 .c_str()));
+    return " --cert '" + (dir_ / "c.pem") + "' --key '" + (dir_ / "k.pem") + "'";
+  }
+
   json Data(const std::string& words) {
     const Ran ran = Run(words + " --json");
     EXPECT_EQ(0, ran.status) << words << ": " << ran.err;
@@ -191,6 +201,35 @@ TEST_F(CommandsTest, ASyncThatLeavesAMaildirAloneIsNoSuccess) {
   EXPECT_EQ(0, Run("plan").status);
 }
 
+// The database refuses requests of reloads, but not the change itself.
+TEST_F(CommandsTest, WhatIsStillOwedBehindAChangeIsSaidAndMadeByTheNextCommand) {
+  Reconfigure("dovecot-restart = \"true\"",
+              "dovecot-restart = \"echo restart >>'" + (dir_ / "restarts") + "'\"");
+  AddDomain();
+  AddMailbox("al@example.org");  // which makes the table of the requests
+  const std::string sql = "sqlite3 '" + (dir_ / "state/panel.db") + "' \"";
+  ASSERT_EQ(0, std::system((sql + "CREATE TRIGGER refuse BEFORE INSERT ON reload_request BEGIN"
+                                  " SELECT RAISE(ABORT, 'no room'); END\"")
+                               .c_str()));
+  const Ran set = Run("tls set example.org" + MakeCertificate());
+  EXPECT_EQ(12, set.status) << set.err;
+  EXPECT_THAT(set.err,
+              HasSubstr("brisq: warning: after the commit: action dovecot.reload failed: "
+                        "later: request of dovecot.reload: can't be stored; the change is "
+                        "stored, and this is still to be done: the next command tries it"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "restarts"));
+  EXPECT_THAT(Run("check").out, HasSubstr("JOURNAL-OPEN error"));
+  const Ran refused = Run("domain list");
+  EXPECT_EQ(0, refused.status) << "it was not its change";
+  EXPECT_THAT(refused.err, HasSubstr("did not finish all of job"));
+
+  ASSERT_EQ(0, std::system((sql + "DROP TRIGGER refuse\"").c_str()));
+  EXPECT_THAT(Run("mailbox list").err, HasSubstr("finished job"));
+  const Ran due = Run("check --fix --only tls");  // runs what is due
+  EXPECT_EQ(0, due.status) << due.out;
+  EXPECT_EQ("restart\n", dir_.Read("restarts"));
+}
+
 TEST_F(CommandsTest, AMendedModeIsAJobAndComesBack) {
   AddDomain();
   AddMailbox("bob@example.org");
@@ -297,13 +336,7 @@ TEST_F(CommandsTest, ActionsAreListedAndRun) {
 
 TEST_F(CommandsTest, ACertificateIsSetCheckedAndUnset) {
   AddDomain();
-  ASSERT_EQ(0, std::system(("cd '" + dir_.path() +
-                            "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout k.pem "
-                            "-out c.pem -days 90 -subj /CN=example.org -addext "
-                            "subjectAltName=DNS:example.org >/dev/null 2>&1 && chmod 600 k.pem")
-                               .c_str()));
-  const std::string files = " --cert '" + (dir_ / "c.pem") + "' --key '" + (dir_ / "k.pem") + "'";
-  EXPECT_EQ(0, Run("tls set example.org" + files).status);
+  EXPECT_EQ(0, Run("tls set example.org" + MakeCertificate()).status);
   EXPECT_THAT(dir_.Read("certs/example.org.conf"), StartsWith("local_name example.org {\n"));
   EXPECT_EQ("example.org", Data("tls list")[0]["domain"]);
   EXPECT_EQ("", Data("tls check")[0]["findings"]);

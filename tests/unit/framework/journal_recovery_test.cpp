@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <stdexcept>
 
 #include "brisq_api.h"
 #include "framework/database.h"
@@ -40,7 +41,13 @@ class CountingAction : public brisq_api::Action {
  public:
   explicit CountingAction(std::vector<std::string>& calls)
       : Action("test.owed", 0, nullptr), calls_(calls) {}
-  void Execute(brisq_api::Session& session) const override { calls_.push_back(session.Param("n")); }
+  void Execute(brisq_api::Session& session) const override {
+    calls_.push_back(session.Param("n"));
+    if (refusal) {
+      refusal();
+    }
+  }
+  std::function<void()> refusal = {};
 
  private:
   std::vector<std::string>& calls_;
@@ -133,6 +140,55 @@ TEST_F(JournalRecoveryTest, ARequestThatWasCommittedIsFinished) {
   due::RunQueuedCommands();
   EXPECT_THAT(journal::OpenEntries(), IsEmpty());
   EXPECT_THAT(journal::Words(recovered[0]), HasSubstr("finished job 1"));
+}
+
+TEST_F(JournalRecoveryTest, ACallThatFailsStaysOwedAndTheOthersAreMadeOnce) {
+  std::vector<std::string> calls;
+  CountingAction action(calls);
+  Leave({{"call", {{"action", "test.owed"}, {"params", "n=1"}}},
+         {"call", {{"action", "test.owed"}, {"params", "n=2"}}},
+         {"committed", {}}});
+  for (const char* type : {"db", "locked", "file", "email", "later"}) {
+    SCOPED_TRACE(type);
+    action.refusal = [&] {
+      if (calls.back() == "1") {
+        throw mgr_err::Error(type, "store", "refused");
+      }
+    };
+    const auto refused = Recover();
+    ASSERT_EQ(1u, refused.size());
+    EXPECT_THAT(refused[0].failed,
+                ElementsAre("action test.owed: " + std::string(type) + ": store: refused"));
+    EXPECT_THAT(journal::Words(refused[0]), HasSubstr("did not finish all of job 1"));
+    EXPECT_EQ(1u, journal::OpenEntries().size());
+  }
+  action.refusal = {};
+  EXPECT_THAT(Recover().at(0).failed, IsEmpty());
+  EXPECT_THAT(calls, ElementsAre("1", "2", "1", "1", "1", "1", "1"));
+  EXPECT_THAT(journal::OpenEntries(), IsEmpty());
+}
+
+// Each command would be told of it for ever.
+TEST_F(JournalRecoveryTest, ACallThatCanNeverWorkIsGivenUpAndSaid) {
+  std::vector<std::string> calls;
+  CountingAction action(calls);
+  for (const bool known : {true, false}) {
+    SCOPED_TRACE(known);
+    action.refusal = [&] {
+      if (known) {
+        throw mgr_err::Error("value", "n", "is wrong");
+      }
+      throw std::runtime_error("broken");
+    };
+    Leave({{"call", {{"action", "test.owed"}, {"params", "n=1"}}}, {"committed", {}}});
+    const auto recovered = Recover();
+    ASSERT_EQ(1u, recovered.size());
+    EXPECT_THAT(journal::Words(recovered[0]),
+                HasSubstr(std::string("failed, and is not tried again: action test.owed: ") +
+                          (known ? "value: n: is wrong" : "broken")));
+    EXPECT_THAT(recovered[0].failed, IsEmpty());
+    EXPECT_THAT(journal::OpenEntries(), IsEmpty());
+  }
 }
 
 TEST_F(JournalRecoveryTest, ACommitWithoutADatabaseIsToldByTheEntry) {

@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "brisq_api.h"
+#include "framework/journal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "tests/support/log_capture.h"
@@ -278,6 +279,58 @@ TEST_F(MgrJobTest, ACallThatFailsLeavesTheRequestCommitted) {
                           "after the commit: action none failed: missed: action: none"));
   log.ExpectError("action test.record failed: email: reload: refused");
   log.ExpectError("action none failed: missed: action: none");
+}
+
+class OwedCallsTest : public MgrJobTest {
+ protected:
+  OwedCallsTest() { journal::SetFolder(directory / "journal"); }
+  ~OwedCallsTest() override { journal::SetFolder(""); }
+};
+
+// As a kill in its place would leave it.
+TEST_F(OwedCallsTest, ACallThatFailsStaysInTheJournalUnlessItCanNeverWork) {
+  struct Case {
+    const char* name;
+    const char* action;
+    const char* params;
+    bool owed;
+  };
+  const RecordingAction action(events);
+  for (const Case& c : {Case{"it is made", "test.record", "", false},
+                        Case{"it fails", "test.record", "fail=on", true},
+                        Case{"nobody offers it", "none", "", false}}) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(directory / "journal");
+    Request request("tls set");
+    new mgr_job::CreateFile(path, "content\n", attrs);
+    new mgr_job::CallOnCommit(c.action, c.params);
+    new mgr_job::CallOnCommit("test.record", "");
+    request.Commit();
+    EXPECT_EQ(c.owed, request.Owes());
+    const auto left = journal::OpenEntries();
+    ASSERT_EQ(c.owed ? 1u : 0u, left.size());
+    if (c.owed) {
+      EXPECT_FALSE(left[0].alive) << "a recovery of this process may take it";
+      EXPECT_EQ(request.id(), left[0].id);
+      EXPECT_THAT(left[0].steps, testing::Contains("action test.record called"));
+      EXPECT_THAT(request.Notes(),
+                  ElementsAre("after the commit: action test.record failed: email: reload: refused;"
+                              " the change is stored, and this is still to be done: the next"
+                              " command tries it"));
+    }
+  }
+  EXPECT_EQ("call hard=", events.back()) << "the calls behind it are made all the same";
+  log.ExpectError("action test.record failed: email: reload: refused");
+  log.ExpectError("action none failed: missed: action: none");
+}
+
+TEST_F(OwedCallsTest, ARequestThatFailsOwesNothing) {
+  const RecordingAction action(events);
+  Request request("test");
+  new mgr_job::CallOnCommit("test.record", "fail=on");
+  FailCommit(request);
+  EXPECT_FALSE(request.Owes());
+  EXPECT_THAT(journal::OpenEntries(), IsEmpty());
 }
 
 class CreateDirTest : public MgrJobTest {

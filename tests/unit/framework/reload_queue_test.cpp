@@ -234,6 +234,26 @@ TEST_F(ReloadQueue, RequestThatCannotBeStoredIsKeptUntilItCan) {
   EXPECT_EQ(Words{"restart a"}, Commands());
 }
 
+TEST_F(ReloadQueue, WhatCannotBeStoredIsToldToWhoRequiresIt) {
+  const auto store = std::make_shared<BreakableStore>();
+  queue_.SetStore(store);
+  for (int count = 0; count < 2; ++count) {
+    logs_.ExpectError("request of a not stored yet: locked: database");
+  }
+  queue_.RequireStored();
+  Ask();
+  try {
+    queue_.RequireStored();
+    ADD_FAILURE() << "it is in this process only";
+  } catch (const mgr_err::Error& error) {
+    EXPECT_STREQ("later: request of a: can't be stored", error.what());
+  }
+  store->broken = false;
+  queue_.RequireStored();
+  EXPECT_EQ(1u, Status().requests);
+  EXPECT_EQ(Words(), Commands()) << "nothing runs by that";
+}
+
 TEST_F(ReloadQueue, StatusSeesARunThatGoesOn) {
   Ask();
   std::vector<GroupStatus> seen;

@@ -3,6 +3,7 @@
 #include "brisq_api.h"
 #include "framework/journal.h"
 #include "framework/line_undo.h"
+#include "framework/reload_queue.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "panel/certificate_cleanup.h"
@@ -27,6 +28,21 @@ class ReloadAction : public brisq_api::Action {
 
  private:
   std::vector<std::string>& calls_;
+};
+
+class AskingAction : public brisq_api::Action {
+ public:
+  AskingAction() : Action("test.asks", 0, nullptr) {}
+  void Execute(brisq_api::Session&) const override {
+    reloader::Queue::OfProcess().Ask("g", "a", false);
+  }
+};
+
+class BrokenStore : public reloader::MemoryReloadStore {
+ public:
+  void Add(const reloader::ReloadRequest&) override {
+    throw mgr_err::Error("db", "store", "refused");
+  }
 };
 
 class RecoveryTest : public panel_test::PanelTest {
@@ -104,6 +120,38 @@ TEST_F(RecoveryTest, AStepThatIsRefusedHoldsUpNobodyAndIsSaidOnce) {
   fault.FailCall("", 0);
   EXPECT_EQ(2u, brisq_panel::RecoverRequests().size());
   EXPECT_FALSE(brisq_panel::NeedsRecovery());
+}
+
+TEST_F(RecoveryTest, AServerRecoversWhatOthersHaveLeft) {
+  brisq_panel::RecoverInTurn();
+  dir_.Write("users", "u:1\n");
+  LeaveLine("00000000000000c5");
+  {
+    support::SysFault fault;
+    fault.FailCall("open", EIO);
+    brisq_panel::RecoverInTurn();
+  }
+  EXPECT_EQ("u:1\n", dir_.Read("users"));
+  brisq_panel::RecoverInTurn();
+  EXPECT_EQ("", dir_.Read("users"));
+  EXPECT_THAT(log_.Messages("brisq"), ElementsAre(HasSubstr("undid job 1")));
+}
+
+// A reload that is in this process only would end with it.
+TEST_F(RecoveryTest, AReloadThatCantBeStoredStaysOwed) {
+  reloader::Queue::OfProcess().SetStore(std::make_shared<BrokenStore>());
+  const AskingAction asking;
+  journal::Entry("00000000000000c6", {"request", {{"name", "tls set"}}})
+      .Write({{"call", {{"action", "test.asks"}, {"params", ""}}}, {"committed", {}}}, true);
+  EXPECT_THAT(brisq_panel::RecoverRequests(),
+              ElementsAre(HasSubstr("request of a: can't be stored")));
+  EXPECT_EQ(1u, journal::Ids().size());
+  reloader::Queue::OfProcess().SetStore(nullptr);
+  EXPECT_THAT(brisq_panel::RecoverRequests(), ElementsAre(HasSubstr("finished job 1")));
+  EXPECT_EQ(0u, journal::Ids().size());
+  for (int times = 0; times < 2; ++times) {
+    log_.ExpectError("request of a not stored yet");
+  }
 }
 
 TEST_F(RecoveryTest, AnErrorOfARequestSaysNothingOfOthers) {

@@ -3,7 +3,11 @@
 #include <csignal>
 #include <thread>
 
+#include "brisq_api.h"
 #include "framework/database.h"
+#include "framework/journal.h"
+#include "mgr_err.h"
+#include "mgr_job.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -51,6 +55,32 @@ TEST_F(RunRequestTest, NotesThatNobodyAsksForGoToTheKeeperOfTheThread) {
   for (int calls = 0; calls < 4; ++calls) {
     log_.ExpectError("after the commit: call failed");
   }
+}
+
+class FailingAction : public brisq_api::Action {
+ public:
+  FailingAction() : Action("test.fails", 0, nullptr) {}
+  void Execute(brisq_api::Session&) const override {
+    if (fails) {
+      throw mgr_err::Error("file", "/x", "gone");
+    }
+  }
+  bool fails = true;
+};
+
+TEST_F(RunRequestTest, WhatARequestOwesIsKnownUntilARecoveryHasMadeIt) {
+  journal::SetFolder(dir_ / "journal");
+  FailingAction action;
+  const brisq_panel::NoteKeeper keeper;
+  RunRequest("test", [](Request&) { AddOwner(); });
+  EXPECT_FALSE(keeper.IsAnythingOwed());
+  RunRequest("test", [](Request&) { new mgr_job::CallOnCommit("test.fails", ""); });
+  EXPECT_TRUE(keeper.IsAnythingOwed());
+  action.fails = false;
+  EXPECT_THAT(RunRequest("test", [](Request&) {}), ElementsAre(testing::HasSubstr("finished job")));
+  EXPECT_FALSE(keeper.IsAnythingOwed());
+  log_.ExpectError("action test.fails failed: file: /x: gone");
+  journal::SetFolder("");
 }
 
 TEST_F(RunRequestTest, WorkThatThrowsIsTakenBack) {
