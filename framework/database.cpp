@@ -93,15 +93,20 @@ Lease& ThreadLease() {
 // The side files of the database take over its mode. An existing file is not opened here: closing
 // it would drop the locks that other connections of this process hold on it.
 void MakePrivate(const std::string& file) {
+  const auto refused = [&file](const char* call) {
+    const bool read_only = errno == EROFS || errno == EACCES || errno == EPERM;
+    const mgr_err::Error error = mgr_file::FileError(file, call);
+    return read_only ? mgr_err::Error("db", file, error.value() + "; " + kMustBeWritable) : error;
+  };
   {
     const Descriptor fresh(
         ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!fresh && errno != EEXIST) {
-      throw mgr_file::FileError(file, "open");
+      throw refused("open");
     }
   }
   if (::chmod(file.c_str(), 0600) != 0) {
-    throw mgr_file::FileError(file, "chmod");
+    throw refused("chmod");
   }
 }
 

@@ -56,6 +56,9 @@ mgr_err::Error Translated(const std::string& file, const soci::soci_error& error
   if (code == SQLITE_BUSY || code == SQLITE_LOCKED) {
     return mgr_err::Error("locked", file, "another process is changing it");
   }
+  if (code == SQLITE_READONLY || code == SQLITE_CANTOPEN) {
+    return mgr_err::Error("db", file, words + "; " + kMustBeWritable);
+  }
   if (code == SQLITE_CONSTRAINT && str::StartsWith(words, "UNIQUE constraint failed")) {
     return TakenError(words);
   }

@@ -7,6 +7,10 @@
 
 namespace mgr_db {
 
+/// The rule that a database breaks which can only be read: readers leave marks beside it too.
+constexpr const char* kMustBeWritable =
+    "the database's file, its folder and their file system must be writable";
+
 /// One open connection to the SQLite file, and the transaction that goes on on it.
 ///
 /// There are three ways to work. Outside of everything each change is a transaction of its own.

@@ -26,7 +26,13 @@ BRISQ_API std::shared_ptr<brisq_db::EmailDomainTable> FindDomain(const std::stri
 /// @throws mgr_err::Error "missed" with object "mailbox"
 BRISQ_API std::shared_ptr<brisq_db::EmailTable> FindMailbox(const Address& address);
 
-/// Makes the panel's tables where they are missing.
+/// Version of the database's data that this program writes, and the latest that it knows.
+constexpr int kDataVersion = 1;
+
+/// Makes the panel's tables where they are missing, and marks the database with kDataVersion
+/// (SQLite's user_version) when it has no mark yet, in one transaction. The thread has no request.
+/// @throws mgr_err::Error "db" that names the file when its data is of a later version: nothing has
+/// changed; as the database otherwise
 BRISQ_API void CreatePanelTables();
 
 }  // namespace brisq_panel

@@ -139,6 +139,17 @@ TEST_F(DatabaseTest, FilesThatAreNoDatabaseAreRefused) {
   EXPECT_EQ("db", ErrorOf([&] { mgr_db::OpenDatabase(dir_ / "a\"b.db"); }).type());
 }
 
+// Root may write everywhere but where the system itself says no.
+TEST_F(DatabaseTest, AFileOrFolderThatCanOnlyBeReadIsNamedWithTheRule) {
+  for (const char* file : {"/proc/version", "/sys/panel.db"}) {
+    SCOPED_TRACE(file);
+    const mgr_err::Error error = ErrorOf([&] { mgr_db::OpenDatabase(file); });
+    EXPECT_EQ("db", error.type());
+    EXPECT_EQ(file, error.object());
+    EXPECT_THAT(error.value(), HasSubstr("its folder and their file system must be writable"));
+  }
+}
+
 TEST_F(DatabaseTest, PathsMayHoldBlanksAndEqualSigns) {
   mgr_db::OpenDatabase(dir_ / "a b=c.db");
   Run("CREATE TABLE t (name TEXT)");

@@ -201,6 +201,46 @@ class LockFault {
 
 int LockFault::left = 0;
 
+// Has files opened for reading only, as on a file system that is mounted so.
+class ReadOnlyFiles {
+ public:
+  ReadOnlyFiles() {
+    vfs_->xSetSystemCall(vfs_, "open", reinterpret_cast<sqlite3_syscall_ptr>(&Open));
+  }
+  ~ReadOnlyFiles() { vfs_->xSetSystemCall(vfs_, "open", nullptr); }
+  ReadOnlyFiles(const ReadOnlyFiles&) = delete;
+  ReadOnlyFiles& operator=(const ReadOnlyFiles&) = delete;
+
+ private:
+  static int Open(const char* path, int flags, int mode) {
+    if ((flags & (O_RDWR | O_CREAT)) != 0) {
+      errno = EROFS;
+      return -1;
+    }
+    return ::open(path, flags, mode);
+  }
+
+  sqlite3_vfs* const vfs_ = sqlite3_vfs_find(nullptr);
+};
+
+TEST_F(SqlSessionTest, ADatabaseThatCanOnlyBeReadIsNamedWithTheRule) {
+  db_.reset();
+  mgr_db::CloseDatabase();
+  const ReadOnlyFiles files;
+  for (const char* name : {"panel.db", "none.db"}) {
+    SCOPED_TRACE(name);
+    try {
+      mgr_db::OpenDatabase(dir_ / name);
+      mgr_db::ThreadConnection()->Change("CREATE TABLE other (id INTEGER)");
+      ADD_FAILURE() << "changed";
+    } catch (const mgr_err::Error& error) {
+      EXPECT_EQ("db", error.type());
+      EXPECT_EQ(dir_ / name, error.object());
+      EXPECT_THAT(error.value(), HasSubstr("must be writable"));
+    }
+  }
+}
+
 TEST_F(SqlSessionTest, ALockThatIsRefusedOnceIsForgottenAfterTheOperation) {
   db_->Insert(kInsert, {"a", "0"});
   int number = 0;

@@ -1,5 +1,8 @@
 #include "panel/records.h"
 
+#include <gmock/gmock.h>
+
+#include "framework/database.h"
 #include "panel/mailboxes.h"
 #include "tests/unit/panel/panel_fixture.h"
 
@@ -42,6 +45,45 @@ TEST_F(FindRecords, TablesGoBackToTheStock) {
 TEST_F(FindRecords, MakingTablesThatAreThereChangesNothing) {
   brisq_panel::CreatePanelTables();
   EXPECT_EQ("alice", Column("SELECT name FROM mailboxes"));
+}
+
+class VersionOfData : public panel_test::PanelTest {
+ protected:
+  static void Mark(int version) {
+    mgr_db::ThreadConnection()->Change("PRAGMA user_version = " + std::to_string(version));
+  }
+  static std::string Version() { return Column("PRAGMA user_version"); }
+};
+
+TEST_F(VersionOfData, ANewDatabaseIsMarked) { EXPECT_EQ("1", Version()); }
+
+TEST_F(VersionOfData, DataWithoutAMarkIsTakenOverAsTheFirstVersion) {
+  AddBob();
+  Mark(0);
+  brisq_panel::CreatePanelTables();
+  EXPECT_EQ("1", Version());
+  EXPECT_EQ("bob", Column("SELECT name FROM owners"));
+}
+
+TEST_F(VersionOfData, ItIsMarkedWithItsTablesOrNotAtAll) {
+  mgr_db::ThreadConnection()->Change("DROP TABLE file_stamps");
+  mgr_db::ThreadConnection()->Change("DROP TABLE panel_state");
+  mgr_db::ThreadConnection()->Change("CREATE INDEX panel_state ON owners (name)");
+  Mark(0);
+  EXPECT_THAT(TextOf([] { brisq_panel::CreatePanelTables(); }), testing::StartsWith("db: "));
+  EXPECT_EQ("0", Version());
+  EXPECT_EQ("0", Column("SELECT COUNT(*) FROM sqlite_master WHERE name = 'file_stamps'"));
+}
+
+TEST_F(VersionOfData, DataOfALaterProgramIsRefusedAndNothingIsChanged) {
+  mgr_db::ThreadConnection()->Change("DROP TABLE file_stamps");
+  Mark(7);
+  EXPECT_EQ("db: " + (dir_ / "panel.db") +
+                ": its data is of version 7, and this program knows versions up to 1: use the"
+                " program that wrote it, or a later one",
+            TextOf([] { brisq_panel::CreatePanelTables(); }));
+  EXPECT_EQ("7", Version());
+  EXPECT_EQ("0", Column("SELECT COUNT(*) FROM sqlite_master WHERE name = 'file_stamps'"));
 }
 
 }  // namespace
