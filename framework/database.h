@@ -20,6 +20,12 @@ namespace mgr_db {
 /// Every operation may throw mgr_err::Error "db" (never with a value of a row in its text),
 /// "exists" when a unique column's value is taken, or "locked" when another process held the
 /// database for longer than the busy limit.
+///
+/// Runs over many rows of a table are cheap while a transaction holds the write lock: rows that are
+/// found one after the other are read ahead, and marks of rows that follow each other are written
+/// together. Nobody sees that: whatever else goes through the connection, the end of the
+/// transaction included, first writes what is owed and forgets what is known. Marks that can't be
+/// written stay owed, so that the transaction can't be committed without them.
 class BRISQ_API Connection {
  public:
   using Row = std::vector<std::string>;
@@ -33,6 +39,18 @@ class BRISQ_API Connection {
   /// @param columns  how many columns it yields
   virtual std::vector<Row> Query(const std::string& sql, const Row& values,
                                  std::size_t columns) = 0;
+  /// Rows of a table that match all pairs, ordered by a column.
+  /// @throws mgr_err::Error "internal" for a column that the table has not
+  virtual std::vector<Row> Select(const CustomTable& table, const CustomTable::Match& match,
+                                  const std::string& order) = 0;
+  /// The one with the lowest number of the rows that match all pairs; null when there is none.
+  /// Valid until the next operation.
+  /// @throws as Select
+  virtual const Row* Find(const CustomTable& table, const CustomTable::Match& match) = 0;
+  /// Sets columns of the row with this number. A mark alone may be written later.
+  /// @throws mgr_err::Error "missed" when there is no such row; as Select
+  virtual void Update(const CustomTable& table, const std::string& id,
+                      const CustomTable::Match& changes) = 0;
   /// Runs a statement that changes rows and returns how many.
   virtual long Change(const std::string& sql, const Row& values = {}) = 0;
   /// Runs an INSERT that ends in "RETURNING id" and returns that.

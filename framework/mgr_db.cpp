@@ -85,49 +85,21 @@ void CustomTable::Load(const std::vector<std::string>& row) {
   is_new_ = false;
 }
 
-std::string CustomTable::ColumnList() const {
-  std::vector<std::string> names;
-  for (const Field* field : fields_) {
-    names.push_back(field->name());
+void CustomTable::SetKey(const std::vector<const Field*>& columns) {
+  key_.clear();
+  for (const Field* column : columns) {
+    const auto at = std::find(fields_.begin(), fields_.end(), column);
+    key_.push_back(static_cast<std::size_t>(at - fields_.begin()));
   }
-  return Joined(names, ", ");
-}
-
-// Columns come from the program: one that is none is its mistake, and must not become SQL.
-void CustomTable::RequireColumn(const std::string& name) const {
-  if (std::none_of(fields_.begin(), fields_.end(),
-                   [&](const Field* field) { return field->name() == name; })) {
-    throw mgr_err::Error("internal", table_, "has no column of this name");
-  }
-}
-
-std::string CustomTable::Select(const Match& match, const std::string& order) const {
-  RequireColumn(order);
-  std::vector<std::string> terms;
-  for (const auto& [column, value] : match) {
-    RequireColumn(column);
-    terms.push_back(column + " = " + Placeholder(terms.size() + 1));
-  }
-  return "SELECT " + ColumnList() + " FROM " + table_ +
-         (terms.empty() ? std::string() : " WHERE " + Joined(terms, " AND ")) + " ORDER BY " +
-         order;
-}
-
-std::vector<std::vector<std::string>> CustomTable::Rows(const std::string& sql,
-                                                        const Match& match) const {
-  std::vector<std::string> values;
-  for (const auto& [column, value] : match) {
-    values.push_back(value);
-  }
-  return ThreadConnection()->Query(sql, values, fields_.size());
 }
 
 bool CustomTable::DbFind(const Match& match) {
-  const auto rows = Rows(Select(match, "id") + " LIMIT 1", match);
-  if (rows.empty()) {
+  const std::shared_ptr<Connection> connection = ThreadConnection();
+  const Connection::Row* row = connection->Find(*this, match);
+  if (row == nullptr) {
     return false;
   }
-  Load(rows.front());
+  Load(*row);
   return true;
 }
 
@@ -138,7 +110,7 @@ void CustomTable::Assert(int id) {
 }
 
 void CustomTable::DbSelect(const Match& match, const std::string& order) {
-  selected_ = Rows(Select(match, order), match);
+  selected_ = ThreadConnection()->Select(*this, match, order);
   at_ = 0;
   if (!Eof()) {
     Load(selected_[at_]);
@@ -157,10 +129,6 @@ void CustomTable::Post() {
   } else {
     Update();
   }
-  loaded_.clear();
-  for (const Field* field : fields_) {
-    loaded_.push_back(field->AsString());
-  }
 }
 
 void CustomTable::Insert() {
@@ -177,27 +145,32 @@ void CustomTable::Insert() {
                                      ") VALUES (" + Joined(marks, ", ") + ") RETURNING id",
                                  values);
   fields_.front()->SetStored(std::to_string(id));
+  loaded_.clear();
+  for (const Field* field : fields_) {
+    loaded_.push_back(field->AsString());
+  }
   is_new_ = false;
 }
 
 void CustomTable::Update() {
-  std::vector<std::string> changes, values;
+  Match changes;
+  std::vector<std::size_t> places;
   for (std::size_t i = 0; i < fields_.size(); ++i) {
-    if (fields_[i]->AsString() != loaded_[i]) {
-      values.push_back(fields_[i]->AsString());
-      changes.push_back(fields_[i]->name() + " = " + Placeholder(values.size()));
+    if (fields_[i]->Stored() == loaded_[i]) {
+      continue;
+    }
+    std::string value = fields_[i]->AsString();
+    if (value != loaded_[i]) {
+      changes.emplace_back(fields_[i]->name(), std::move(value));
+      places.push_back(i);
     }
   }
   if (changes.empty()) {
     return;
   }
-  values.push_back(loaded_.front());
-  const long rows =
-      ThreadConnection()->Change("UPDATE " + table_ + " SET " + Joined(changes, ", ") +
-                                     " WHERE id = " + Placeholder(values.size()),
-                                 values);
-  if (rows == 0) {
-    throw mgr_err::Error("missed", table_, loaded_.front());
+  ThreadConnection()->Update(*this, loaded_.front(), changes);
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    loaded_[places[i]] = std::move(changes[i].second);
   }
 }
 

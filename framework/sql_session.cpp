@@ -11,6 +11,7 @@
 
 #include "framework/rehearsal.h"
 #include "framework/request.h"
+#include "framework/table_sql.h"
 #include "framework/write_turn.h"
 #include "mgr_err.h"
 #include "str.h"
@@ -29,10 +30,12 @@ constexpr std::size_t kMostStatements = 256;
 // A run over all mailboxes comes back to most pages; what is not used takes no memory.
 constexpr int kCacheKiB = 64 << 10;
 
-// A connection is of one thread at a time, so SQLite need not take a lock in each of its calls. It
-// refuses, and goes on taking them, when somebody in this process has used it before.
+// A connection is of one thread at a time, so SQLite need not take a lock in each of its calls, nor
+// in each of its allocations to count them. It refuses, and goes on taking them, when somebody in
+// this process has used it before.
 void UseOneThreadAtATime() {
-  [[maybe_unused]] static const int done = sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
+  [[maybe_unused]] static const int done = sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD) |
+                                           sqlite_api::sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
 }
 
 // The library's words end in the statement with its values, which may be secrets, and begin with
@@ -81,6 +84,46 @@ auto Translating(const std::string& file, const Work& work) {
     throw Translated(file, error);
   }
 }
+
+sqlite_api::sqlite3* Handle(soci::session& session) {
+  return static_cast<soci::sqlite3_session_backend*>(session.get_backend())->conn_;
+}
+
+// A SELECT of many rows without values, which gives its columns away without a copy in between.
+class Reading {
+ public:
+  Reading(sqlite_api::sqlite3* database, const std::string& sql) : database_(database) {
+    Check(sqlite3_prepare_v2(database, sql.c_str(), -1, &handle_, nullptr));
+  }
+  ~Reading() { sqlite_api::sqlite3_finalize(handle_); }
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+
+  bool Step() {
+    const int code = sqlite_api::sqlite3_step(handle_);
+    Check(code == SQLITE_ROW || code == SQLITE_DONE ? SQLITE_OK : code);
+    return code == SQLITE_ROW;
+  }
+  void Read(std::vector<std::string>& columns) {
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      const int column = static_cast<int>(i);
+      const auto* text =
+          reinterpret_cast<const char*>(sqlite_api::sqlite3_column_text(handle_, column));
+      const int length = sqlite_api::sqlite3_column_bytes(handle_, column);
+      columns[i].assign(text == nullptr ? "" : text, static_cast<std::size_t>(length));
+    }
+  }
+
+ private:
+  void Check(int code) {
+    if (code != SQLITE_OK) {
+      throw soci::sqlite3_soci_error(sqlite_api::sqlite3_errmsg(database_), code);
+    }
+  }
+
+  sqlite_api::sqlite3* database_;
+  sqlite_api::sqlite3_stmt* handle_ = nullptr;
+};
 
 std::string ConnectString(const std::string& file) {
   if (file.find('"') != std::string::npos) {
@@ -243,11 +286,154 @@ std::vector<Connection::Row> SqlSession::Fetch(const std::string& sql, const Row
 std::vector<Connection::Row> SqlSession::Query(const std::string& sql, const Row& values,
                                                std::size_t columns) {
   EndGroupWhenOld();
+  Settle();
   return Fetch(sql, values, columns);
+}
+
+std::vector<Connection::Row> SqlSession::Select(const CustomTable& table,
+                                                const CustomTable::Match& match,
+                                                const std::string& order) {
+  EndGroupWhenOld();
+  return FetchOf(table, table_sql::Select(table, match, order), table_sql::ValuesOf(match));
+}
+
+std::vector<Connection::Row> SqlSession::FetchOf(const CustomTable& table, const std::string& sql,
+                                                 const Row& values) {
+  if (owed_.IsOf(table.TableName())) {
+    WriteMarks();
+  }
+  return Fetch(sql, values, table.Fields().size());
+}
+
+const Connection::Row* SqlSession::Find(const CustomTable& table, const CustomTable::Match& match) {
+  EndGroupWhenOld();
+  KnownRows* const known = Known(table, match);
+  if (known != nullptr) {
+    if (const KnownRow* row = known->Find(match)) {
+      return &row->columns;
+    }
+  }
+  found_ = FetchOf(table, table_sql::Select(table, match, "id") + " LIMIT 1",
+                   table_sql::ValuesOf(match));
+  if (found_.empty()) {
+    return nullptr;
+  }
+  if (known != nullptr) {
+    known->Add(found_.front());
+    ReadAhead(table, *known);
+  }
+  return &found_.front();
+}
+
+// Null when nothing may be known: others may change the rows, or some other row may match too.
+KnownRows* SqlSession::Known(const CustomTable& table, const CustomTable::Match& match) {
+  if (!HoldsWriteLock() || !KnownRows::IsKey(table, match)) {
+    return nullptr;
+  }
+  const auto known = known_.find(table.TableName());
+  if (known != known_.end()) {
+    if (known->second.Fits(table)) {
+      return &known->second;
+    }
+    known_.erase(known);
+  }
+  return &known_.emplace(table.TableName(), table).first->second;
+}
+
+void SqlSession::ReadAhead(const CustomTable& table, KnownRows& known) {
+  const std::size_t wanted = known.Wanted();
+  if (wanted == 0) {
+    return;
+  }
+  Unstuck([&] {
+    Reading rows(Handle(database_->session),
+                 table_sql::SelectAfter(table, KnownRows::Number(found_.front().front()), wanted));
+    known.BeginAhead();
+    while (rows.Step()) {
+      rows.Read(known.Next());
+      known.EnterNext();
+    }
+  });
+}
+
+void SqlSession::Update(const CustomTable& table, const std::string& id,
+                        const CustomTable::Match& changes) {
+  BeforeChange();
+  const long long number = KnownRows::Number(id);
+  if (MarkLater(table, number, changes)) {
+    return;
+  }
+  WriteMarks();
+  ForgetRow(table, number, changes);
+  Row values = table_sql::ValuesOf(changes);
+  values.push_back(id);
+  if (Execute(table_sql::Update(table, changes), values) == 0) {
+    throw mgr_err::Error("missed", table.TableName(), id);
+  }
+}
+
+bool SqlSession::MarkLater(const CustomTable& table, long long id,
+                           const CustomTable::Match& changes) {
+  const auto known = known_.find(table.TableName());
+  if (known == known_.end() || changes.size() != 1 || !table.IsMark(changes.front().first)) {
+    return false;
+  }
+  const KnownRow* const row = known->second.Current(id);
+  if (row == nullptr) {
+    return false;
+  }
+  if (!owed_.Add(table.TableName(), *row, changes.front())) {
+    const KnownRow kept = *row;
+    WriteMarks();
+    owed_.Add(table.TableName(), kept, changes.front());
+  }
+  known->second.ForgetCurrent();
+  return true;
+}
+
+// Of a row that is not the current one nothing is known of its place, and a new number moves it.
+void SqlSession::ForgetRow(const CustomTable& table, long long id,
+                           const CustomTable::Match& changes) {
+  const auto known = known_.find(table.TableName());
+  if (known == known_.end()) {
+    return;
+  }
+  if (known->second.Current(id) == nullptr || changes.front().first == "id") {
+    known_.erase(known);
+  } else {
+    known->second.ForgetCurrent();
+  }
+}
+
+// SQLite ends a transaction by itself when the disk is full, for example.
+bool SqlSession::HoldsWriteLock() const noexcept {
+  return Busy() && sqlite_api::sqlite3_get_autocommit(Handle(database_->session)) == 0;
+}
+
+void SqlSession::WriteMarks() {
+  if (owed_.IsEmpty()) {
+    return;
+  }
+  if (sqlite_api::sqlite3_get_autocommit(Handle(database_->session)) != 0) {
+    throw mgr_err::Error("db", database_->file, "the transaction has been rolled back");
+  }
+  Execute(owed_.Sql(), owed_.Values());
+  owed_.Clear();
+}
+
+// Before what may read or change any table, or end the transaction.
+void SqlSession::Settle() {
+  WriteMarks();
+  known_.clear();
 }
 
 long SqlSession::Change(const std::string& sql, const Row& values) {
   BeforeChange();
+  Settle();
+  return Execute(sql, values);
+}
+
+long SqlSession::Execute(const std::string& sql, const Row& values) {
   return Unstuck([&] {
     Statement& statement = Prepared(sql, values.size(), 0);
     std::copy(values.begin(), values.end(), statement.in.begin());
@@ -258,6 +444,7 @@ long SqlSession::Change(const std::string& sql, const Row& values) {
 
 int SqlSession::Insert(const std::string& sql, const Row& values) {
   BeforeChange();
+  Settle();
   const std::vector<Row> rows = Fetch(sql, values, 1);
   if (rows.size() != 1) {
     throw mgr_err::Error("internal", "database", "an insert that returns no id");
@@ -332,6 +519,7 @@ void SqlSession::RollbackTransaction() {
 }
 
 void SqlSession::Rollback(const char* sql) {
+  owed_.Clear();
   try {
     Run(sql);
   } catch (const mgr_err::Error& error) {
@@ -362,6 +550,7 @@ void SqlSession::EndGroupWhenOld() {
 }
 
 void SqlSession::Run(const char* sql) {
+  Settle();
   Unstuck([&] { database_->session << sql; });
 }
 

@@ -2,8 +2,11 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 #include "framework/database.h"
+#include "framework/known_rows.h"
+#include "framework/mark_run.h"
 
 namespace mgr_db {
 
@@ -28,6 +31,11 @@ class SqlSession : public Connection {
   ~SqlSession() override;
 
   std::vector<Row> Query(const std::string& sql, const Row& values, std::size_t columns) override;
+  std::vector<Row> Select(const CustomTable& table, const CustomTable::Match& match,
+                          const std::string& order) override;
+  const Row* Find(const CustomTable& table, const CustomTable::Match& match) override;
+  void Update(const CustomTable& table, const std::string& id,
+              const CustomTable::Match& changes) override;
   long Change(const std::string& sql, const Row& values) override;
   int Insert(const std::string& sql, const Row& values) override;
   void LockForWriting() override;
@@ -60,7 +68,18 @@ class SqlSession : public Connection {
   auto Unstuck(const Work& work);
   Statement& Prepared(const std::string& sql, std::size_t values, std::size_t columns);
   std::vector<Row> Fetch(const std::string& sql, const Row& values, std::size_t columns);
+  std::vector<Row> FetchOf(const CustomTable& table, const std::string& sql, const Row& values);
+  long Execute(const std::string& sql, const Row& values);
   void BeforeChange();
+
+  bool HoldsWriteLock() const noexcept;
+  KnownRows* Known(const CustomTable& table, const CustomTable::Match& match);
+  void ReadAhead(const CustomTable& table, KnownRows& known);
+  bool MarkLater(const CustomTable& table, long long id, const CustomTable::Match& changes);
+  void ForgetRow(const CustomTable& table, long long id, const CustomTable::Match& changes);
+  void WriteMarks();
+  void Settle();
+
   bool InRehearsal();
   void Rollback(const char* sql);
   void Run(const char* sql);
@@ -68,6 +87,10 @@ class SqlSession : public Connection {
 
   std::unique_ptr<Database> database_;
   int groups_ = 0;
+  std::vector<Row> found_;
+  // While the transaction holds the write lock nobody else changes them.
+  std::unordered_map<std::string, KnownRows> known_;  // by the name of their table
+  MarkRun owed_;
 };
 
 }  // namespace mgr_db

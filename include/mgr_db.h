@@ -109,12 +109,20 @@ class BRISQ_API CustomTable {
 
   const std::string& TableName() const noexcept { return table_; }
   const std::vector<Field*>& Fields() const noexcept { return fields_; }
+  /// What SetKey has named, as places in Fields(); empty when it was not called.
+  const std::vector<std::size_t>& Key() const noexcept { return key_; }
+  /// True for the name of the column that SetMark has named.
+  bool IsMark(const std::string& column) const noexcept {
+    return mark_ != nullptr && mark_->name() == column;
+  }
 
   /// Starts a new row: every field at its empty value.
   void New();
   /// Writes the current row: inserts one that New started (its id is set then); of any other
   /// writes the columns that were changed since it was read, so that what others have changed
-  /// meanwhile in the rest stays.
+  /// meanwhile in the rest stays. Inside a transaction a mark alone may be written later, together
+  /// with those of other rows: before anything else of the connection reads or changes the table,
+  /// at the latest by the commit, which fails then if the database can't write it.
   /// @throws mgr_err::Error "exists" when a unique column's value is taken, "missed" when the row
   /// has been deleted meanwhile
   void Post();
@@ -143,19 +151,26 @@ class BRISQ_API CustomTable {
   /// references) is the derived class's.
   virtual std::string Schema() const;
 
+ protected:
+  /// Says by which columns rows are mostly found: their values together are unique and never NULL,
+  /// which Schema must see to. A run that finds many rows by these columns, in this order, while it
+  /// holds the database's write lock may get them from memory.
+  void SetKey(const std::vector<const Field*>& columns);
+  /// Says that runs mark rows in this column: it takes any value, so nothing constrains it and no
+  /// index or trigger of the database depends on it.
+  void SetMark(const Field& column) noexcept { mark_ = &column; }
+
  private:
   friend class Field;
   friend class Cache;
   void Load(const std::vector<std::string>& row);
   void Insert();
   void Update();
-  std::string ColumnList() const;
-  void RequireColumn(const std::string& name) const;
-  std::string Select(const Match& match, const std::string& order) const;
-  std::vector<std::vector<std::string>> Rows(const std::string& sql, const Match& match) const;
 
   std::string table_;
   std::vector<Field*> fields_;
+  std::vector<std::size_t> key_;
+  const Field* mark_ = nullptr;
   std::vector<std::string> loaded_;  // as the row was read or written last
   std::vector<std::vector<std::string>> selected_;
   std::size_t at_ = 0;

@@ -97,12 +97,18 @@ SweepPermit::SweepPermit() { ++g_permits; }
 SweepPermit::~SweepPermit() { --g_permits; }
 bool SweepPermit::Given() noexcept { return g_permits > 0; }
 
+bool IsAnyMailbox(const std::string& condition) {
+  return !mgr_db::ThreadConnection()
+              ->Query("SELECT id FROM mailboxes WHERE " + condition + " LIMIT 1", {}, 1)
+              .empty();
+}
+
 void RefuseLargeSweep(const std::string& condition) {
   if (SweepPermit::Given()) {
     return;
   }
   const long long taken = Count("(" + condition + ") AND active = 'on'");
-  const long long all = Count("active = 'on'");
+  const long long all = taken > kSmallSweep ? Count("active = 'on'") : 0;
   if (taken > kSmallSweep &&
       static_cast<double>(taken * 100) > static_cast<double>(all) * LimitPercent()) {
     throw mgr_err::Error("limit", "refresh",

@@ -65,6 +65,9 @@ class BRISQ_API SweepPermit {
   static bool Given() noexcept;
 };
 
+/// True when at least one mailbox matches an SQL condition.
+BRISQ_API bool IsAnyMailbox(const std::string& condition);
+
 /// Refuses a sweep that would take more than "EmailSweepLimit" percent of the active mailboxes and
 /// more than 10 of them.
 /// @throws mgr_err::Error "limit"

@@ -63,7 +63,9 @@ EmailDomainTable::EmailDomainTable()
       owner(this, "owner"),
       active(this, "active"),
       cert(this, "cert"),
-      key(this, "key") {}
+      key(this, "key") {
+  SetKey({&name});
+}
 EmailDomainTable::~EmailDomainTable() = default;
 
 std::string EmailDomainTable::Schema() const {
@@ -86,7 +88,10 @@ EmailTable::EmailTable()
       quota(this, "quota"),
       used(this, "used"),
       active(this, "active"),
-      tag(this, "tag") {}
+      tag(this, "tag") {
+  SetKey({&domain, &name});
+  SetMark(tag);
+}
 EmailTable::~EmailTable() = default;
 
 std::string EmailTable::Schema() const {
@@ -112,6 +117,9 @@ void SweepRows(const std::string& condition) {
 void EmailTable::DbDelete(const std::string& condition) {
   brisq_panel::RefreshWatch::SawSweep();
   const std::string limited = "(" + condition + ")" + brisq_panel::RefreshWatch::SweepLimit();
+  if (!brisq_panel::IsAnyMailbox(limited)) {
+    return;  // one look at all rows instead of four
+  }
   brisq_panel::RefuseLargeSweep(limited);
   if (Request::Current() != nullptr) {
     SweepRows(limited);

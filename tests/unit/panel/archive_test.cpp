@@ -37,6 +37,13 @@ TEST_F(Archive, AnArchivedMailboxIsWhole) {
   EXPECT_GE(UtcNow(), std::string(archive->archived));
 }
 
+TEST_F(Archive, OneMailboxThatMatchesIsEnough) {
+  EXPECT_TRUE(brisq_panel::IsAnyMailbox("active = 'on'"));
+  EXPECT_TRUE(brisq_panel::IsAnyMailbox("name = 'nobody' OR owner = 1"));
+  EXPECT_FALSE(brisq_panel::IsAnyMailbox("name = 'nobody'"));
+  EXPECT_FALSE(brisq_panel::IsAnyMailbox("active = 'on' AND owner = 99"));
+}
+
 TEST_F(Archive, ConditionsOnAnyColumnAreUnderstood) {
   brisq_panel::ArchiveMailboxes("id = 1 AND active = 'on' OR owner = 99", "swept");
   brisq_panel::ArchiveMailboxes("name = 'nobody'", "swept");

@@ -56,6 +56,37 @@ TEST_F(Records, TheStockIsOneForTheProcess) {
   brisq_db::GetCache().Put(table);
 }
 
+// What the classes say of their tables to make runs over many rows cheap.
+TEST_F(Records, AKeyIsUniqueAndNeverNull) {
+  for (const char* type :
+       {typeid(brisq_db::EmailTable).name(), typeid(brisq_db::EmailDomainTable).name()}) {
+    SCOPED_TRACE(type);
+    mgr_db::CustomTable* const table = brisq_db::GetCache().Get(type);
+    std::string columns;
+    for (const std::size_t place : table->Key()) {
+      const std::string& name = table->Fields()[place]->name();
+      columns += (columns.empty() ? "" : " ") + name;
+      EXPECT_EQ("1", Column("SELECT \"notnull\" FROM pragma_table_info('" + table->TableName() +
+                            "') WHERE name = '" + name + "'"));
+    }
+    EXPECT_EQ(columns, Column("SELECT i.name FROM pragma_index_list('" + table->TableName() +
+                              "') AS l JOIN pragma_index_info(l.name) AS i"
+                              " WHERE l.\"unique\" = 1 AND l.origin = 'u'"));
+    brisq_db::GetCache().Put(table);
+  }
+}
+
+TEST_F(Records, NothingDependsOnTheMark) {
+  const brisq_db::EmailTable table;
+  EXPECT_TRUE(table.IsMark("tag"));
+  EXPECT_FALSE(table.IsMark("used"));
+  EXPECT_EQ("", Column("SELECT i.name FROM pragma_index_list('mailboxes') AS l"
+                       " JOIN pragma_index_info(l.name) AS i WHERE i.name = 'tag'"));
+  EXPECT_EQ("", Column("SELECT \"from\" FROM pragma_foreign_key_list('mailboxes')"
+                       " WHERE \"from\" = 'tag'"));
+  EXPECT_EQ("", Column("SELECT name FROM sqlite_master WHERE type = 'trigger'"));
+}
+
 TEST_F(Records, TheSchemaKeepsReferencesAndUniqueness) {
   const auto refused = [](const std::string& sql) {
     return ErrorOf([&] { mgr_db::ThreadConnection()->Change(sql); }).type();

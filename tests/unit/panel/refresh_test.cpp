@@ -1,6 +1,7 @@
 #include "panel/refresh.h"
 
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "framework/config_file.h"
@@ -65,6 +66,34 @@ TEST_F(RefreshTest, WhatItDidIsReported) {
   EXPECT_EQ(1u, report.homes_filled);
   EXPECT_THAT(report.swept, ElementsAre("dave@example.org"));
   EXPECT_EQ(Home() + "/mail/example.org/carol", brisq_panel::ShowMailbox("carol@example.org").home);
+}
+
+// Rows are read ahead and marked many at a time, in the order of the file or in none.
+TEST_F(RefreshTest, OfManyMailboxesThoseWithoutALineAreSwept) {
+  constexpr int kMany = 400;
+  const auto name_of = [](int number) { return "m" + std::to_string(1000 + number); };
+  for (int number = 0; number < kMany; ++number) {
+    mgr_db::ThreadConnection()->Change(
+        "INSERT INTO mailboxes (name, domain, owner, password, pwupdate, home, quota, used, active,"
+        " tag) SELECT :v1, domain, owner, '', 'off', '/h', '', 0, 'on', 0 FROM mailboxes LIMIT 1",
+        {name_of(number)});
+    mail_in_use_->figures[name_of(number) + "@example.org"] = number % 90 == 0 ? 5 : 0;
+  }
+  const std::string before = Lines();
+  std::set<int> gone;
+  for (const auto& [step, next] : {std::pair{1, 123}, std::pair{7, 301}}) {
+    SCOPED_TRACE(step);
+    gone.insert(next);
+    std::string text = before;
+    for (int at = 0; at < kMany; ++at) {
+      const int number = at * step % kMany;
+      text += gone.count(number) != 0 ? "" : name_of(number) + "@example.org:x:1:1::/h:::\n";
+    }
+    dir_.Write("passwd", text);
+    EXPECT_THAT(Refresh(false).swept, ElementsAre(name_of(next) + "@example.org"));
+    EXPECT_EQ("5", Column("SELECT DISTINCT used FROM mailboxes WHERE name IN ('m1000', 'm1360')"));
+    EXPECT_EQ("1", Column("SELECT COUNT(DISTINCT tag) FROM mailboxes"));
+  }
 }
 
 TEST_F(RefreshTest, AFileThatWasChangedIsWalkedAgain) {
