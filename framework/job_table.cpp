@@ -39,11 +39,14 @@ std::optional<Job> First(const std::string& rest, const Row& values) {
 }  // namespace
 
 void Create() {
+  const auto connection = mgr_db::ThreadConnection();
   // AUTOINCREMENT: a number that was told to somebody must never mean another job.
-  mgr_db::ThreadConnection()->Change(
+  connection->Change(
       "CREATE TABLE IF NOT EXISTS job (id INTEGER PRIMARY KEY AUTOINCREMENT, "
       "entry TEXT NOT NULL UNIQUE, name TEXT NOT NULL, who TEXT NOT NULL, started TEXT NOT NULL, "
       "state TEXT NOT NULL, changes TEXT NOT NULL, sealed TEXT NOT NULL, undoes INTEGER NOT NULL)");
+  // Each request looks for what is old enough to be forgotten.
+  connection->Change("CREATE INDEX IF NOT EXISTS job_started ON job (started)");
 }
 
 int Add(const Job& job) {

@@ -129,4 +129,14 @@ TEST_F(JobTableTest, WordsOnAJobCanBeReplaced) {
   EXPECT_NE("other words", job_table::Find(second)->changes);
 }
 
+// Each request asks for it, however long the history is.
+TEST_F(JobTableTest, WhatIsOldIsFoundWithoutLookingAtAllJobs) {
+  job_table::Create();
+  const auto plan = mgr_db::ThreadConnection()->Query(
+      "EXPLAIN QUERY PLAN DELETE FROM job WHERE started < :v1 AND entry NOT IN (:v2)", {"t", "e"},
+      4);
+  ASSERT_FALSE(plan.empty());
+  EXPECT_EQ("SEARCH job USING INDEX job_started (started<?)", plan.front().back());
+}
+
 }  // namespace
