@@ -236,7 +236,7 @@ void Entry::Write(const std::vector<Step>& steps, bool durable) {
     std::string text;
     if (!file_) {
       Open();
-      file_steps::SyncDirectoryAt(folder_, folder_);
+      is_new_ = true;
       text = Record(head_);
     }
     for (const Step& step : steps) {
@@ -256,6 +256,10 @@ void Entry::Sync() {
   }
   if (sys::FSync(file_.get()) != 0) {
     sys::Fail("fsync", mgr_file::ConcatPath(folder_, id_), "the step was not taken");
+  }
+  if (is_new_) {
+    file_steps::SyncDirectoryAt(folder_, folder_);
+    is_new_ = false;
   }
   dirty_ = false;
 }

@@ -60,6 +60,7 @@ class BRISQ_API Entry {
   mutable std::mutex mutex_;
   Descriptor file_;
   bool dirty_ = false;
+  bool is_new_ = false;  // its name is not durable
 };
 
 /// An entry as it lies on disk.

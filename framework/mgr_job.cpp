@@ -1,6 +1,7 @@
 #include "mgr_job.h"
 
 #include <typeinfo>
+#include <vector>
 
 #include "framework/demangle.h"
 #include "framework/file_swap.h"
@@ -30,6 +31,8 @@ Job::~Job() {
 void Job::Forget() noexcept {}
 
 std::string Job::Rehearse() { return ClassOf(*this); }
+
+bool Job::Announce() { return false; }
 
 CreateFile::CreateFile(const std::string& path, const std::string& content,
                        const mgr_file::Attrs& attrs)
@@ -98,10 +101,18 @@ CreateDir::CreateDir(const mgr_file::safe::Folder& folder, const std::string& na
 
 CreateDir::~CreateDir() = default;
 
-void CreateDir::Do() {
+// A folder that is missing yet is announced by the job that makes it.
+bool CreateDir::Announce() {
   const mgr_file::safe::Folder made(folder_.root(), mgr_file::ConcatPath(folder_.path(), name_),
                                     folder_.uid(), folder_.gid());
-  Request::Current()->NoteSteps(user_dir::StepsOfMaking(made));
+  const std::vector<journal::Step> steps = user_dir::StepsOfMaking(made);
+  if (!steps.empty()) {
+    Request::Current()->NoteSteps({steps.back()}, false);
+  }
+  return true;
+}
+
+void CreateDir::Do() {
   made_ = std::make_unique<user_dir::Made>(user_dir::MakeOne(folder_, name_, attrs_));
 }
 

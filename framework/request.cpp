@@ -106,6 +106,7 @@ void Request::Rollback() noexcept {
     return;
   }
   state_ = State::kUndoing;
+  unsynced_.Clear();
   UndoSteps();
   RollbackDatabase();
   End();
@@ -143,6 +144,10 @@ void Request::NoteSteps(const std::vector<journal::Step>& steps, bool durable) {
   }
 }
 
+void Request::SyncBeforeCommit(int directory, const std::string& path) {
+  unsynced_.Add(directory, path);
+}
+
 void Request::AddNote(std::string note) { notes_.push_back(std::move(note)); }
 
 void Request::BeginDatabase() {
@@ -175,9 +180,24 @@ void Request::DoJobs() {
       rehearsal->Note(job->Rehearse());
       continue;
     }
+    Announce(i);
     Step step{mgr_job::ClassOf(*job), [job] { job->Undo(); }};
     job->Do();
     done_.push_back(std::move(step));
+  }
+  unsynced_.Sync();
+}
+
+// The journal gets the steps of this job, and with them, in one write, those of the jobs behind it
+// that know theirs as well. They stand there in the order of the jobs.
+void Request::Announce(std::size_t first) {
+  const std::size_t begin = std::max(announced_, first);
+  announced_ = begin;
+  while (announced_ < jobs_.size() && jobs_[announced_]->Announce()) {
+    ++announced_;
+  }
+  if (entry_ && announced_ > begin) {
+    entry_->Sync();
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include "brisq_export.h"
 #include "framework/journal.h"
+#include "framework/unsynced_dirs.h"
 #include "mgr_job.h"
 
 class Rehearsal;
@@ -81,6 +82,13 @@ class BRISQ_API Request {
   /// The journal's entry of this request, for steps that another thread may take; null while
   /// nothing is to be noted.
   std::shared_ptr<journal::Entry> JournalEntry();
+  /// Has a directory synced when all jobs are done, before the database commits: once, however
+  /// often it is asked for. Dropped when the request is rolled back.
+  /// @param directory  open; the request keeps a descriptor of its own
+  /// @param path  names it in an error
+  /// @throws mgr_err::Error "file" when the system has no descriptors left; Commit throws the same
+  /// when it can't be synced
+  void SyncBeforeCommit(int directory, const std::string& path);
   /// Leaves the journal's entry there when the request has ended, for the next start to clear up
   /// what could not be removed.
   void KeepEntry() noexcept { undone_ = false; }
@@ -133,6 +141,7 @@ class BRISQ_API Request {
   void Enter(mgr_job::Job& job);
   void Leave(const mgr_job::Job& job) noexcept;
   void DoJobs();
+  void Announce(std::size_t first);
   void CommitDatabase();
   void MarkCommitted();
   void CloseEntry() noexcept;
@@ -155,7 +164,9 @@ class BRISQ_API Request {
   bool transaction_ = false;
   State state_ = State::kOpen;
   std::vector<mgr_job::Job*> jobs_;  // owned; a job that is being constructed is among them
-  std::vector<Step> done_;           // what has happened, oldest first, by its undo
+  std::size_t announced_ = 0;        // jobs whose steps the journal has
+  UnsyncedDirs unsynced_;
+  std::vector<Step> done_;  // what has happened, oldest first, by its undo
   std::vector<Step> after_commit_;
   std::vector<std::string> commands_;
   std::vector<std::string> notes_;

@@ -15,10 +15,12 @@ class CreatePath : public mgr_job::Job {
   CreatePath(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs)
       : folder_(folder), attrs_(attrs) {}
 
-  void Do() override {
-    Request::Current()->NoteSteps(user_dir::StepsOfMaking(folder_));
-    made_ = user_dir::MakePath(folder_, attrs_);
+  bool Announce() override {
+    Request::Current()->NoteSteps(user_dir::StepsOfMaking(folder_), false);
+    return true;
   }
+
+  void Do() override { made_ = user_dir::MakePath(folder_, attrs_); }
 
   void Undo() override {
     for (auto directory = made_.rbegin(); directory != made_.rend(); ++directory) {

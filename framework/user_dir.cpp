@@ -112,6 +112,15 @@ void CheckIsNew(int fd, const std::string& path) {
   }
 }
 
+// One wait for the disk does for all directories of a request.
+void MakeDurable(int directory, const std::string& path) {
+  if (Request* request = Request::Current()) {
+    request->SyncBeforeCommit(directory, path);
+  } else {
+    file_steps::SyncDirectory(directory, path);
+  }
+}
+
 struct Fresh {
   Descriptor fd;
   Made made;
@@ -122,8 +131,8 @@ Fresh Finish(int parent, const std::string& name, const std::string& path,
   Descriptor fd = OpenEntry(parent, name, path);
   CheckIsNew(fd.get(), path);
   file_steps::SetAttrs(fd.get(), attrs, path);
-  file_steps::SyncDirectory(fd.get(), path);
-  file_steps::SyncDirectory(parent, path);
+  MakeDurable(fd.get(), path);
+  MakeDurable(parent, path);
   const struct stat state = StateOf(fd.get(), path);
   return {std::move(fd), {path, state.st_dev, state.st_ino}};
 }

@@ -39,13 +39,14 @@ BRISQ_API mgr_file::safe::Folder Below(const mgr_file::safe::Owner& owner, const
 /// Opens an existing folder for reading.
 BRISQ_API Descriptor Open(const mgr_file::safe::Folder& folder);
 
-/// Makes the folder and its missing parents, all with exactly `attrs`, durably, and returns what it
-/// made, topmost first: nothing when the folder was there. The tree's root must exist.
+/// Makes the folder and its missing parents, all with exactly `attrs`, and returns what it made,
+/// topmost first: nothing when the folder was there. It is durable when the current request
+/// commits, without one at once. The tree's root must exist.
 /// @throws as above, everything that was made has been removed
 BRISQ_API std::vector<Made> MakePath(const mgr_file::safe::Folder& folder,
                                      const mgr_file::Attrs& attrs);
 
-/// Makes one directory, durably, with exactly `attrs`.
+/// Makes one directory with exactly `attrs`, durable as by MakePath.
 /// @param name  a single component
 /// @throws as above, also when something has this name; nothing is left
 BRISQ_API Made MakeOne(const mgr_file::safe::Folder& parent, const std::string& name,
@@ -63,8 +64,8 @@ BRISQ_API void CheckMakeOne(const mgr_file::safe::Folder& parent, const std::str
 /// @throws mgr_err::Error "file" when the way to it is no longer safe or the system refuses
 BRISQ_API void Remove(const mgr_file::safe::Folder& folder, const Made& made);
 
-/// What the journal must know before MakePath is called with this folder: one step for each
-/// directory that is missing, topmost first.
+/// What the journal must know before MakePath is called with this folder, or MakeOne for its last
+/// component: one step for each directory that is missing, topmost first.
 /// @throws as Open, but for what is missing
 BRISQ_API std::vector<journal::Step> StepsOfMaking(const mgr_file::safe::Folder& folder);
 

@@ -42,6 +42,11 @@ class BRISQ_API Job {
   /// default the job's class.
   /// @throws mgr_err::Error as Do would
   virtual std::string Rehearse();
+  /// Before Do, and before Do of jobs in front of it: notes the steps that Do will take, so that
+  /// jobs that stand together wait for the disk once. By default false, with nothing done: the
+  /// steps show in Do only, which notes them itself.
+  /// @throws mgr_err::Error as Do would
+  virtual bool Announce();
 };
 
 /// A job's class by its name in the source.
@@ -95,6 +100,7 @@ class BRISQ_API CreateDir : public Job {
   void Do() override;
   void Undo() override;
   std::string Rehearse() override;
+  bool Announce() override;
 
  private:
   mgr_file::safe::Folder folder_;

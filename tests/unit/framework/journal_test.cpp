@@ -265,15 +265,18 @@ TEST_F(JournalTest, ARefusedWriteNamesTheEntry) {
   }
 }
 
-TEST_F(JournalTest, WhatIsNotDurableYetIsSyncedOnce) {
+TEST_F(JournalTest, WhatIsNotDurableYetIsSyncedOnceAndTheNameWithTheFirst) {
   Entry entry(kId, kHead);
   entry.Write({{"a", {}}}, false);
   int syncs = 0;
   support::SysFault watch;
   watch.OnCall([&](std::string_view call, std::size_t) { syncs += call == "fsync" ? 1 : 0; });
   entry.Sync();
+  EXPECT_EQ(2, syncs) << "the entry and its name";
   entry.Sync();
-  EXPECT_EQ(1, syncs);
+  EXPECT_EQ(2, syncs);
+  entry.Write({{"b", {}}}, true);
+  EXPECT_EQ(3, syncs) << "its name is durable";
 }
 
 }  // namespace

@@ -9,9 +9,11 @@
 
 #include "brisq_api.h"
 #include "framework/due.h"
+#include "framework/journal.h"
 #include "mgr_err.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_job.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -186,6 +188,50 @@ class AddingJob : public RecordingJob {
  private:
   Events& events_;
 };
+
+// Notes the step beforehand or, as jobs that find their steps out late do, in Do.
+class AnnouncingJob : public RecordingJob {
+ public:
+  AnnouncingJob(Events& events, const std::string& name, bool early)
+      : RecordingJob(events, name), events_(events), name_(name), early_(early) {}
+  bool Announce() override {
+    if (early_) {
+      events_.push_back("announce " + name_);
+      Request::Current()->NoteSteps({{"test", {{"what", name_}}}}, false);
+    }
+    return early_;
+  }
+  void Do() override {
+    if (!early_) Request::Current()->NoteSteps({{"test", {{"what", name_}}}});
+    const auto entries = journal::OpenEntries();
+    const auto& steps = entries.front().steps;
+    EXPECT_THAT(steps, testing::Contains(name_)) << "it must be noted by now";
+    RecordingJob::Do();
+  }
+
+ private:
+  Events& events_;
+  const std::string name_;
+  const bool early_;
+};
+
+TEST_F(RequestTest, TheJournalHasTheStepsOfJobsInTheirOrderAndBeforeTheyAreTaken) {
+  const support::TempDir dir;
+  journal::SetFolder(dir / "journal");
+  Events noted;
+  Request request("test");
+  for (const auto& [name, early] : {std::pair("a", true), {"b", true}, {"c", false}, {"d", true}}) {
+    new AnnouncingJob(events, name, early);
+  }
+  new RecordingJob(events, "fails", {.in_do = true});
+  request.OnRollback("look", [&] { noted = journal::OpenEntries().front().steps; });
+  EXPECT_THAT(ErrorOf([&] { request.Commit(); }), HasSubstr("do refused"));
+  journal::SetFolder("");
+  EXPECT_THAT(noted, ElementsAre("a", "b", "c", "d"));
+  EXPECT_THAT(Only(events, {"announce", "do"}),
+              ElementsAre("announce a", "announce b", "do a", "do b", "do c", "announce d", "do d",
+                          "do fails"));
+}
 
 TEST_F(RequestTest, JobsThatAJobAddsAreDoneBehindTheOthers) {
   Request request("test");

@@ -7,12 +7,16 @@
 
 #include <filesystem>
 #include <functional>
+#include <string_view>
+#include <vector>
 
+#include "framework/journal.h"
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "mgr_job.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_job.h"
+#include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -21,6 +25,8 @@ namespace fs = std::filesystem;
 using mgr_file::Attrs;
 using mgr_file::safe::Folder;
 using support::RecordingJob;
+using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 class TestOwner : public mgr_file::safe::Owner {
@@ -96,6 +102,73 @@ TEST_F(SafeFileTest, WhatTheJobsMadeIsRemovedWhenTheRequestFails) {
   FailCommit(request);
   EXPECT_TRUE(fs::is_empty(home / "mail")) << "and what was there before stays";
   EXPECT_THAT(request.Notes(), IsEmpty());
+}
+
+// With a journal: what a crash leaves depends on the order of the calls.
+class CallsTest : public SafeFileTest {
+ protected:
+  CallsTest() {
+    journal::SetFolder(home / "journal");
+    Request::SetDatabaseHooks({.begin = [] {},
+                               .commit = [this] { calls.push_back("commit"); },
+                               .rollback = [] {},
+                               .mark = [](const Request&) {}});
+  }
+  ~CallsTest() override {
+    Request::SetDatabaseHooks({});
+    journal::SetFolder("");
+  }
+
+  // What a process that dies now leaves behind.
+  static std::vector<std::string> Noted() {
+    const auto entries = journal::OpenEntries();
+    return entries.empty() ? std::vector<std::string>() : entries.front().steps;
+  }
+
+  std::vector<std::string> calls;
+  support::SysFault watch;
+};
+
+TEST_F(CallsTest, AllDirectoriesAreNotedBeforeTheFirstIsMadeAndSyncedBehindTheLast) {
+  home.MakeFolder("journal");
+  home.MakeFolder("mail");
+  Request request("mailbox add");
+  request.BeginDatabase();
+  QueueMaildir("/mail/u/.maildir");
+  std::vector<std::string> noted;
+  watch.OnCall([&](std::string_view call, std::size_t) {
+    if (call == "mkdir" && noted.empty()) noted = Noted();
+    if (call == "mkdir" || call == "fsync") calls.emplace_back(call);
+  });
+  request.Commit();
+  EXPECT_THAT(noted, ElementsAre("directory " + home / "mail/u" + " made",
+                                 "directory " + home / "mail/u/.maildir" + " made",
+                                 "directory " + home / "mail/u/.maildir/new" + " made",
+                                 "directory " + home / "mail/u/.maildir/cur" + " made",
+                                 "directory " + home / "mail/u/.maildir/tmp" + " made"));
+  const std::vector<std::string> expected = {
+      "mkdir",                                               // the journal's folder, there already
+      "fsync", "fsync",                                      // the entry and its name
+      "mkdir", "mkdir", "mkdir", "mkdir", "mkdir", "mkdir",  // mail is there, the others are made
+      "fsync", "fsync", "fsync", "fsync", "fsync", "fsync",  // mail and the others
+      "commit"};
+  EXPECT_EQ(expected, calls);
+}
+
+TEST_F(CallsTest, DirectoriesThatCantBeSyncedAreTakenBack) {
+  home.MakeFolder("mail");
+  Request request("mailbox add");
+  request.BeginDatabase();
+  QueueMaildir("/mail/u/.maildir");
+  int syncs = 0;
+  watch.OnCall([&](std::string_view call, std::size_t) {
+    const bool made = syncs > 0 || fs::exists(home / "mail/u/.maildir/tmp");
+    if (made && call == "fsync") watch.FailCall("fsync", syncs++ == 0 ? EIO : 0);
+  });
+  EXPECT_THAT(ErrorOf([&] { request.Commit(); }), HasSubstr("fsync: Input/output error"));
+  EXPECT_GT(syncs, 1) << "taking back is made durable";
+  EXPECT_TRUE(fs::is_empty(home / "mail"));
+  EXPECT_THAT(journal::Ids(), IsEmpty());
 }
 
 // The user's mail reader puts something into the new Maildir before the request fails.
