@@ -1,28 +1,22 @@
 #include "mgr_proc.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
-#include <string_view>
-#include <system_error>
 #include <utility>
-#include <vector>
 
-#include "framework/child_process.h"
 #include "framework/number.h"
+#include "framework/proc_ahead.h"
 #include "framework/pump.h"
 #include "framework/secret_buffer.h"
 #include "framework/secret_text.h"
+#include "framework/started_child.h"
 #include "mgr_cf.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
@@ -57,51 +51,6 @@ constexpr double kLongestLimit = 365.0 * 24 * 3600;
 double LimitInSeconds() {
   const std::optional<double> seconds = ReadNumber(mgr_cf::GetParam("ExecTimeout"));
   return seconds && *seconds > 0 ? std::min(*seconds, kLongestLimit) : kDefaultLimit;
-}
-
-// A file that the system can start by itself; a script without its first line needs a shell.
-bool IsBinary(const std::string& path) {
-  std::array<char, 4> magic{};
-  std::ifstream file(path, std::ios::binary);
-  file.read(magic.data(), magic.size());
-  return file &&
-         std::string_view(magic.data(), magic.size()) ==
-             "\x7f"
-             "ELF" &&
-         ::access(path.c_str(), X_OK) == 0;
-}
-
-// True when a shell would do nothing but start the program that the command line begins with, so
-// that starting the shell can be saved. Only a program that is given by its path and is there: what
-// is to be said of another one is the shell's.
-bool NeedsNoShell(const std::string& command) {
-  constexpr const char* kPlain =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+@%, ";
-  if (!command.starts_with('/') || command.find_first_not_of(kPlain) != std::string::npos) {
-    return false;
-  }
-  return IsBinary(command.substr(0, command.find(' ')));
-}
-
-std::vector<std::string> Words(const std::string& command, int mode) {
-  if (command.find('\0') != std::string::npos) {
-    throw std::system_error(EINVAL, std::generic_category(), "can't start a command with a NUL");
-  }
-  if (mode == kShell && !NeedsNoShell(command)) {
-    // What follows "--" is the command line even when it begins with "-".
-    return {"/bin/sh", "-c", "--", command};
-  }
-  std::vector<std::string> words;
-  std::istringstream line(command);
-  for (std::string word; std::getline(line, word, ' ');) {
-    if (!word.empty()) {
-      words.push_back(word);
-    }
-  }
-  if (words.empty()) {
-    throw std::system_error(ENOENT, std::generic_category(), "can't start an empty command");
-  }
-  return words;
 }
 
 std::string OutOfTime(double limit) {
@@ -162,6 +111,7 @@ class Execute::Run {
 
  private:
   void Start();
+  std::unique_ptr<StartedChild> StartChild();
   int RunChild();
   int Watch(Child& child, Pump& pump);
   bool HasFlooded() const;
@@ -239,21 +189,23 @@ void Execute::Run::NoteFailure() {
 // Half of an answer must not pass for the whole.
 bool Execute::Run::HasFlooded() const { return mode_ == kNoShell && output_.dropped() > 0; }
 
+std::unique_ptr<StartedChild> Execute::Run::StartChild() {
+  if (mode_ == kNoShell) {
+    return std::make_unique<StartedChild>(command_, Shell::kNone, input_);
+  }
+  std::unique_ptr<StartedChild> ahead = Ahead::Take(command_);
+  return ahead ? std::move(ahead)
+               : std::make_unique<StartedChild>(command_, Shell::kIfNeeded, input_);
+}
+
 int Execute::Run::RunChild() {
-  const std::vector<std::string> words = Words(command_, mode_);
-  Pipe in = Pipe::Make();
-  Pipe out = Pipe::Make();
-  Pipe err = Pipe::Make();
-  SendAhead(in.write, input_);
-  Child child(words, in.read.get(), out.write.get(), err.write.get());
-  in.read.Close();
-  out.write.Close();
-  err.write.Close();
+  const std::unique_ptr<StartedChild> started = StartChild();
+  Child& child = started->child;
   if (logger.Check(mgr_log::kDebug)) {
     logger.Write(mgr_log::kDebug, "child %d: %s", child.pid(), command_.c_str());
   }
-  Pump pump(std::move(in.write), input_, {std::move(out.read), &output_, mode_ == kNoShell},
-            {std::move(err.read), &errors_});
+  Pump pump(std::move(started->in), input_, {std::move(started->out), &output_, mode_ == kNoShell},
+            {std::move(started->err), &errors_});
   const int result = Watch(child, pump);
   LogErrors(child.pid());
   LogLoss(child.pid());

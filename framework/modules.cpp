@@ -6,7 +6,9 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <system_error>
+#include <utility>
 
 #include "framework/demangle.h"
 #include "framework/module_registry.h"
@@ -36,7 +38,7 @@ std::string LoaderError(const std::string& file) {
 }
 
 // Empty when the plug-in is loaded and has registered something.
-std::string Load(const std::string& file) {
+std::string LoadFile(const std::string& file) {
   const ModuleRegistry::Loading loading(file);
   if (::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
     return LoaderError(file);
@@ -56,25 +58,6 @@ bool IsLoaded(const std::string& file) {
   return true;
 }
 
-// The test comes first: an exception can't pass through the loader, so that it ends the process as
-// a crash does.
-std::string LoadIfSound(const std::string& file) {
-  if (IsLoaded(file)) {
-    return "is loaded already";
-  }
-  const std::string fault = RunInChild([&file] { return Load(file); }, kLoadLimitSeconds);
-  return fault.empty() ? Load(file) : fault;
-}
-
-PluginReport LoadPlugin(const std::string& file) {
-  try {
-    // An absolute path: a name without a slash would be looked for among the system's libraries.
-    return {file, LoadIfSound(std::filesystem::absolute(file).string())};
-  } catch (const std::exception& error) {
-    return {file, error.what()};
-  }
-}
-
 std::vector<std::string> LibrariesIn(const std::string& folder) {
   std::vector<std::string> files;
   mgr_file::Dir entries(folder);
@@ -87,25 +70,86 @@ std::vector<std::string> LibrariesIn(const std::string& folder) {
   return files;
 }
 
-}  // namespace
-
-std::vector<PluginReport> LoadPlugins(const std::vector<std::string>& files_or_folders) {
-  std::vector<PluginReport> reports;
+// The files that the paths stand for; a folder that can't be read is in the place of its files.
+std::vector<PluginReport> FilesOf(const std::vector<std::string>& files_or_folders) {
+  std::vector<PluginReport> files;
   for (const std::string& path : files_or_folders) {
     std::error_code error;
     if (!std::filesystem::is_directory(path, error)) {
-      reports.push_back(LoadPlugin(path));
+      files.push_back({path, ""});
       continue;
     }
     try {
       for (const std::string& file : LibrariesIn(path)) {
-        reports.push_back(LoadPlugin(file));
+        files.push_back({file, ""});
       }
     } catch (const mgr_err::Error& failure) {
-      reports.push_back({path, failure.what()});
+      files.push_back({path, failure.what()});
     }
   }
-  return reports;
+  return files;
+}
+
+}  // namespace
+
+// The trial comes first: an exception can't pass through the loader, so that it ends the process as
+// a crash does.
+class PluginLoading::Trial {
+ public:
+  // An absolute path: a name without a slash would be looked for among the system's libraries.
+  explicit Trial(const std::string& file)
+      : file_(std::filesystem::absolute(file).string()), is_loaded_(IsLoaded(file_)) {
+    if (!is_loaded_) {
+      run_.emplace([this] { return LoadFile(file_); }, kLoadLimitSeconds);
+    }
+  }
+
+  // Loads a plug-in that is sound. Empty when it is loaded, else why not.
+  std::string Load() {
+    if (is_loaded_) {
+      return "is loaded already";
+    }
+    const std::string fault = run_->Answer();
+    return fault.empty() ? LoadFile(file_) : fault;
+  }
+
+ private:
+  const std::string file_;
+  const bool is_loaded_;
+  std::optional<TrialRun> run_;
+};
+
+PluginLoading::PluginLoading(const std::vector<std::string>& files_or_folders)
+    : files_(FilesOf(files_or_folders)) {
+  if (files_.empty() || !files_.front().error.empty()) {
+    return;
+  }
+  try {
+    first_ = std::make_unique<Trial>(files_.front().file);
+  } catch (const std::exception&) {
+    // Loading tries it again, and tells.
+  }
+}
+
+PluginLoading::~PluginLoading() = default;
+
+std::vector<PluginReport> PluginLoading::Load() {
+  for (PluginReport& report : files_) {
+    if (!report.error.empty()) {
+      continue;
+    }
+    try {
+      const auto trial = first_ ? std::move(first_) : std::make_unique<Trial>(report.file);
+      report.error = trial->Load();
+    } catch (const std::exception& error) {
+      report.error = error.what();
+    }
+  }
+  return std::move(files_);
+}
+
+std::vector<PluginReport> LoadPlugins(const std::vector<std::string>& files_or_folders) {
+  return PluginLoading(files_or_folders).Load();
 }
 
 std::vector<PluginReport> BuildModules(const std::string& category) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,13 +17,33 @@ struct PluginReport {
   std::string error;  ///< empty: all is well; else what is wrong, without the file's name
 };
 
-/// Loads plug-ins, with all their symbols resolved and none of them offered to other libraries. A
-/// folder stands for its files "*.so" in name order. Each file is first loaded by a child process,
-/// so that one that throws, crashes or hangs there, or is no plug-in (it registers no module
-/// constructor), is never loaded here. A plug-in that is fine stays until the process ends.
+/// Loading of plug-ins, begun before its outcome is needed: the first one is tried meanwhile.
 ///
-/// One report for each file, in order, and one for each path that does not exist; never throws for
-/// a bad plug-in. For the main thread, before others are started.
+/// A folder stands for its files "*.so" in name order. Each file is first loaded by a child
+/// process, so that one that throws, crashes or hangs there, or is no plug-in (it registers no
+/// module constructor), is never loaded here. For the main thread, before others are started.
+class BRISQ_API PluginLoading {
+ public:
+  /// Looks for the files and starts the trial of the first.
+  explicit PluginLoading(const std::vector<std::string>& files_or_folders);
+  ~PluginLoading();
+  PluginLoading(const PluginLoading&) = delete;
+  PluginLoading& operator=(const PluginLoading&) = delete;
+
+  /// Loads the plug-ins, with all their symbols resolved and none of them offered to other
+  /// libraries. A plug-in that is fine stays until the process ends. To be called once.
+  ///
+  /// One report for each file, in order, and one for each path that does not exist; never throws
+  /// for a bad plug-in.
+  std::vector<PluginReport> Load();
+
+ private:
+  class Trial;
+  std::vector<PluginReport> files_;
+  std::unique_ptr<Trial> first_;  // null when it has been used or could not be started
+};
+
+/// Loads plug-ins at once.
 BRISQ_API std::vector<PluginReport> LoadPlugins(const std::vector<std::string>& files_or_folders);
 
 /// Calls the constructor functions registered under `category` that have not been called yet, in

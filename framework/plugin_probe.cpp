@@ -15,8 +15,8 @@
 #include <exception>
 #include <optional>
 #include <string_view>
+#include <utility>
 
-#include "framework/descriptor.h"
 #include "mgr_err.h"
 
 namespace {
@@ -123,33 +123,49 @@ int WaitFor(pid_t child) {
 
 }  // namespace
 
-std::string RunInChild(const std::function<std::string()>& attempt, int limit_seconds) {
+TrialRun::TrialRun(const std::function<std::string()>& attempt, int limit_seconds)
+    : limit_seconds_(limit_seconds), deadline_(Clock::now() + std::chrono::seconds(limit_seconds)) {
   std::array<int, 2> ends;
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw CannotStart("pipe");
   }
-  const Descriptor in(ends[0]);
-  Descriptor out(ends[1]);
-  const pid_t child = ::fork();
-  if (child < 0) {
+  in_ = Descriptor(ends[0]);
+  const Descriptor out(ends[1]);
+  child_ = ::fork();
+  if (child_ < 0) {
     throw CannotStart("fork");
   }
-  if (child == 0) {
+  if (child_ == 0) {
     answer_fd = out.get();
     AnswerBy(attempt);
   }
-  out.Close();
-  std::optional<std::string> answer =
-      ReadAnswer(in.get(), Clock::now() + std::chrono::seconds(limit_seconds));
-  // Nothing more is wanted of it, and how it ended by itself can't change any more.
-  ::kill(child, SIGKILL);
-  const int status = WaitFor(child);
+}
+
+TrialRun::~TrialRun() {
+  if (child_ > 0) {
+    End();
+  }
+}
+
+// Nothing more is wanted of the child, and how it ended by itself can't change any more.
+int TrialRun::End() noexcept {
+  ::kill(child_, SIGKILL);
+  return WaitFor(std::exchange(child_, -1));
+}
+
+std::string TrialRun::Answer() {
+  std::optional<std::string> answer = ReadAnswer(in_.get(), deadline_);
+  const int status = End();
   if (!answer) {
-    return "does not return within " + std::to_string(limit_seconds) + " s";
+    return "does not return within " + std::to_string(limit_seconds_) + " s";
   }
   if (!answer->ends_with(kEnd)) {
     return Ending(status);
   }
   answer->pop_back();
   return *answer;
+}
+
+std::string RunInChild(const std::function<std::string()>& attempt, int limit_seconds) {
+  return TrialRun(attempt, limit_seconds).Answer();
 }

@@ -14,6 +14,7 @@
 #include "framework/journal.h"
 #include "framework/log_setup.h"
 #include "framework/modules.h"
+#include "framework/proc_ahead.h"
 #include "framework/reload_queue.h"
 #include "framework/seal.h"
 #include "mgr_cf.h"
@@ -115,13 +116,28 @@ void DeclareParams() {
   mgr_cf::AddParam("JobHistoryDays", "90");
 }
 
-std::vector<brisq_api::PluginReport> StartPlugins(const mgr_cf::Settings& settings) {
-  const std::vector<std::string> installed{Instance::DefaultPluginFolder()};
-  auto reports = brisq_api::LoadPlugins(settings.plugins.empty() ? installed : settings.plugins);
+std::vector<std::string> PluginPaths(const mgr_cf::Settings& settings) {
+  return settings.plugins.empty() ? std::vector<std::string>{Instance::DefaultPluginFolder()}
+                                  : settings.plugins;
+}
+
+std::vector<brisq_api::PluginReport> StartPlugins(brisq_api::PluginLoading& plugins) {
+  auto reports = plugins.Load();
   for (const brisq_api::PluginReport& report : brisq_api::BuildModules("email_interface")) {
     reports.push_back(report);
   }
   return reports;
+}
+
+// What Dovecot's back-end asks while it is built. The tool takes longer than all the rest of
+// opening the panel.
+std::unique_ptr<mgr_proc::Ahead> AskForSchemes() {
+  const std::string doveadm = mgr_cf::GetPath("dovecot-doveadm");
+  if (mgr_cf::GetParam("POP3") != "dovecot" || doveadm.empty() ||
+      !IsSafeProgram("dovecot-doveadm")) {
+    return nullptr;
+  }
+  return std::make_unique<mgr_proc::Ahead>(doveadm + " pw -l");
 }
 
 // Why no mail back-end would be at work, for the one who asks for a mailbox.
@@ -147,6 +163,8 @@ struct Instance::State {
     MakeStateFolder(mgr_file::SplitPath(settings.database).first);
     mgr_cf::Apply(settings);
     ConfigureLog(settings);
+    const auto schemes = AskForSchemes();
+    brisq_api::PluginLoading plugins(PluginPaths(settings));
     RefreshLock::SetFolder(settings.state);
     PasswdFileEdit::SetFolder(settings.state);
     SetInstancePlaces({settings.state, settings.database, settings.log_directory});
@@ -157,7 +175,7 @@ struct Instance::State {
     DeclareParams();
     // The mail back-end runs it when it is built.
     RefuseUnsafeProgram("dovecot-doveadm");
-    reports = StartPlugins(settings);
+    reports = StartPlugins(plugins);
     SetBackendProblem(BackendProblem(reports));
     if (HasMailBackend()) {
       AbsolutePath("dovecot-passwd");

@@ -7,6 +7,15 @@
 
 namespace brisq_panel {
 
+namespace {
+
+std::string WhyUnsafe(const std::string& key) {
+  const std::string command = str::Trim(mgr_cf::GetPath(key));
+  return mgr_proc::WhyUnsafe(command.substr(0, command.find(' ')));
+}
+
+}  // namespace
+
 std::string AbsolutePath(const std::string& key) {
   std::string path = mgr_cf::GetPath(key);
   if (path.empty() || path.front() != '/') {
@@ -16,11 +25,12 @@ std::string AbsolutePath(const std::string& key) {
 }
 
 void RefuseUnsafeProgram(const std::string& key) {
-  const std::string command = str::Trim(mgr_cf::GetPath(key));
-  const std::string why = mgr_proc::WhyUnsafe(command.substr(0, command.find(' ')));
+  const std::string why = WhyUnsafe(key);
   if (!why.empty()) {
     throw mgr_err::Error("config", key, "not safe: " + why);
   }
 }
+
+bool IsSafeProgram(const std::string& key) { return WhyUnsafe(key).empty(); }
 
 }  // namespace brisq_panel

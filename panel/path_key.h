@@ -15,4 +15,7 @@ BRISQ_API std::string AbsolutePath(const std::string& key);
 /// @throws mgr_err::Error "config" with the key as object and the reason (safe_program.h)
 BRISQ_API void RefuseUnsafeProgram(const std::string& key);
 
+/// False for a program that RefuseUnsafeProgram refuses.
+BRISQ_API bool IsSafeProgram(const std::string& key);
+
 }  // namespace brisq_panel

@@ -57,6 +57,14 @@ TEST_F(DoveadmAnswers, AProgramThatOthersCouldReplaceIsNamedAndNeverRun) {
   }
 }
 
+// It is begun while the panel is opened, and the back-end takes it over.
+TEST_F(DoveadmAnswers, TheSchemesAreAskedForOnceAStart) {
+  UseDoveadm(support::WriteStub(dir_ / "doveadm",
+                                "echo \"$@\" >> '" + (dir_ / "calls") + "'; echo 'CRAM-MD5 '"));
+  EXPECT_EQ(0, Run("owner list").status);
+  EXPECT_EQ("pw -l\n", dir_.Read("calls"));
+}
+
 TEST_F(DoveadmAnswers, ToolsWorkUnderOneUmaskWhateverTheCallersIs) {
   UseDoveadm(support::WriteStub(
       dir_ / "doveadm", "[ \"$1\" = reload ] && umask > '" + (dir_ / "umask") + "'; exit 0"));

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <filesystem>
@@ -44,6 +45,12 @@ class ModulesTest : public testing::Test {
 
   support::TempDir directory;
 };
+
+// One that has ended but was not collected counts too.
+bool HasChild() {
+  siginfo_t status = {};
+  return ::waitid(P_ALL, 0, &status, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
 
 std::string ErrorOf(const std::string& file) {
   const std::vector<PluginReport> reports = LoadPlugins({file});
@@ -145,6 +152,24 @@ TEST_F(ModulesTest, AFolderStandsForItsLibrariesInNameOrder) {
   ASSERT_EQ(2U, reports.size());
   EXPECT_EQ(directory / "a.so", reports[0].file);
   EXPECT_EQ(directory / "b.so", reports[1].file);
+}
+
+TEST_F(ModulesTest, WhatIsOnlyBegunLoadsNothing) {
+  const std::string file = CopyOf("good_module", "begun.so");
+  { const brisq_api::PluginLoading loading({file}); }
+  EXPECT_EQ(nullptr, ::dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD));
+  EXPECT_THAT(BuildModules(kCategory), IsEmpty());
+}
+
+TEST_F(ModulesTest, TheFirstIsTriedWhileTheCallerGoesOn) {
+  const std::string good = CopyOf("good_module", "good.so");
+  brisq_api::PluginLoading loading({directory.MakeFolder("empty"), good});
+  EXPECT_TRUE(HasChild());
+  const std::vector<PluginReport> reports = loading.Load();
+  ASSERT_EQ(1U, reports.size());
+  EXPECT_EQ(good, reports[0].file);
+  EXPECT_EQ("", reports[0].error);
+  EXPECT_FALSE(HasChild());
 }
 
 TEST_F(ModulesTest, ABadPluginDoesNotStopTheNext) {

@@ -147,6 +147,38 @@ TEST(RunInChild, LeavesNeitherDescriptorsNorZombies) {
   EXPECT_EQ(ECHILD, errno);
 }
 
+TEST(TrialRun, TheCallerGoesOnMeanwhile) {
+  int ends[2];
+  ASSERT_EQ(0, ::pipe(ends));
+  TrialRun trial(
+      [&ends] {
+        char byte = 0;
+        return std::string(::read(ends[0], &byte, 1) == 1 ? "told to go on" : "lost");
+      },
+      kLimit);
+  EXPECT_EQ(1, ::write(ends[1], "x", 1));
+  EXPECT_EQ("told to go on", trial.Answer());
+  ::close(ends[0]);
+  ::close(ends[1]);
+}
+
+TEST(TrialRun, OneThatIsNotAskedLeavesNeitherDescriptorsNorZombies) {
+  const std::size_t before = OpenDescriptors();
+  for (const bool hangs : {false, true}) {
+    const TrialRun trial(
+        [hangs] {
+          while (hangs) {
+            ::pause();
+          }
+          return std::string();
+        },
+        kLimit);
+  }
+  EXPECT_EQ(before, OpenDescriptors());
+  EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG));
+  EXPECT_EQ(ECHILD, errno);
+}
+
 // A host that ignores SIGCHLD never gets to see an exit status.
 TEST(RunInChild, WorksInAHostThatIgnoresItsChildren) {
   const auto old = std::signal(SIGCHLD, SIG_IGN);

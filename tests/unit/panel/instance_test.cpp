@@ -1,6 +1,7 @@
 #include "panel/instance.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 
@@ -17,6 +18,7 @@
 #include "panel/owners.h"
 #include "panel/records.h"
 #include "tests/support/places.h"
+#include "tests/support/stub_program.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -202,6 +204,24 @@ TEST_F(InstanceTest, WithoutTheParameterTheReasonIsThat) {
   const Instance instance(settings_);
   EXPECT_EQ("plugin: mail back-end: the parameter POP3 is not set",
             panel_test::TextOf([] { brisq_panel::MailBackend(); }));
+}
+
+// What is begun while the rest is opened must not outlive an opening that fails, or that has no
+// back-end which asks for it.
+TEST_F(InstanceTest, NothingThatWasBegunEarlyStays) {
+  settings_.params["POP3"] = "dovecot";
+  settings_.paths["dovecot-doveadm"] = support::WriteStub(dir_ / "doveadm", "exec sleep 60");
+  dir_.Write("garbage", std::string(8192, 'g'));
+  for (const std::string& database : {dir_ / "garbage", dir_ / "state/panel.db"}) {
+    SCOPED_TRACE(database);
+    settings_.database = database;
+    try {
+      const Instance instance(settings_);
+    } catch (const mgr_err::Error& error) {
+      EXPECT_EQ("db", error.type());
+    }
+    EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG)) << "a child was left behind";
+  }
 }
 
 TEST_F(InstanceTest, PluginsAreLookedForBesideTheLibrary) {

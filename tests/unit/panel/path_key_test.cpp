@@ -38,6 +38,7 @@ TEST_F(PathKey, AProgramThatIsHandedPasswordsMustBeTheAdministratorsAlone) {
     SCOPED_TRACE(value);
     mgr_cf::SetPath("key", value);
     EXPECT_EQ("none", panel_test::ErrorOf([] { brisq_panel::RefuseUnsafeProgram("key"); }).type());
+    EXPECT_TRUE(brisq_panel::IsSafeProgram("key"));
   }
   mgr_cf::SetPath("key", "bin/doveadm -c x");
   EXPECT_EQ("config: key: not safe: bin/doveadm is no absolute path",
@@ -46,6 +47,7 @@ TEST_F(PathKey, AProgramThatIsHandedPasswordsMustBeTheAdministratorsAlone) {
   mgr_cf::SetPath("key", " " + program + " -c x");
   EXPECT_EQ("config: key: not safe: " + program + " is writable by other users",
             panel_test::TextOf([] { brisq_panel::RefuseUnsafeProgram("key"); }));
+  EXPECT_FALSE(brisq_panel::IsSafeProgram("key"));
 }
 
 }  // namespace
