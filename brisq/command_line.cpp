@@ -63,12 +63,22 @@ void Bind(CLI::App& root, Bound& bound) {
 }
 
 void DescribeNouns(CLI::App& root) {
-  for (CLI::App* noun : root.get_subcommands({})) {
-    std::string verbs;
-    for (const CLI::App* verb : noun->get_subcommands({}))
-      verbs += (verbs.empty() ? "" : ", ") + verb->get_name();
-    if (!verbs.empty()) noun->description(verbs);
+  std::map<std::string, std::string> verbs;
+  for (const Command& command : Commands()) {
+    std::string& known = verbs[command.noun];
+    known += (known.empty() ? "" : ", ") + command.verb;
   }
+  for (CLI::App* noun : root.get_subcommands({}))
+    if (!verbs[noun->get_name()].empty()) noun->description(verbs[noun->get_name()]);
+}
+
+// The commands that the words can mean; the parser need not know more of the others than their
+// nouns, and telling it all of them takes longer than reading the words.
+bool CanMean(const std::vector<std::string>& words, const Command& command) {
+  const auto has = [&](const std::string& word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+  };
+  return has(command.noun) || has("--help-all");
 }
 
 Arguments ArgumentsOf(const Bound& bound) {
@@ -156,12 +166,15 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& word
 
   std::vector<Bound> bounds;
   for (const Command& command : Commands()) bounds.push_back({&command, nullptr, {}, {}});
-  for (Bound& bound : bounds) Bind(root, bound);
+  for (Bound& bound : bounds) {
+    NounOf(root, *bound.command);
+    if (CanMean(words, *bound.command)) Bind(root, bound);
+  }
   DescribeNouns(root);
   if (Parse(root, words, console)) return std::nullopt;
 
   for (const Bound& bound : bounds)
-    if (bound.app->parsed()) {
+    if (bound.app != nullptr && bound.app->parsed()) {
       line.command = bound.command;
       line.arguments = ArgumentsOf(bound);
     }

@@ -110,6 +110,28 @@ TEST_F(CommandLineTest, TheLongHelpNamesEveryCommand) {
     EXPECT_NE(std::string::npos, out_.str().find(command.summary)) << command.summary;
 }
 
+// The parser knows no more of a noun that stands nowhere in the line.
+TEST_F(CommandLineTest, TheShortHelpNamesTheVerbsOfEveryNoun) {
+  EXPECT_FALSE(Parse({"--help"}));
+  const std::string text = out_.str();
+  for (const Command& command : Commands()) {
+    SCOPED_TRACE(command.noun + " " + command.verb);
+    const std::size_t noun = text.find("\n  " + command.noun + " ");
+    ASSERT_NE(std::string::npos, noun);
+    // Its description ends where the next noun begins, or the text.
+    std::size_t end = noun;
+    do end = text.find("\n  ", end + 1);
+    while (end != std::string::npos && text[end + 3] == ' ');
+    EXPECT_NE(std::string::npos, text.substr(noun, end - noun).find(command.verb));
+  }
+}
+
+TEST_F(CommandLineTest, AWordOfAnotherCommandIsAnOperandAllTheSame) {
+  const auto line = Parse({"owner", "show", "mailbox"});
+  ASSERT_TRUE(line);
+  EXPECT_EQ("owner", line->command->noun);
+}
+
 TEST_F(CommandLineTest, TheHelpOfACommandNamesItsOptions) {
   for (const Command& command : Commands()) {
     SCOPED_TRACE(command.noun + " " + command.verb);
