@@ -104,8 +104,9 @@ bool ConfFile::IsCurrent() const {
 }
 
 void ConfFile::Refresh() {
+  const std::int64_t began = RecentLook::Now();
   if (!IsCurrent()) ReadAnew();
-  looked_.Renew();
+  looked_.Renew(began);
 }
 
 void ConfFile::ReadAnew() {

@@ -31,7 +31,7 @@ void ConfMemory::Release::operator()(void* block) const noexcept {
 
 ConfMemory::ConfMemory(std::size_t bytes) {
   if (bytes == 0) return;
-  // Half of a large page may be wasted; touching as many small ones takes three times as long.
+  // Up to a large page may be wasted; touching as many small ones takes three times as long.
   const bool large = bytes >= kLargePage / 2;
   if (large) bytes = (bytes + kLargePage - 1) / kLargePage * kLargePage;
   void* block = large ? Map(bytes) : std::calloc(bytes, 1);

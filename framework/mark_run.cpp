@@ -5,9 +5,9 @@ namespace mgr_db {
 bool MarkRun::Add(const std::string& table, const KnownRow& row,
                   const CustomTable::Match::value_type& change) {
   if (IsEmpty()) {
-    table_ = table;
     change_ = change;
     first_ = row.id;
+    table_ = table;
   } else if (table_ != table || change_ != change || last_ < row.after || row.id <= last_) {
     return false;
   }

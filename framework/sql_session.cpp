@@ -535,12 +535,27 @@ void SqlSession::CommitGroup() {
     return;
   }
   database_->in_group = false;
+  const std::exception_ptr lost_marks = WriteOrDropMarks();
   try {
     Run("COMMIT");
   } catch (...) {
     RollbackTransaction();
     throw;
   }
+  if (lost_marks) {
+    std::rethrow_exception(lost_marks);
+  }
+}
+
+// Marks that can't be written must not take with them what else the group has changed.
+std::exception_ptr SqlSession::WriteOrDropMarks() noexcept {
+  try {
+    WriteMarks();
+  } catch (...) {
+    owed_.Clear();
+    return std::current_exception();
+  }
+  return nullptr;
 }
 
 void SqlSession::EndGroupWhenOld() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -78,6 +79,7 @@ class SqlSession : public Connection {
   bool MarkLater(const CustomTable& table, long long id, const CustomTable::Match& changes);
   void ForgetRow(const CustomTable& table, long long id, const CustomTable::Match& changes);
   void WriteMarks();
+  std::exception_ptr WriteOrDropMarks() noexcept;
   void Settle();
 
   bool InRehearsal();

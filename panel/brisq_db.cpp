@@ -108,6 +108,10 @@ std::string EmailTable::Schema() const {
 namespace {
 
 void SweepRows(const std::string& condition) {
+  if (!brisq_panel::IsAnyMailbox(condition)) {
+    return;  // the usual case: one look at all rows instead of several
+  }
+  brisq_panel::RefuseLargeSweep(condition);
   brisq_panel::ArchiveMailboxes(condition, brisq_panel::kSwept);
   mgr_db::ThreadConnection()->Change("DELETE FROM mailboxes WHERE " + condition);
 }
@@ -117,16 +121,14 @@ void SweepRows(const std::string& condition) {
 void EmailTable::DbDelete(const std::string& condition) {
   brisq_panel::RefreshWatch::SawSweep();
   const std::string limited = "(" + condition + ")" + brisq_panel::RefreshWatch::SweepLimit();
-  if (!brisq_panel::IsAnyMailbox(limited)) {
-    return;  // one look at all rows instead of four
-  }
-  brisq_panel::RefuseLargeSweep(limited);
   if (Request::Current() != nullptr) {
     SweepRows(limited);
     return;
   }
   // Never a row that is gone and not kept, nor one that is kept and not gone.
   Request request("mailbox sweep");
+  // What was changed before is durable then, and nobody waits for it while back-ends hash.
+  mgr_db::ThreadConnection()->LockForWriting();
   SweepRows(limited);
   request.Commit();
 }

@@ -45,5 +45,5 @@ class Bench:
         path = os.path.join(self.folder("files"), str(lines))
         return path if os.path.exists(path) else write_passwd(path, lines)
 
-    def pair(self, ours, peer, count=None, memory=0):
-        return pair(count or self.pairs, ours, peer, memory=memory)
+    def pair(self, ours, peer, count=None):
+        return pair(count or self.pairs, ours, peer)

@@ -1,7 +1,6 @@
 """Timing of whole processes, and what pairs of measurements say."""
 
 import dataclasses
-import mmap
 import os
 import shutil
 import statistics
@@ -51,32 +50,16 @@ def seconds(command, stdin="/dev/null", repeat=1):
     return time.perf_counter() - begin
 
 
-def back_memory(size):
-    """Uses and frees some memory, so that what is free is backed by the machine's host.
-
-    The host of a virtual machine takes free memory back after seconds; touching it again costs up
-    to 25 times as much, and falls on whoever comes next.
-    """
-    if size == 0:
-        return
-    with mmap.mmap(-1, size) as memory:
-        memory.madvise(mmap.MADV_HUGEPAGE)
-        for at in range(0, size, mmap.PAGESIZE):
-            memory[at] = 1
-
-
-def pair(count, ours, peer, settle=False, memory=0):
+def pair(count, ours, peer, settle=False):
     """Pairs of what the two functions return, each called with the number of the pair.
 
     settle  writes everything back before each, so that none pays for what another left
-    memory  bytes that each finds free and backed
     """
     pairs = Pairs([], [])
     for number in range(count):
         for call, into in ((ours, pairs.ours), (peer, pairs.peer)):
             if settle:
                 os.sync()
-            back_memory(memory)
             into.append(call(number))
     return pairs
 

@@ -11,12 +11,6 @@ from tool.table import Result, duration, ratio
 NANOSECOND = 1e-9
 
 
-def memory_for(file):
-    """Bytes for a file that is read and written; of much more the host would take some back at once.
-    """
-    return 2 * os.path.getsize(file)
-
-
 class Changes:
     """One changed line of a file, by our driver and by a peer with a copy of its own."""
 
@@ -34,8 +28,8 @@ class Changes:
     def ours(self, _):
         return seconds([self.bench.driver("change_line"), self.file, self.name, self.fresh_hash()])
 
-    def against(self, peer):
-        return pair(self.bench.pairs, self.ours, peer, settle=True, memory=memory_for(self.file))
+    def against(self, peer, settle=True):
+        return pair(self.bench.pairs, self.ours, peer, settle)
 
     def copy(self, suffix):
         return shutil.copyfile(self.file, f"{self.file}.{suffix}")
@@ -83,11 +77,9 @@ def row_3(bench):
 def row_4(bench):
     file = bench.passwd(bench.lines)
     load = [bench.driver("lines"), "load", file]
-    count = bench.pair(lambda _: seconds(load), lambda _: seconds(["wc", "-l", file]),
-                       memory=memory_for(file))
+    count = bench.pair(lambda _: seconds(load), lambda _: seconds(["wc", "-l", file]))
     array = bench.pair(lambda _: seconds(load),
-                       lambda _: seconds(["gawk", "-F:", "{line[$1] = $0}", file]),
-                       memory=memory_for(file))
+                       lambda _: seconds(["gawk", "-F:", "{line[$1] = $0}", file]))
     find = statistics.median(
         numbers(run([bench.driver("lines"), "find", file, str(bench.lines)]))[0][0]
         for _ in range(bench.pairs))
@@ -108,7 +100,7 @@ def row_5(bench):
 def row_6(bench):
     file = bench.passwd(bench.lines)
     pairs = bench.pair(lambda _: seconds([bench.driver("lines"), "walk", file]),
-                       lambda _: seconds(["wc", "-l", file]), memory=memory_for(file))
+                       lambda _: seconds(["wc", "-l", file]))
     return [ratio(6, f"walk of {bench.lines:,} lines, all nine fields read by a cursor", pairs,
                   "wc -l", 3)]
 

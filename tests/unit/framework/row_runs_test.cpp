@@ -373,6 +373,21 @@ TEST_F(FullRowRunsTest, MarksThatCantBeWrittenFailTheCommit) {
   }
 }
 
+// What else a group has changed is not lost with them.
+TEST_F(FullRowRunsTest, AGroupKeepsItsOtherChangesWithoutItsLostMarks) {
+  Fill();
+  mgr_db::GroupedChanges group;
+  mgr_db::ThreadConnection()->Change("UPDATE boxes SET size = 1 WHERE id = 1");
+  EXPECT_EQ("db", TypeOf([&] { Mark(kBoxes, 2000000000); }));
+  EXPECT_EQ("db", TypeOf([&] { group.Commit(); }));
+  std::string seen;
+  std::jthread([&] {
+    seen = mgr_db::ThreadConnection()->Query("SELECT size FROM boxes WHERE id = 1", {}, 1)[0][0];
+  }).join();
+  EXPECT_EQ("1", seen);
+  EXPECT_EQ("0", CountOfTag(2000000000));
+}
+
 TEST_F(FullRowRunsTest, AGroupTellsOfItsLostMarks) {
   Fill();
   const std::string before = Content();

@@ -1,5 +1,7 @@
 #include "brisq_db.h"
 
+#include <thread>
+
 #include "framework/config_file.h"
 #include "framework/database.h"
 #include "framework/request.h"
@@ -182,6 +184,24 @@ TEST_F(Records, ASweepInsideARequestIsItsOwn) {
   }
   EXPECT_EQ("3", Rows());
   EXPECT_EQ("0", Archived());
+}
+
+// Hashing may follow a refresh's sweep: nobody else shall wait for the database meanwhile.
+TEST_F(Records, ASweepOfNothingMakesDurableWhatWasChangedBefore) {
+  AddRows(1);
+  mgr_db::GroupedChanges group;
+  Tag("1", 7);
+  Sweep("tag != 7");
+  std::string seen;
+  std::string error;
+  const auto look_and_change = [&] {
+    seen = mgr_db::ThreadConnection()->Query("SELECT tag FROM mailboxes", {}, 1).front().front();
+    mgr_db::ThreadConnection()->Change("UPDATE mailboxes SET tag = 8");
+  };
+  std::jthread([&] { error = ErrorOf(look_and_change).type(); }).join();
+  EXPECT_EQ("none", error);
+  EXPECT_EQ("7", seen);
+  EXPECT_EQ("8", Column("SELECT tag FROM mailboxes"));
 }
 
 TEST_F(Records, ASweepThatFailsHalfWayLeavesNothing) {
