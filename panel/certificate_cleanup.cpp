@@ -1,12 +1,11 @@
 #include "panel/certificate_cleanup.h"
 
-#include <utility>
-
+#include "brisq_api.h"
 #include "framework/modules.h"
-#include "framework/request.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
 #include "mgr_job.h"
+#include "panel/names.h"
 #include "panel/tls_state.h"
 
 namespace brisq_panel {
@@ -14,30 +13,31 @@ namespace brisq_panel {
 namespace {
 
 // The back-end tells its log alone that it could not remove a snippet.
-class LookAfterPruning : public mgr_job::Job {
+class SnippetRemoval : public brisq_api::Action {
  public:
-  explicit LookAfterPruning(std::string snippet) : snippet_(std::move(snippet)) {}
-  void Do() override {
-    const auto look = [snippet = snippet_] {
-      if (mgr_file::Exists(snippet)) {
-        throw mgr_err::Error("file", snippet, "is still there; brisq tls prune tries again");
-      }
-    };
-    // The journal holds the call that was to remove it.
-    Request::Current()->AfterCommit("removal of " + snippet_, look, Request::Failing::kStaysOwed);
+  SnippetRemoval() : Action(kPruneAction, kAdministratorOnly, nullptr) {}
+  void Execute(brisq_api::Session& session) const override {
+    const std::string snippet = PlacesOf(CheckDomain(session.Param("domain"))).snippet;
+    brisq_api::InternalCall(kCheckAction, "");
+    if (!mgr_file::Exists(snippet)) {
+      return;
+    }
+    if (MissingFileOf(snippet).empty()) {
+      throw mgr_err::Error("exists", snippet,
+                           "names files that are there: remove it if nobody needs it");
+    }
+    throw mgr_err::Error("file", snippet, "is still there; brisq tls prune tries again");
   }
-  void Undo() override {}
-
- private:
-  const std::string snippet_;
 };
+
+// There before a recovery looks for it.
+const SnippetRemoval snippet_removal;
 
 }  // namespace
 
 void PruneAfterCommit(const std::string& domain) {
   if (brisq_api::FindAction(kCheckAction) != nullptr) {
-    new mgr_job::CallOnCommit(kCheckAction, "");
-    new LookAfterPruning(PlacesOf(domain).snippet);
+    new mgr_job::CallOnCommit(kPruneAction, "domain=" + domain);
   }
   if (brisq_api::FindAction(kReloadAction) != nullptr) {
     new mgr_job::CallOnCommit(kReloadAction, "hard=on");

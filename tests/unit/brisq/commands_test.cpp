@@ -341,8 +341,9 @@ TEST_F(CommandsTest, ReloadsAreRunAndShown) {
 
 TEST_F(CommandsTest, ActionsAreListedAndRun) {
   const json actions = Data("action list");
-  ASSERT_EQ(2u, actions.size());
+  ASSERT_EQ(3u, actions.size());
   EXPECT_EQ("dovecot.certs.check", actions[0]["action"]);
+  EXPECT_EQ("panel.tls.prune", actions[2]["action"]);
   EXPECT_EQ("0xe0000000", actions[0]["access"]);
   EXPECT_EQ(0, Run("action run dovecot.certs.check").status);
   EXPECT_EQ(4, Run("action run nonsense").status);
