@@ -218,7 +218,8 @@ void Queue::Keep(const ReloadRequest& request) {
   kept->second.hard = kept->second.hard || request.hard;
 }
 
-void Queue::StoreKept() {
+std::string Queue::StoreKept() {
+  const std::lock_guard<std::mutex> alone(storing_);
   std::unique_lock<std::mutex> hold(mutex_);
   const std::map<std::string, ReloadRequest> kept = std::exchange(kept_, {});
   const std::shared_ptr<ReloadStore> store = store_;
@@ -231,13 +232,14 @@ void Queue::StoreKept() {
       Keep(request);
     }
   }
+  hold.lock();
+  return kept_.empty() ? "" : kept_.begin()->first;
 }
 
 void Queue::RequireStored() {
-  StoreKept();
-  const std::lock_guard<std::mutex> hold(mutex_);
-  if (!kept_.empty()) {
-    throw mgr_err::Error("later", "request of " + kept_.begin()->first, "can't be stored");
+  const std::string kept = StoreKept();
+  if (!kept.empty()) {
+    throw mgr_err::Error("later", "request of " + kept, "can't be stored");
   }
 }
 

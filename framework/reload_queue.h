@@ -92,7 +92,8 @@ class BRISQ_API Queue {
   std::shared_ptr<ReloadStore> Store() const;
   std::vector<ReloadCommands> Actions() const;
   void Keep(const ReloadRequest& request);
-  void StoreKept();
+  // Stores what Ask could only keep; the action of a request that stays kept, empty for none.
+  std::string StoreKept();
   ReloadRun Run(ReloadStore& store, const Group& group, const std::vector<ReloadCommands>& actions);
   std::string TestOf(const std::string& group) const;
   std::string LockPath(const char* name) const;
@@ -100,6 +101,7 @@ class BRISQ_API Queue {
   CommandRunner runner_;
   Clock clock_;
   RunGate gate_;
+  std::mutex storing_;        // while requests are between kept_ and the store; taken before mutex_
   mutable std::mutex mutex_;  // of all below
   std::shared_ptr<ReloadStore> store_;
   std::string state_folder_;

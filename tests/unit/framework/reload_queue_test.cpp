@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -252,6 +254,48 @@ TEST_F(ReloadQueue, WhatCannotBeStoredIsToldToWhoRequiresIt) {
   queue_.RequireStored();
   EXPECT_EQ(1u, Status().requests);
   EXPECT_EQ(Words(), Commands()) << "nothing runs by that";
+}
+
+// The first thread that stores what was kept is held up in it for a while, and refused.
+class SlowStore : public reloader::MemoryReloadStore {
+ public:
+  void Add(const reloader::ReloadRequest&) override {
+    std::unique_lock<std::mutex> hold(mutex_);
+    if (++calls_ == 2) {
+      changed_.notify_all();
+      changed_.wait_for(hold, milliseconds(300), [this] { return let_go_; });
+    }
+    throw mgr_err::Error("locked", "database");
+  }
+  void WaitUntilHeldUp() {
+    std::unique_lock<std::mutex> hold(mutex_);
+    changed_.wait(hold, [this] { return calls_ >= 2; });
+  }
+  void LetGo() {
+    const std::lock_guard<std::mutex> hold(mutex_);
+    let_go_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int calls_ = 0;
+  bool let_go_ = false;
+};
+
+TEST_F(ReloadQueue, WhatAnotherThreadIsStoringIsNotTakenForStored) {
+  const auto store = std::make_shared<SlowStore>();
+  queue_.SetStore(store);
+  for (int count = 0; count < 3; ++count) {
+    logs_.ExpectError("request of a not stored yet: locked: database");
+  }
+  Ask();
+  std::thread other([this] { queue_.RunByClock(); });
+  store->WaitUntilHeldUp();
+  EXPECT_THROW(queue_.RequireStored(), mgr_err::Error);
+  store->LetGo();
+  other.join();
 }
 
 TEST_F(ReloadQueue, StatusSeesARunThatGoesOn) {
