@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <map>
 #include <optional>
 #include <utility>
@@ -136,7 +137,7 @@ class EntryRecovery {
       if (!recovered_.failed.empty() || !IsRemoved()) {
         Note(dead_, {ToldStep()});
       }
-    } catch (const mgr_err::Error& error) {
+    } catch (const std::exception& error) {  // an action may throw any
       recovered_.failed.push_back(error.what());
     }
   }

@@ -249,6 +249,24 @@ TEST_F(JournalRecoveryTest, AnEntryStaysWhenWhatFollowsItCantBeDone) {
   EXPECT_THAT(journal::OpenEntries(), IsEmpty());
 }
 
+// What was recovered is to be told all the same, and other entries are to be ended.
+TEST_F(JournalRecoveryTest, AnUnknownErrorOfWhatFollowsAnEntryHoldsUpNoOther) {
+  Leave({{"committed", {}}});
+  journal::Entry("fedcba9876543210", kHead).Write({{"committed", {}}}, true);
+  std::size_t asked = 0;
+  const auto refused = journal::RecoverDead([&](const Recovered&) {
+    if (++asked == 1) {
+      throw std::runtime_error("broken");
+    }
+  });
+  ASSERT_EQ(2u, refused.size());
+  EXPECT_THAT(refused[0].failed, ElementsAre("broken"));
+  EXPECT_THAT(refused[1].failed, IsEmpty());
+  EXPECT_EQ(1u, journal::OpenEntries().size());
+  EXPECT_THAT(Recover().at(0).failed, IsEmpty());
+  EXPECT_THAT(journal::OpenEntries(), IsEmpty());
+}
+
 // One step is refused while the world goes on: what the others have taken back is the world's.
 TEST_F(JournalRecoveryTest, WhatWasTakenBackOnceIsNeverTakenBackAgain) {
   dir_.Write("users", "a:1\n");
