@@ -1,8 +1,11 @@
 #include "framework/modules.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -21,6 +24,7 @@ namespace brisq_api {
 namespace {
 
 constexpr int kLoadLimitSeconds = 20;
+constexpr int kTrials = 3;  // of one plug-in, whose file changes meanwhile
 
 // The loader's words, without the file's name and with a missing symbol in readable form.
 std::string LoaderError(const std::string& file) {
@@ -56,6 +60,23 @@ bool IsLoaded(const std::string& file) {
   }
   ::dlclose(handle);
   return true;
+}
+
+// What tells a file from another one that has come in its place; all zero when there is none.
+using FileState = std::array<std::int64_t, 7>;
+
+FileState StateOf(const std::string& file) {
+  struct stat state = {};
+  if (::stat(file.c_str(), &state) != 0) {
+    return {};
+  }
+  return {static_cast<std::int64_t>(state.st_dev),
+          static_cast<std::int64_t>(state.st_ino),
+          state.st_size,
+          state.st_mtim.tv_sec,
+          state.st_mtim.tv_nsec,
+          state.st_ctim.tv_sec,
+          state.st_ctim.tv_nsec};
 }
 
 std::vector<std::string> LibrariesIn(const std::string& folder) {
@@ -100,22 +121,35 @@ class PluginLoading::Trial {
   explicit Trial(const std::string& file)
       : file_(std::filesystem::absolute(file).string()), is_loaded_(IsLoaded(file_)) {
     if (!is_loaded_) {
-      run_.emplace([this] { return LoadFile(file_); }, kLoadLimitSeconds);
+      Begin();
     }
   }
 
-  // Loads a plug-in that is sound. Empty when it is loaded, else why not.
+  // Loads a plug-in that is sound. Empty when it is loaded, else why not. A file that has come in
+  // the place of the one that was tried is tried first.
   std::string Load() {
     if (is_loaded_) {
       return "is loaded already";
     }
-    const std::string fault = run_->Answer();
-    return fault.empty() ? LoadFile(file_) : fault;
+    for (int trials = 0; trials < kTrials; ++trials) {
+      const std::string fault = run_->Answer();
+      if (StateOf(file_) == tried_) {
+        return fault.empty() ? LoadFile(file_) : fault;
+      }
+      Begin();
+    }
+    return "is replaced again and again while it is tried";
   }
 
  private:
+  void Begin() {
+    tried_ = StateOf(file_);
+    run_.emplace([this] { return LoadFile(file_); }, kLoadLimitSeconds);
+  }
+
   const std::string file_;
   const bool is_loaded_;
+  FileState tried_ = {};
   std::optional<TrialRun> run_;
 };
 

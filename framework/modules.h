@@ -21,7 +21,8 @@ struct PluginReport {
 ///
 /// A folder stands for its files "*.so" in name order. Each file is first loaded by a child
 /// process, so that one that throws, crashes or hangs there, or is no plug-in (it registers no
-/// module constructor), is never loaded here. For the main thread, before others are started.
+/// module constructor), is never loaded here. One that is replaced after its trial is tried anew.
+/// For the main thread, before others are started.
 class BRISQ_API PluginLoading {
  public:
   /// Looks for the files and starts the trial of the first.

@@ -172,6 +172,33 @@ TEST_F(ModulesTest, TheFirstIsTriedWhileTheCallerGoesOn) {
   EXPECT_FALSE(HasChild());
 }
 
+TEST_F(ModulesTest, AFileThatIsReplacedAfterItsTrialIsTriedAnew) {
+  struct Case {
+    const char* name;
+    const char* before;
+    const char* after;  // null when it is removed
+    const char* error;
+  };
+  const Case cases[] = {
+      {"a sound one comes", "aborts_at_load", "throws_in_constructor", ""},
+      {"a bad one comes", "throws_in_constructor", "aborts_at_load", "signal 6"},
+      {"none is left", "throws_in_constructor", nullptr, "No such file"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = CopyOf(c.before, std::string(c.before) + c.error + ".so");
+    brisq_api::PluginLoading loading({file});
+    if (c.after == nullptr) {
+      fs::remove(file);
+    } else {
+      fs::rename(CopyOf(c.after, "other"), file);
+    }
+    const std::string error = loading.Load().at(0).error;
+    EXPECT_TRUE(c.error[0] == '\0' ? error.empty() : error.find(c.error) != std::string::npos)
+        << error;
+  }
+}
+
 TEST_F(ModulesTest, ABadPluginDoesNotStopTheNext) {
   const std::string good = CopyOf("throws_in_constructor", "after.so");
   const std::vector<PluginReport> reports =
