@@ -19,6 +19,8 @@ namespace {
 
 mgr_log::Module request_log("request", "brisq");
 
+constexpr std::size_t kAnnouncedTogether = 16;  // jobs
+
 thread_local Request* current_request = nullptr;
 
 // Requests that began keep the hooks that they began with.
@@ -188,15 +190,19 @@ void Request::DoJobs() {
   unsynced_.Sync();
 }
 
-// The journal gets the steps of this job, and with them, in one write, those of the jobs behind it
-// that know theirs as well. They stand there in the order of the jobs.
+// The journal gets the steps of this job, and with them, in one write, those of a few behind it
+// that know theirs as well: a job must find things as they were when its steps were noted. They
+// stand there in the order of the jobs.
 void Request::Announce(std::size_t first) {
-  const std::size_t begin = std::max(announced_, first);
-  announced_ = begin;
-  while (announced_ < jobs_.size() && jobs_[announced_]->Announce()) {
+  if (announced_ > first) {
+    return;
+  }
+  announced_ = first;
+  const std::size_t end = std::min(jobs_.size(), first + kAnnouncedTogether);
+  while (announced_ < end && jobs_[announced_]->Announce()) {
     ++announced_;
   }
-  if (entry_ && announced_ > begin) {
+  if (entry_ && announced_ > first) {
     entry_->Sync();
   }
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -231,6 +232,23 @@ TEST_F(RequestTest, TheJournalHasTheStepsOfJobsInTheirOrderAndBeforeTheyAreTaken
   EXPECT_THAT(Only(events, {"announce", "do"}),
               ElementsAre("announce a", "announce b", "do a", "do b", "do c", "announce d", "do d",
                           "do fails"));
+}
+
+TEST_F(RequestTest, StepsAreNotedNotLongBeforeTheyAreTaken) {
+  const support::TempDir dir;
+  journal::SetFolder(dir / "journal");
+  Request request("test");
+  for (int i = 0; i < 40; ++i) {
+    new AnnouncingJob(events, "job", true);
+  }
+  request.Commit();
+  journal::SetFolder("");
+  std::vector<int> waiting = {0};  // noted and not taken, after each event
+  for (const std::string& event : Only(events, {"announce", "do"})) {
+    waiting.push_back(waiting.back() + (event == "do job" ? -1 : 1));
+  }
+  EXPECT_EQ(16, *std::max_element(waiting.begin(), waiting.end()));
+  EXPECT_EQ(40u, Only(events, {"do"}).size());
 }
 
 TEST_F(RequestTest, JobsThatAJobAddsAreDoneBehindTheOthers) {
