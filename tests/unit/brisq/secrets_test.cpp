@@ -171,6 +171,8 @@ TEST_F(SecretsTest, AGeneratedPasswordIsPrintedAndNowhereElse) {
   EXPECT_EQ(1, shown);
 }
 
+constexpr std::size_t kLongest = 511;  // bytes of a password
+
 // What is in memory after passwords were set, in both ways of keeping them.
 class SecretsInMemory : public SecretsTest {
  protected:
@@ -178,13 +180,20 @@ class SecretsInMemory : public SecretsTest {
     if (support::kSanitized) GTEST_SKIP() << "a sanitizer keeps what is freed";
     SecretsTest::SetUp();
   }
-  int CountAfterSetting() {
+  // So long that what uses its memory next does not happen to hide all of it.
+  std::string LongPassword() const {
+    std::string password;
+    while (password.size() + canary_.size() <= kLongest) password += canary_;
+    return password;
+  }
+  int CountAfterSetting() { return CountAfterSetting(canary_); }
+  int CountAfterSetting(const std::string& password) {
     fs::remove(beside_ / "memory");
     const std::string words = " one@example.org --password-stdin";
-    Expect(0, "mailbox add" + words, canary_ + "\n");
-    Expect(0, "mailbox passwd" + words, canary_ + "\n");
+    Expect(0, "mailbox add" + words, password + "\n");
+    Expect(0, "mailbox passwd" + words, password + "\n");
     KeepPasswordsSealed();
-    Expect(0, "mailbox passwd" + words, canary_ + "\n");
+    Expect(0, "mailbox passwd" + words, password + "\n");
     const std::vector<std::string> counts = KeptLines("memory");
     EXPECT_EQ(3U, counts.size());
     int found = 0;
@@ -200,9 +209,13 @@ TEST_F(SecretsInMemory, AreNotFoundWhenTheyAreShort) {
   EXPECT_EQ(0, CountAfterSetting());
 }
 
+TEST_F(SecretsInMemory, AreNotFoundWhenTheyAreLong) {
+  EXPECT_EQ(0, CountAfterSetting(LongPassword()));
+}
+
 TEST_F(SecretsInMemory, AreFoundWhenFreedMemoryIsNotOverwritten) {
   RunUnwiped();
-  const int found = CountAfterSetting();
+  const int found = CountAfterSetting(LongPassword());
   EXPECT_GT(found, 0);
   std::printf("found without wiping: %d\n", found);
 }

@@ -112,6 +112,8 @@ Job::~Job() { std::erase(Host::Instance().jobs, this); }
 void Job::Forget() noexcept {}
 std::string Job::Rehearse() { return {}; }
 
+bool Job::Announce() { return false; }
+
 CreateFile::CreateFile(const std::string& path, const std::string& content,
                        const mgr_file::Attrs& attrs)
     : path_(path), swap_(std::make_unique<FileSwap>(path, content)) {
@@ -142,6 +144,8 @@ CreateDir::~CreateDir() = default;
 void CreateDir::Do() { made_ = std::make_unique<user_dir::Made>(); }
 void CreateDir::Undo() { made_.reset(); }
 std::string CreateDir::Rehearse() { return {}; }
+
+bool CreateDir::Announce() { return false; }
 
 }  // namespace safe
 }  // namespace mgr_job
