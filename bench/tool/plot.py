@@ -5,7 +5,7 @@ import math
 from tool.table import duration
 
 WIDTH, HEIGHT = 640, 400
-LEFT, RIGHT, TOP, BOTTOM = 80, 20, 40, 50
+LEFT, RIGHT, TOP, BOTTOM = 80, 40, 40, 50
 SERIES = (("as a command", "#1f5fa8"), ("in a running process", "#b3541e"))
 
 
