@@ -1,11 +1,8 @@
 #include "framework/modules.h"
 
 #include <dlfcn.h>
-#include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -13,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "framework/conf_stamp.h"
 #include "framework/demangle.h"
 #include "framework/module_registry.h"
 #include "framework/plugin_probe.h"
@@ -60,23 +58,6 @@ bool IsLoaded(const std::string& file) {
   }
   ::dlclose(handle);
   return true;
-}
-
-// What tells a file from another one that has come in its place; all zero when there is none.
-using FileState = std::array<std::int64_t, 7>;
-
-FileState StateOf(const std::string& file) {
-  struct stat state = {};
-  if (::stat(file.c_str(), &state) != 0) {
-    return {};
-  }
-  return {static_cast<std::int64_t>(state.st_dev),
-          static_cast<std::int64_t>(state.st_ino),
-          state.st_size,
-          state.st_mtim.tv_sec,
-          state.st_mtim.tv_nsec,
-          state.st_ctim.tv_sec,
-          state.st_ctim.tv_nsec};
 }
 
 std::vector<std::string> LibrariesIn(const std::string& folder) {
@@ -133,7 +114,7 @@ class PluginLoading::Trial {
     }
     for (int trials = 0; trials < kTrials; ++trials) {
       const std::string fault = run_->Answer();
-      if (StateOf(file_) == tried_) {
+      if (StampAt(file_) == tried_) {
         return fault.empty() ? LoadFile(file_) : fault;
       }
       Begin();
@@ -143,13 +124,13 @@ class PluginLoading::Trial {
 
  private:
   void Begin() {
-    tried_ = StateOf(file_);
+    tried_ = StampAt(file_);
     run_.emplace([this] { return LoadFile(file_); }, kLoadLimitSeconds);
   }
 
   const std::string file_;
   const bool is_loaded_;
-  FileState tried_ = {};
+  ConfStamp tried_;
   std::optional<TrialRun> run_;
 };
 

@@ -165,7 +165,3 @@ std::string TrialRun::Answer() {
   answer->pop_back();
   return *answer;
 }
-
-std::string RunInChild(const std::function<std::string()>& attempt, int limit_seconds) {
-  return TrialRun(attempt, limit_seconds).Answer();
-}

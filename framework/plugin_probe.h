@@ -34,7 +34,3 @@ class BRISQ_API TrialRun {
   Descriptor in_;
   pid_t child_ = -1;  // -1 when it is gone
 };
-
-/// Makes the attempt and waits for its text.
-/// @throws as TrialRun
-BRISQ_API std::string RunInChild(const std::function<std::string()>& attempt, int limit_seconds);

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 
 namespace {
@@ -17,6 +18,10 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int kLimit = 30;
+
+std::string RunInChild(const std::function<std::string()>& attempt, int limit_seconds) {
+  return TrialRun(attempt, limit_seconds).Answer();
+}
 
 std::size_t OpenDescriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");
