@@ -3,8 +3,12 @@
 #include <functional>
 #include <iosfwd>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "brisq/given_password.h"
+#include "framework/proc_ahead.h"
 
 namespace brisq {
 
@@ -45,6 +49,10 @@ struct Call {
   int exit_code = 0;
   /// False when the run has only looked: reloads that others have left are not waited for.
   bool run_due = true;
+  /// What `begin` has left for `run`: the password that is to be set, and a run of the tool that
+  /// makes its hash, which ends with this object at the latest. Null for none.
+  std::unique_ptr<GivenPassword> password = {};
+  std::unique_ptr<mgr_proc::Ahead> hash = {};
 };
 
 struct Operand {
@@ -76,6 +84,9 @@ struct Command {
   std::function<void(Call&)> run;
   /// True when it only looks. It does not wait then for reloads that others have left.
   bool reads = false;
+  /// Begins what takes long, for `run`, while the panel is opened: its tables can be read by then.
+  /// Leaves it to `run` to say what is wrong.
+  std::function<void(Call&)> begin = {};
 };
 
 /// Offered by every command that changes something; the program itself obeys it.

@@ -9,6 +9,7 @@
 #include "brisq/output.h"
 #include "brisq/password_input.h"
 #include "mgr_err.h"
+#include "panel/hash_ahead.h"
 #include "panel/mailbox_changes.h"
 #include "panel/mailbox_removal.h"
 #include "panel/mailboxes.h"
@@ -19,8 +20,23 @@ namespace {
 
 bool Generates(const Call& call) { return call.arguments.Has("--generate"); }
 
-std::string Password(const Call& call) {
-  return Generates(call) ? brisq_panel::GeneratePassword() : ReadPassword(call.console);
+std::unique_ptr<GivenPassword> TakeIn(const Call& call) {
+  return std::make_unique<GivenPassword>([&] {
+    return Generates(call) ? brisq_panel::GeneratePassword() : ReadPassword(call.console);
+  });
+}
+
+// Who sits at a terminal is asked when all is ready.
+void BeginHash(Call& call, brisq_panel::HashFor what) {
+  if (call.console.interactive && !Generates(call)) return;
+  call.password = TakeIn(call);
+  if (const std::string* password = call.password->IfAny())
+    call.hash = brisq_panel::BeginHash(call.arguments.Text("ADDRESS"), *password, what);
+}
+
+// The caller's, so that it is gone as soon as it has been used.
+std::unique_ptr<GivenPassword> Password(Call& call) {
+  return call.password ? std::move(call.password) : TakeIn(call);
 }
 
 void ShowPassword(Call& call, const std::string& address, const std::string& password,
@@ -40,7 +56,8 @@ void SayAll(Call& call, const std::vector<std::string>& notes) {
 }
 
 void Add(Call& call) {
-  const std::string password = Password(call);
+  const auto given = Password(call);
+  const std::string& password = given->Text();
   const auto mailbox = brisq_panel::AddMailbox({.address = call.arguments.Text("ADDRESS"),
                                                 .password = password,
                                                 .quota = call.arguments.Text("--quota"),
@@ -92,7 +109,8 @@ void Set(Call& call) {
 
 void Passwd(Call& call) {
   const std::string address = call.arguments.Text("ADDRESS");
-  const std::string password = Password(call);
+  const auto given = Password(call);
+  const std::string& password = given->Text();
   brisq_panel::SetPassword(address, password);
   call.output.Say(fmt::format("mailbox {} has a new password", address));
   ShowPassword(call, address, password, {{"address", address}});
@@ -133,7 +151,8 @@ std::vector<Command> Basics() {
                    {"--home", "DIR", "home directory, else OWNERHOME/mail/DOMAIN/LOCAL"}},
        .one_of = {kPasswordStdin.name, kGenerate.name},
        .changes = true,
-       .run = Add},
+       .run = Add,
+       .begin = [](Call& call) { BeginHash(call, brisq_panel::HashFor::kNewMailbox); }},
       {.noun = "mailbox",
        .verb = "list",
        .summary = "List the mailboxes.",
@@ -167,7 +186,8 @@ std::vector<Command> Changes() {
        .options = {kPasswordStdin, kGenerate},
        .one_of = {kPasswordStdin.name, kGenerate.name},
        .changes = true,
-       .run = Passwd},
+       .run = Passwd,
+       .begin = [](Call& call) { BeginHash(call, brisq_panel::HashFor::kOtherPassword); }},
       {.noun = "mailbox",
        .verb = "delete",
        .summary = "Delete mailboxes; their mail stays on disk.",

@@ -37,11 +37,13 @@ void TellDoubts(const Console& console) {
 int Run(const CommandLine& line, const Console& console) {
   const mgr_cf::Settings settings = mgr_cf::ReadSettings(line.config);
   Output output(console, line.json);
-  brisq_panel::Instance instance(settings);
+  Call call{line.arguments, output, console, settings.file};
+  brisq_panel::Instance instance(settings, [&] {
+    if (line.command->begin) line.command->begin(call);
+  });
   WarnOfPlugins(instance, output);
   for (const std::string& words : instance.recovered()) output.Warn(words);
   const brisq_panel::NoteKeeper keeper;
-  Call call{line.arguments, output, console, settings.file};
   if (line.command->changes && line.arguments.Has(kDryRun.name)) {
     RunDry(call, [&] { line.command->run(call); });
   } else {

@@ -190,12 +190,14 @@ void Execute::Run::NoteFailure() {
 bool Execute::Run::HasFlooded() const { return mode_ == kNoShell && output_.dropped() > 0; }
 
 std::unique_ptr<StartedChild> Execute::Run::StartChild() {
-  if (mode_ == kNoShell) {
-    return std::make_unique<StartedChild>(command_, Shell::kNone, input_);
+  const bool shell = mode_ == kShell;
+  std::unique_ptr<StartedChild> ahead =
+      shell ? Ahead::Take(command_) : Ahead::Take(command_, input_.Text());
+  if (ahead) {
+    input_.Wipe();
+    return ahead;
   }
-  std::unique_ptr<StartedChild> ahead = Ahead::Take(command_);
-  return ahead ? std::move(ahead)
-               : std::make_unique<StartedChild>(command_, Shell::kIfNeeded, input_);
+  return std::make_unique<StartedChild>(command_, shell ? Shell::kIfNeeded : Shell::kNone, input_);
 }
 
 int Execute::Run::RunChild() {

@@ -18,7 +18,6 @@ namespace mgr_proc {
 namespace {
 
 constexpr std::size_t kChunk = 65536;
-constexpr std::size_t kSentAhead = 65536;
 constexpr std::size_t kPiece = std::size_t{1} << 20;
 
 void MakeNonBlocking(const Descriptor& end) {

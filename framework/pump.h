@@ -12,6 +12,9 @@
 
 namespace mgr_proc {
 
+/// Longest input, in bytes, that SendAhead sends.
+inline constexpr std::size_t kSentAhead = 65536;
+
 /// Keeps the first bytes of an output and forgets the rest.
 class BRISQ_API Sink {
  public:
@@ -40,9 +43,9 @@ struct Outlet {
   bool must_fit = false;
 };
 
-/// Gives a child that is yet to be started its input, when it has at most 64 KiB, whole and closed:
-/// it lies in the pipe, is wiped from `input`, and `end` is empty. Half of it would be a different
-/// input to a child that comes to it too soon. A longer one is left to the pump.
+/// Gives a child that is yet to be started its input, when it has at most kSentAhead bytes, whole
+/// and closed: it lies in the pipe, is wiped from `input`, and `end` is empty. Half of it would be
+/// a different input to a child that comes to it too soon. A longer one is left to the pump.
 /// @param end  where we write, the other end still open
 /// @throws std::system_error when the system has no room for it
 BRISQ_API void SendAhead(Descriptor& end, SecretBuffer& input);

@@ -66,6 +66,18 @@ void MaskedSecret::Reveal(SecretBuffer& to) const {
   }
 }
 
+bool MaskedSecret::Is(std::string_view text) const noexcept {
+  if (text.size() != masked_.size()) {
+    return false;
+  }
+  const volatile char* const given = text.data();
+  int difference = 0;
+  for (std::size_t at = 0; at < masked_.size(); ++at) {
+    difference |= masked_[at] ^ (given[at] ^ mask_[at]);
+  }
+  return difference == 0;
+}
+
 std::string WithoutSecrets(std::string text, std::string_view secrets) {
   for (const std::string_view secret : LinesOf(secrets)) {
     Blank(text, secret);

@@ -18,6 +18,9 @@ class BRISQ_API MaskedSecret {
   /// Writes the secret, as it was, into a buffer that wipes itself.
   void Reveal(SecretBuffer& to) const;
 
+  /// True when it is this text; how long the look takes tells nothing but their lengths.
+  bool Is(std::string_view text) const noexcept;
+
  private:
   std::string mask_;
   std::string masked_;

@@ -12,10 +12,11 @@ namespace mgr_proc {
 /// One run of one command.
 ///
 /// The child starts when its outcome is first asked for, by Result() or Str(), unless the host has
-/// started the same command in mode 2 ahead: then that child is taken over. By then all input is
-/// known: input of up to one pipe buffer (64 KiB) lies whole in the pipe, closed behind it, before
-/// the child exists; more is pumped while output is read, so neither side can block the other. A
-/// child that leaves its input unread is no error, and SIGPIPE is never raised.
+/// started the same command in the same mode, and with the same input, ahead: then that child is
+/// taken over. By then all input is known: input of up to one pipe buffer (64 KiB) lies whole in
+/// the pipe, closed behind it, before the child exists; more is pumped while output is read, so
+/// neither side can block the other. A child that leaves its input unread is no error, and SIGPIPE
+/// is never raised.
 ///
 /// The child gets descriptors 0, 1 and 2 and no other, the default signal dispositions, a fixed
 /// environment (PATH, HOME, LC_ALL), "/" as its working directory and a process group of its own.

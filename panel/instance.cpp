@@ -156,7 +156,7 @@ std::string BackendProblem(const std::vector<brisq_api::PluginReport>& reports) 
 }  // namespace
 
 struct Instance::State {
-  explicit State(const mgr_cf::Settings& settings) {
+  State(const mgr_cf::Settings& settings, const std::function<void()>& meanwhile) {
     RequirePaths(settings);
     CheckNumericSettings(settings);
     MakeStateFolder(settings.state);
@@ -175,6 +175,9 @@ struct Instance::State {
     DeclareParams();
     // The mail back-end runs it when it is built.
     RefuseUnsafeProgram("dovecot-doveadm");
+    if (meanwhile) {
+      meanwhile();
+    }
     reports = StartPlugins(plugins);
     SetBackendProblem(BackendProblem(reports));
     if (HasMailBackend()) {
@@ -191,7 +194,8 @@ struct Instance::State {
   std::vector<std::string> recovered;
 };
 
-Instance::Instance(const mgr_cf::Settings& settings) : state_(std::make_unique<State>(settings)) {}
+Instance::Instance(const mgr_cf::Settings& settings, const std::function<void()>& meanwhile)
+    : state_(std::make_unique<State>(settings, meanwhile)) {}
 Instance::~Instance() = default;
 
 const std::vector<brisq_api::PluginReport>& Instance::reports() const noexcept {

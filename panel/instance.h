@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,11 +25,14 @@ class BRISQ_API Instance {
   /// Opens the panel. The state directory (0700) and the database (0600) are made when they are
   /// missing. Requests whose process has died are recovered. A plug-in that can't be loaded or
   /// built does not fail it: see reports().
+  /// @param meanwhile  called once when the database can be read, before plug-ins are loaded, which
+  /// takes longest, for what may go on beside that; what it throws fails the opening
   /// @throws mgr_err::Error "config" for a state or database path that is not given, for a number
   /// that is none, or when the mail back-end's "dovecot-passwd" is no absolute path; "file" when
   /// the state directory or the database's can't be made or lets other users write; "db" and
   /// "locked" from the database; "internal" when another instance is open: nothing stays open
-  explicit Instance(const mgr_cf::Settings& settings);
+  explicit Instance(const mgr_cf::Settings& settings,
+                    const std::function<void()>& meanwhile = nullptr);
   ~Instance();
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;

@@ -4,6 +4,7 @@
 #include "mgr_cf.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/hash_ahead.h"
 #include "panel/homes.h"
 #include "panel/job_log.h"
 #include "panel/mail_line.h"
@@ -99,6 +100,7 @@ void SetPassword(const std::string& text, const std::string& password) {
   const Address address = ParseAddress(text);
   CheckPassword(password, mgr_cf::GetParam("DovecotPwScheme"));
   MailBackend();
+  const auto hash = BeginHash(text, password, HashFor::kOtherPassword);
   DoRequest("mailbox passwd", [&](Request&) {
     JobLog::Watch(kMailbox, address.Full());
     Mailbox mailbox = FindMailbox(address);

@@ -4,6 +4,7 @@
 #include "framework/database.h"
 #include "mgr_cf.h"
 #include "panel/email_module.h"
+#include "panel/hash_ahead.h"
 #include "panel/homes.h"
 #include "panel/job_log.h"
 #include "panel/mail_line.h"
@@ -107,6 +108,7 @@ std::string DefaultHome(const std::string& owner_home, const Address& address) {
 MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   Plan plan = CheckValues(mailbox);
   MailBackend();
+  const auto hash = BeginHash(mailbox.address, mailbox.password, HashFor::kNewMailbox);
   DoRequest("mailbox add", [&](Request&) {
     FindPlace(plan, mailbox.home);
     JobLog::Watch(kMailbox, plan.address.Full());

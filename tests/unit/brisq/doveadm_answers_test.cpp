@@ -65,6 +65,51 @@ TEST_F(DoveadmAnswers, TheSchemesAreAskedForOnceAStart) {
   EXPECT_EQ("pw -l\n", dir_.Read("calls"));
 }
 
+// The hash is begun then, too, when the request can be expected to ask for it.
+TEST_F(DoveadmAnswers, EachPasswordIsHashedOnce) {
+  AddDomain();
+  struct Case {
+    const char* words;
+    int status;
+    int calls;
+  };
+  const Case cases[] = {
+      {"mailbox add Bob@example.org --password-stdin --dry-run", 0, 1},
+      {"mailbox add Bob@example.org --password-stdin", 0, 1},
+      {"mailbox add bob@example.org --password-stdin", 6, 0},
+      {"mailbox add eve@example.net --password-stdin", 4, 0},
+      {"mailbox add --password-stdin -- -eve@example.org", 10, 0},
+      {"mailbox add eve@example.org --generate", 0, 1},
+      {"mailbox passwd BOB@example.org --password-stdin", 0, 1},
+      {"mailbox passwd bob@example.org --password-stdin --dry-run", 0, 1},
+      {"mailbox passwd bob@example.org --generate", 0, 1},
+      {"mailbox passwd none@example.org --password-stdin", 4, 0},
+      {"mailbox show bob@example.org", 0, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.words);
+    doveadm_.Answers("{CRAM-MD5}hash\n");
+    const Ran ran = Run(c.words, "secret\n");
+    EXPECT_EQ(c.status, ran.status) << ran.err;
+    EXPECT_EQ(c.calls, doveadm_.Calls());
+  }
+}
+
+// A bad password is told where it ever was: by the request, after what is said of the panel.
+TEST_F(DoveadmAnswers, ABadPasswordIsToldOnceThePanelIsOpen) {
+  AddDomain();
+  EXPECT_EQ("brisq: invalid-input: password: must not be empty\n",
+            Run("mailbox add bob@example.org --password-stdin", "").err);
+  std::string settings = dir_.Read("brisq.toml");
+  const std::string panel = "[panel]\n";
+  dir_.Write("brisq.toml", panel + "plugins = [\"" + (dir_ / "none.so") + "\"]\n" +
+                               settings.substr(panel.size()));
+  const Ran ran = Run("mailbox add bob@example.org --password-stdin", "");
+  EXPECT_EQ(0u, ran.err.find("brisq: warning: plug-in "));
+  EXPECT_NE(std::string::npos, ran.err.find("password: must not be empty"));
+  EXPECT_EQ(10, ran.status);
+}
+
 TEST_F(DoveadmAnswers, ToolsWorkUnderOneUmaskWhateverTheCallersIs) {
   UseDoveadm(support::WriteStub(
       dir_ / "doveadm", "[ \"$1\" = reload ] && umask > '" + (dir_ / "umask") + "'; exit 0"));

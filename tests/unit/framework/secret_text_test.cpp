@@ -19,6 +19,19 @@ TEST(SecretText, AMaskedSecretComesBackAsItWas) {
   }
 }
 
+TEST(SecretText, AMaskedSecretIsItselfAndNoOther) {
+  const mgr_proc::MaskedSecret masked("word\nword\n");
+  EXPECT_TRUE(masked.Is("word\nword\n"));
+  for (const char* other :
+       {"", "word\nword", "word\nword\n\n", "Word\nword\n", "word\nworD\n", "word\nword\0"}) {
+    SCOPED_TRACE(other);
+    EXPECT_FALSE(masked.Is(other));
+  }
+  EXPECT_FALSE(masked.Is(std::string_view("word\nword\0", 10)));
+  EXPECT_TRUE(mgr_proc::MaskedSecret("").Is(""));
+  EXPECT_FALSE(mgr_proc::MaskedSecret("").Is("a"));
+}
+
 // What it holds is looked at as bytes, wherever its members keep them.
 TEST(SecretText, AMaskedSecretDoesNotShowIt) {
   // Short enough to lie inside of the object.

@@ -224,6 +224,22 @@ TEST_F(InstanceTest, NothingThatWasBegunEarlyStays) {
   }
 }
 
+TEST_F(InstanceTest, WhatGoesOnMeanwhileCanReadTheTablesAndIsCalledOnce) {
+  int calls = 0;
+  const Instance instance(settings_, [&] {
+    ++calls;
+    EXPECT_TRUE(brisq_panel::ListOwners().empty());
+  });
+  EXPECT_EQ(1, calls);
+}
+
+TEST_F(InstanceTest, WhatFailsMeanwhileFailsTheOpening) {
+  const auto fail = [] { throw mgr_err::Error("later", "tool", "is busy"); };
+  EXPECT_EQ("later", ErrorOf([&] { Instance instance(settings_, fail); }).type());
+  EXPECT_EQ("db", ErrorOf([] { mgr_db::ThreadConnection(); }).type());
+  const Instance instance(settings_);
+}
+
 TEST_F(InstanceTest, PluginsAreLookedForBesideTheLibrary) {
   EXPECT_EQ(support::BuildFolder() + "/lib/brisq", Instance::DefaultPluginFolder());
 }
