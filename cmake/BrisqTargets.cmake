@@ -14,9 +14,28 @@ function(brisq_link_existing target)
   endforeach()
 endfunction()
 
+# Reads the headers that most sources of `target` include once, with those named in `ARGN`: half the
+# time of a source without optimisation. A build with BRISQ_PCH=OFF, as the release build, shows
+# that each source includes what it needs.
+function(brisq_read_headers_once target)
+  if(BRISQ_PCH)
+    target_precompile_headers(${target} PRIVATE ${brisq_common_headers} ${ARGN})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      # g++ 12 warns of bytes behind a temporary std::string here, which it never copies. The
+      # release build has both warnings.
+      target_compile_options(${target} PRIVATE -Wno-array-bounds -Wno-stringop-overflow)
+    endif()
+  endif()
+endfunction()
+set(brisq_common_headers
+  <algorithm> <array> <atomic> <chrono> <condition_variable> <exception> <filesystem> <functional>
+  <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <unordered_map>
+  <utility> <vector>)
+
 # A shared library of the host. The libraries that it uses stay out of its interface.
 function(brisq_host_library name)
   add_library(${name} SHARED ${ARGN})
+  brisq_read_headers_once(${name})
   brisq_see_host(${name})
   target_link_libraries(${name} PUBLIC brisq_include)
   target_link_options(${name} PRIVATE ${BRISQ_COMPLETE_LINK})
@@ -28,8 +47,12 @@ endfunction()
 
 # One GoogleTest program. Its tests are named PROGRAM/Suite.Test in CTest, so that two folders may have
 # suites of one name. WITHOUT_HOST leaves out the test helpers, which link the host's libraries.
+# Programs of a higher COST begin first: those with long tests, so that short ones are left for last.
 function(brisq_test name)
-  cmake_parse_arguments(arg "WITHOUT_HOST" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "WITHOUT_HOST" "LABEL;TIMEOUT;COST" "SOURCES;LIBRARIES" ${ARGN})
+  if(NOT arg_COST)
+    set(arg_COST 1)
+  endif()
   add_executable(${name} ${arg_SOURCES})
   brisq_see_host(${name})
   brisq_link_existing(${name} ${arg_LIBRARIES})
@@ -37,10 +60,7 @@ function(brisq_test name)
     brisq_link_existing(${name} test_support)
   endif()
   target_link_libraries(${name} PRIVATE brisq_include test_places GTest::gmock_main Threads::Threads)
-  if(BRISQ_TEST_PCH)
-    target_precompile_headers(${name} PRIVATE
-      <gmock/gmock.h> <gtest/gtest.h> <filesystem> <fstream> <functional> <thread>)
-  endif()
+  brisq_read_headers_once(${name} <gmock/gmock.h> <gtest/gtest.h> <fstream>)
   if(TARGET email_dovecot AND "brisqpanel" IN_LIST arg_LIBRARIES)
     add_dependencies(${name} email_dovecot)
   endif()
@@ -49,5 +69,5 @@ function(brisq_test name)
   gtest_discover_tests(${name}
     DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX ${name}/
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABEL})
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABEL} COST ${arg_COST})
 endfunction()
