@@ -1,6 +1,5 @@
 #include "framework/write_turn.h"
 
-#include <condition_variable>
 #include <list>
 #include <map>
 #include <mutex>
@@ -11,9 +10,8 @@ namespace mgr_db {
 
 struct WriteTurn::Line {
   std::mutex mutex;
-  std::condition_variable moved;
   // Those who wait, in order; the first one has the turn.
-  std::list<const WriteTurn*> waiting;
+  std::list<WriteTurn*> waiting;
 
   static std::shared_ptr<Line> Of(const std::string& file) {
     static std::mutex mutex;
@@ -24,9 +22,10 @@ struct WriteTurn::Line {
     if (!line) lines[file] = line = std::make_shared<Line>();
     return line;
   }
-  void Leave(const WriteTurn* turn) {
+  // Wakes the one whose turn comes, and nobody else: the others would only go back to sleep.
+  void Leave(WriteTurn* turn) {
     waiting.remove(turn);
-    moved.notify_all();
+    if (!waiting.empty()) waiting.front()->came_.notify_one();
   }
 };
 
@@ -34,7 +33,7 @@ WriteTurn::WriteTurn(const std::string& file, std::chrono::milliseconds patience
     : line_(Line::Of(file)) {
   std::unique_lock lock(line_->mutex);
   line_->waiting.push_back(this);
-  if (line_->moved.wait_for(lock, patience, [&] { return line_->waiting.front() == this; })) return;
+  if (came_.wait_for(lock, patience, [&] { return line_->waiting.front() == this; })) return;
   line_->Leave(this);
   throw mgr_err::Error("locked", "database", "other threads are changing it");
 }

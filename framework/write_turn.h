@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,7 @@ class BRISQ_API WriteTurn {
  private:
   struct Line;
   std::shared_ptr<Line> line_;
+  std::condition_variable came_;
 };
 
 }  // namespace mgr_db

@@ -1,15 +1,13 @@
 #include "panel/certificates.h"
 
 #include <arpa/inet.h>
-#include <openssl/err.h>
-#include <openssl/pem.h>
-#include <openssl/x509v3.h>
 
 #include <memory>
 
 #include "framework/read_at_most.h"
 #include "framework/seal.h"
 #include "mgr_err.h"
+#include "panel/libcrypto.h"
 #include "panel/state_at.h"
 #include "panel/text_rules.h"
 
@@ -17,23 +15,25 @@ namespace brisq_panel {
 
 namespace {
 
+const Libcrypto& Crypto() { return Libcrypto::Get(); }
+
 template <auto Free>
 struct Freeing {
   template <class T>
   void operator()(T* object) const {
-    Free(object);
+    (Crypto().*Free)(object);
   }
 };
-using Bio = std::unique_ptr<BIO, Freeing<BIO_free>>;
-using X509Ptr = std::unique_ptr<X509, Freeing<X509_free>>;
-using KeyPtr = std::unique_ptr<EVP_PKEY, Freeing<EVP_PKEY_free>>;
-using Names = std::unique_ptr<GENERAL_NAMES, Freeing<GENERAL_NAMES_free>>;
+using Bio = std::unique_ptr<BIO, Freeing<&Libcrypto::BIO_free>>;
+using X509Ptr = std::unique_ptr<X509, Freeing<&Libcrypto::X509_free>>;
+using KeyPtr = std::unique_ptr<EVP_PKEY, Freeing<&Libcrypto::EVP_PKEY_free>>;
+using Names = std::unique_ptr<GENERAL_NAMES, Freeing<&Libcrypto::GENERAL_NAMES_free>>;
 
 // Leaves the thread's queue of errors as it found it: somebody else may look at it.
 class OwnErrors {
  public:
-  OwnErrors() { ERR_set_mark(); }
-  ~OwnErrors() { ERR_pop_to_mark(); }
+  OwnErrors() { Crypto().ERR_set_mark(); }
+  ~OwnErrors() { Crypto().ERR_pop_to_mark(); }
   OwnErrors(const OwnErrors&) = delete;
   OwnErrors& operator=(const OwnErrors&) = delete;
 };
@@ -50,17 +50,17 @@ std::string FileContent(const std::string& object, const std::string& path) {
 }
 
 Bio Memory(const std::string& text) {
-  return Bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  return Bio(Crypto().BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
 }
 
 std::time_t TimeOf(const ASN1_TIME* time) {
   std::tm parts{};
-  return ASN1_TIME_to_tm(time, &parts) == 1 ? ::timegm(&parts) : 0;
+  return Crypto().ASN1_TIME_to_tm(time, &parts) == 1 ? ::timegm(&parts) : 0;
 }
 
 std::string TextOf(const ASN1_STRING* text) {
-  return std::string(reinterpret_cast<const char*>(ASN1_STRING_get0_data(text)),
-                     static_cast<std::size_t>(ASN1_STRING_length(text)));
+  return std::string(reinterpret_cast<const char*>(Crypto().ASN1_STRING_get0_data(text)),
+                     static_cast<std::size_t>(Crypto().ASN1_STRING_length(text)));
 }
 
 std::string AddressText(const std::string& bytes) {
@@ -76,9 +76,10 @@ std::string AddressText(const std::string& bytes) {
 std::vector<std::string> AlternativeNames(const X509& certificate) {
   std::vector<std::string> texts;
   const Names names(static_cast<GENERAL_NAMES*>(
-      X509_get_ext_d2i(&certificate, NID_subject_alt_name, nullptr, nullptr)));
-  for (int i = 0; names && i < sk_GENERAL_NAME_num(names.get()); ++i) {
-    const GENERAL_NAME* name = sk_GENERAL_NAME_value(names.get(), i);
+      Crypto().X509_get_ext_d2i(&certificate, NID_subject_alt_name, nullptr, nullptr)));
+  const auto* stack = reinterpret_cast<const OPENSSL_STACK*>(names.get());
+  for (int i = 0; names && i < Crypto().OPENSSL_sk_num(stack); ++i) {
+    const auto* name = static_cast<const GENERAL_NAME*>(Crypto().OPENSSL_sk_value(stack, i));
     if (name->type == GEN_DNS) {
       texts.push_back(TextOf(name->d.dNSName));
     } else if (name->type == GEN_IPADD) {
@@ -90,25 +91,25 @@ std::vector<std::string> AlternativeNames(const X509& certificate) {
 
 // Counts only without alternative names.
 std::vector<std::string> CommonName(const X509& certificate) {
-  const X509_NAME* subject = X509_get_subject_name(&certificate);
-  const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+  const X509_NAME* subject = Crypto().X509_get_subject_name(&certificate);
+  const int at = Crypto().X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
   if (at < 0) {
     return {};
   }
-  return {TextOf(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)))};
+  return {TextOf(Crypto().X509_NAME_ENTRY_get_data(Crypto().X509_NAME_get_entry(subject, at)))};
 }
 
 std::string Der(const X509& certificate) {
   unsigned char* bytes = nullptr;
-  const int length = i2d_X509(&certificate, &bytes);
+  const int length = Crypto().i2d_X509(&certificate, &bytes);
   std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
-  OPENSSL_free(bytes);
+  Crypto().CRYPTO_free(bytes, __FILE__, __LINE__);
   return der;
 }
 
 X509Ptr FromDer(const std::string& der) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
-  return X509Ptr(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
+  return X509Ptr(Crypto().d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
 }
 
 // Never a question on the terminal: notes that one would have been asked.
@@ -120,7 +121,8 @@ int NoPassphrase(char*, int, int, void* asked) {
 KeyPtr ReadKey(const std::string& path) {
   mgr_seal::Secret text(FileContent("key", path));
   bool asked = false;
-  KeyPtr key(PEM_read_bio_PrivateKey(Memory(text.text()).get(), nullptr, &NoPassphrase, &asked));
+  KeyPtr key(
+      Crypto().PEM_read_bio_PrivateKey(Memory(text.text()).get(), nullptr, &NoPassphrase, &asked));
   if (!key) {
     throw Refused("key",
                   path + ": " + (asked ? "is locked by a passphrase" : "holds no PEM private key"));
@@ -133,14 +135,15 @@ KeyPtr ReadKey(const std::string& path) {
 bool Certificate::Covers(const std::string& domain) const {
   const X509Ptr certificate = FromDer(der);
   const OwnErrors own;
-  return X509_check_host(certificate.get(), domain.data(), domain.size(), 0, nullptr) == 1 ||
-         X509_check_ip_asc(certificate.get(), domain.c_str(), 0) == 1;
+  return Crypto().X509_check_host(certificate.get(), domain.data(), domain.size(), 0, nullptr) ==
+             1 ||
+         Crypto().X509_check_ip_asc(certificate.get(), domain.c_str(), 0) == 1;
 }
 
 Certificate ReadCertificate(const std::string& path) {
   const OwnErrors own;
   const std::string text = FileContent("certificate", path);
-  const X509Ptr x509(PEM_read_bio_X509(Memory(text).get(), nullptr, nullptr, nullptr));
+  const X509Ptr x509(Crypto().PEM_read_bio_X509(Memory(text).get(), nullptr, nullptr, nullptr));
   if (!x509) {
     throw Refused("certificate", path + ": holds no PEM certificate");
   }
@@ -149,8 +152,8 @@ Certificate ReadCertificate(const std::string& path) {
   if (certificate.names.empty()) {
     certificate.names = CommonName(*x509);
   }
-  certificate.valid_from = TimeOf(X509_get0_notBefore(x509.get()));
-  certificate.valid_until = TimeOf(X509_get0_notAfter(x509.get()));
+  certificate.valid_from = TimeOf(Crypto().X509_get0_notBefore(x509.get()));
+  certificate.valid_until = TimeOf(Crypto().X509_get0_notAfter(x509.get()));
   certificate.der = Der(*x509);
   return certificate;
 }
@@ -158,7 +161,7 @@ Certificate ReadCertificate(const std::string& path) {
 bool KeyBelongsTo(const std::string& path, const Certificate& certificate) {
   const OwnErrors own;
   const KeyPtr key = ReadKey(path);
-  return X509_check_private_key(FromDer(certificate.der).get(), key.get()) == 1;
+  return Crypto().X509_check_private_key(FromDer(certificate.der).get(), key.get()) == 1;
 }
 
 bool IsOpenToOthers(const std::string& path) {
