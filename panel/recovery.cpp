@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <utility>
 
 #include "framework/journal_recovery.h"
 #include "framework/modules.h"
@@ -64,6 +65,43 @@ Tried& InVain() {
   return tried;
 }
 
+struct Outcome {
+  std::vector<std::string> words;  // of each request
+  std::string hindrance;           // why the rest could not be begun; empty when all were
+};
+
+Outcome Recover() noexcept {
+  Outcome outcome;
+  try {
+    if (journal::HasDead()) {
+      for (const journal::Recovered& recovered : journal::RecoverDead(AskForReload)) {
+        InVain().Set(recovered.entry, !recovered.failed.empty());
+        outcome.words.push_back(journal::Words(recovered));
+      }
+    }
+  } catch (const std::exception& error) {
+    outcome.hindrance =
+        std::string("a request whose process had died is not recovered yet: ") + error.what();
+  }
+  return outcome;
+}
+
+// What stands in the way of a server, which tries every few seconds.
+class LastHindrance {
+ public:
+  // True when it is another one than last time; an empty one is none.
+  bool Changes(const std::string& hindrance) {
+    const std::lock_guard lock(mutex_);
+    const bool other = hindrance != last_;
+    last_ = hindrance;
+    return other && !hindrance.empty();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::string last_;
+};
+
 }  // namespace
 
 bool NeedsRecovery() {
@@ -73,28 +111,25 @@ bool NeedsRecovery() {
 }
 
 std::vector<std::string> RecoverRequests() noexcept {
-  std::vector<std::string> words;
-  try {
-    if (journal::HasDead()) {
-      for (const journal::Recovered& recovered : journal::RecoverDead(AskForReload)) {
-        InVain().Set(recovered.entry, !recovered.failed.empty());
-        words.push_back(journal::Words(recovered));
-      }
-    }
-  } catch (const std::exception& error) {
-    words.push_back(std::string("a request whose process had died is not recovered yet: ") +
-                    error.what());
+  Outcome outcome = Recover();
+  if (!outcome.hindrance.empty()) {
+    outcome.words.push_back(std::move(outcome.hindrance));
   }
-  for (const std::string& text : words) {
+  for (const std::string& text : outcome.words) {
     Log(text);
   }
-  return words;
+  return std::move(outcome.words);
 }
 
 void RecoverInTurn() noexcept {
+  static LastHindrance last;
   try {
-    if (NeedsRecovery()) {
-      RecoverRequests();
+    const Outcome outcome = NeedsRecovery() ? Recover() : Outcome();
+    for (const std::string& text : outcome.words) {
+      Log(text);
+    }
+    if (last.Changes(outcome.hindrance)) {
+      Log(outcome.hindrance);
     }
   } catch (const mgr_err::Error&) {
     // A journal that can't be read is said by each request.

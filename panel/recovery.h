@@ -19,7 +19,8 @@ BRISQ_API bool NeedsRecovery();
 BRISQ_API std::vector<std::string> RecoverRequests() noexcept;
 
 /// For a server, whenever it looks around: the same when NeedsRecovery, and else nothing but a look
-/// into a folder. The calling thread has no request.
+/// into a folder. What keeps recovery from beginning is logged once, until it changes or is gone.
+/// The calling thread has no request.
 BRISQ_API void RecoverInTurn() noexcept;
 
 }  // namespace brisq_panel

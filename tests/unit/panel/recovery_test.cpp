@@ -1,5 +1,8 @@
 #include "panel/recovery.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "brisq_api.h"
 #include "framework/journal.h"
 #include "framework/line_undo.h"
@@ -14,6 +17,8 @@
 namespace {
 
 using panel_test::TextOf;
+using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -135,6 +140,22 @@ TEST_F(RecoveryTest, AServerRecoversWhatOthersHaveLeft) {
   brisq_panel::RecoverInTurn();
   EXPECT_EQ("", dir_.Read("users"));
   EXPECT_THAT(log_.Messages("brisq"), ElementsAre(HasSubstr("undid job 1")));
+}
+
+TEST_F(RecoveryTest, AServerSaysOnceWhatKeepsItFromRecoveringUntilThatChanges) {
+  dir_.Write("users", "u:1\n");
+  LeaveLine("00000000000000c6");
+  support::SysFault fault;
+  for (const int error : {EIO, EIO, ENOSPC, ENOSPC, EIO}) {
+    fault.FailCall("ftruncate", error);
+    brisq_panel::RecoverInTurn();
+  }
+  const auto io = HasSubstr(std::strerror(EIO));
+  EXPECT_THAT(log_.Messages("brisq"), ElementsAre(AllOf(HasSubstr("not recovered yet"), io),
+                                                  HasSubstr(std::strerror(ENOSPC)), io));
+  fault.FailCall("", 0);
+  brisq_panel::RecoverInTurn();
+  EXPECT_THAT(log_.Messages("brisq"), Contains(HasSubstr("job 1")).Times(1));
 }
 
 // A reload that is in this process only would end with it.
