@@ -100,17 +100,22 @@ ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp
   // What the round before last pushed out has been taken over by the last one.
   former_.reset();
   auto fresh = std::make_unique<Replacement>(target_, slot_, old.get(), info);
-  const auto write = [&] {
-    fresh->Write(content.pieces);
-    fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{});
-  };
-  // The system's copy of what is about to be pushed out is given back meanwhile: the new file's
-  // takes its place in memory, and left to the removal it would be a wait of its own.
+  const auto seal = [&] { fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{}); };
+  // The system's copy of what is about to be pushed out is given back while the disk works: the new
+  // file's takes its place in memory, and left to the removal it would be a wait of its own.
   const auto forget_old = [&] { ::posix_fadvise(old.get(), 0, 0, POSIX_FADV_DONTNEED); };
   if (old && info.st_size >= kLarge) {
-    InTwo(write, forget_old);
+    InTwo(
+        [&] {
+          fresh->Write(content.pieces);
+          seal();
+        },
+        forget_old);
   } else {
-    write();
+    fresh->Write(content.pieces);
+    fresh->StartWriteBack();
+    if (old) forget_old();
+    seal();
   }
   auto watch = std::make_unique<WriterWatch>(old.get());
   if (watch->state() == WriterWatch::State::kWritten) return Outcome::kChanged;

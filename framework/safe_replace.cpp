@@ -162,7 +162,11 @@ void Replacement::WriteSome(std::vector<struct iovec>& pieces, std::size_t& firs
     pieces[first].iov_len -= written;
   }
   // Writing back now rather than at the sync lets the disk work while we write on.
-  if (bytes >= kWriteBack) ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
+  if (bytes >= kWriteBack) StartWriteBack();
+}
+
+void Replacement::StartWriteBack() noexcept {
+  ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 void Replacement::Seal(const ConfStamp& old) {

@@ -51,6 +51,8 @@ class BRISQ_API Replacement {
 
   /// Appends to the content.
   void Write(const std::vector<std::string_view>& pieces);
+  /// Has the disk begin with what was written. Seal makes it durable, whatever comes of this.
+  void StartWriteBack() noexcept;
   /// Makes the content durable. Its whole-second time of modification is later than that of `old`:
   /// mail servers know a changed file by that alone.
   void Seal(const ConfStamp& old);

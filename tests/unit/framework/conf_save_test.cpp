@@ -101,20 +101,30 @@ std::size_t PagesInMemory(int fd, std::size_t bytes) {
       std::count_if(pages.begin(), pages.end(), [](unsigned char state) { return state & 1; }));
 }
 
-TEST_F(ConfSaveTest, OfALargeFileThatIsReplacedNothingStaysInMemory) {
+TEST_F(ConfSaveTest, OfAFileThatIsReplacedNothingStaysInMemory) {
   struct statfs system {};
   ASSERT_EQ(::statfs(folder_.path().c_str(), &system), 0);
   if (system.f_type == TMPFS_MAGIC) GTEST_SKIP() << "a file that is in memory only stays there";
-  const std::string large(std::size_t{9} << 20, 'x');
-  folder_.Write("users", large);
-  const Descriptor old(::open(path_.c_str(), O_RDONLY));
-  ASSERT_EQ(::fsync(old.get()), 0);
-  ASSERT_GT(PagesInMemory(old.get(), large.size()), 0U);
-  ConfSave save(path_);
-  EXPECT_FALSE(save.Replace(Snapshot(large + "new"), StampAt(path_)));
-  save.Finish();
-  EXPECT_EQ(PagesInMemory(old.get(), large.size()), 0U);
-  EXPECT_EQ(Content(), large + "new");
+  struct {
+    const char* name;
+    std::size_t bytes;
+  } const cases[] = {
+      {"by the thread that writes", std::size_t{1} << 20},
+      {"by a thread of its own", std::size_t{9} << 20},
+  };
+  for (const auto& [name, bytes] : cases) {
+    SCOPED_TRACE(name);
+    const std::string content(bytes, 'x');
+    folder_.Write("users", content);
+    const Descriptor old(::open(path_.c_str(), O_RDONLY));
+    ASSERT_EQ(::fsync(old.get()), 0);
+    ASSERT_GT(PagesInMemory(old.get(), bytes), 0U);
+    ConfSave save(path_);
+    EXPECT_FALSE(save.Replace(Snapshot(content + "new"), StampAt(path_)));
+    save.Finish();
+    EXPECT_EQ(PagesInMemory(old.get(), bytes), 0U);
+    EXPECT_EQ(Content(), content + "new");
+  }
 }
 
 TEST_F(ConfSaveTest, FindsAnEditThatRenamesAnotherFileIntoPlace) {
