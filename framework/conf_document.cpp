@@ -351,7 +351,9 @@ void ConfDocument::Put(Line line, std::string raw) {
   std::string& text = Editable(line);
   edited_bytes_ += raw.size() - text.size();
   text = std::move(raw);
-  if (indexed && !Name(line).empty()) Enter({line, HashOf(line)});
+  if (!indexed) return;
+  const std::string_view name = NameOf(text);
+  if (!name.empty()) Enter({line, ConfIndex::Hash(name)});
 }
 
 ConfDocument::Line ConfDocument::Extend() {
@@ -366,24 +368,29 @@ std::string_view ConfDocument::LineEnd() const noexcept {
 }
 
 ConfSnapshot ConfDocument::Snapshot() const {
-  ConfSnapshot snapshot{bytes_, std::make_unique<char[]>(edited_bytes_), {}};
+  ConfSnapshot snapshot{bytes_, std::make_unique_for_overwrite<char[]>(edited_bytes_), {}};
   char* copy = snapshot.changed.get();
+  const char* run = copy;
+  // Changed lines that follow each other are one piece: many small ones cost the system more.
+  const auto end_run = [&] {
+    if (copy > run) snapshot.pieces.emplace_back(run, static_cast<std::size_t>(copy - run));
+    run = copy;
+  };
   std::uint64_t done = 0;
   const auto take_up_to = [&](std::uint64_t end) {
-    if (end > done) snapshot.pieces.push_back(bytes_->View().substr(done, end - done));
+    if (end <= done) return;
+    end_run();
+    snapshot.pieces.push_back(bytes_->View().substr(done, end - done));
   };
-  const auto take = [&](const std::string& raw) {
-    if (raw.empty()) return;
-    snapshot.pieces.emplace_back(copy, raw.size());
-    copy = std::copy(raw.begin(), raw.end(), copy);
-  };
+  const auto take = [&](const std::string& raw) { copy = std::copy(raw.begin(), raw.end(), copy); };
   for (const auto& [line, raw] : changed_) {
     take_up_to(line);
     done = line + RawInBytes(line).size();
     take(raw);
   }
   take_up_to(bytes_->size());
-  for (const std::string& raw : added_) take(raw);
+  std::for_each(added_.begin(), added_.end(), take);
+  end_run();
   return snapshot;
 }
 

@@ -295,7 +295,7 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
     for (const auto& entry : journals) entry->Sync();
     found = save.Replace(content, stamp_);
     if (!found) {
-      FinishWritten(lock, save);
+      FinishWritten(lock, save, content);
       SaveWatch::Saved(path_, taken_over ? ConfStamp{} : based_on, stamp_);
       return ConfCache::srWritten;
     }
@@ -319,7 +319,7 @@ void ConfFile::TakeIn(const ConfContent& found, const std::optional<ConfSnapshot
   stamp_ = found.stamp;
 }
 
-void ConfFile::FinishWritten(Lock& lock, ConfSave& save) {
+void ConfFile::FinishWritten(Lock& lock, ConfSave& save, const ConfSnapshot& written) {
   // The file is changed now, whatever becomes of the rest: an error here undoes nothing.
   std::exception_ptr error;
   try {
@@ -331,7 +331,7 @@ void ConfFile::FinishWritten(Lock& lock, ConfSave& save) {
   stamp_ = save.stamp();
   settled_ = true;
   Settle(error, true);
-  RenewWorn();
+  RenewWorn(written);
 }
 
 bool ConfFile::AnyEffective() const {
@@ -360,8 +360,9 @@ void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
   ApplyWaiting();
 }
 
-void ConfFile::RenewWorn() {
+// While nothing waits the document is what was written.
+void ConfFile::RenewWorn(const ConfSnapshot& written) {
   if (!waiting_.empty() || !document_->IsWorn()) return;
   ++version_;
-  document_ = std::make_shared<ConfDocument>(Joined(document_->Snapshot()), syntax_);
+  document_ = std::make_shared<ConfDocument>(Joined(written), syntax_);
 }

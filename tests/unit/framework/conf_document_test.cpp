@@ -1,5 +1,6 @@
 #include "framework/conf_document.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -236,6 +237,18 @@ TEST(ConfDocument, ASnapshotIsLeftAloneByLaterChanges) {
   std::string text;
   for (const std::string_view piece : snapshot.pieces) text += piece;
   EXPECT_EQ(text, before);
+}
+
+// Each piece costs the system something when it is written.
+TEST(ConfDocument, ChangedLinesThatFollowEachOtherAreOnePieceOfASnapshot) {
+  ConfDocument document = Parse("a:1\nb:2\nc:3\nd:4\ne:5\n");
+  document.Put(0, "A:1\n");
+  document.Put(4, {});
+  document.Put(8, "C:3\n");
+  document.Put(16, "E:5\n");
+  document.Put(document.Extend(), "f:6\n");
+  EXPECT_THAT(document.Snapshot().pieces,
+              testing::ElementsAre("A:1\nC:3\n", "d:4\n", "E:5\nf:6\n"));
 }
 
 TEST(ConfDocument, BecomesWornByManyChanges) {
