@@ -70,7 +70,7 @@ void ConfDataSet::Modify() {
     const auto name = std::find_if(columns.begin(), columns.end(),
                                    [](const auto& column) { return column.first == 1; });
     if (name == columns.end() || name->second.empty()) RefuseNoName();
-    MoveTo(View().Make(ConfChange::Add(name->second, std::move(text)), true));
+    MoveTo(View().Make(ConfChange::Add(std::move(name->second), std::move(text)), true));
     return;
   }
   if (const auto name = SetValues().find(1); name != SetValues().end() && name->second.empty()) {

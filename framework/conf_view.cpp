@@ -151,18 +151,17 @@ std::string ConfView::Value(dd::RecordPtr place, unsigned long column) {
 
 void ConfView::CheckValue(unsigned long column, const std::string& field,
                           const std::string& value) const {
-  const auto refuse_if = [&](bool bad, const char* rule) {
-    if (bad) throw mgr_err::Error("value", field, rule);
-  };
+  const auto refuse = [&](const std::string& rule) { throw mgr_err::Error("value", field, rule); };
+  const auto has = [&](char byte) { return value.find(byte) != std::string::npos; };
+  // What is special in the last column is its separators, as a rule.
   if (conf_line::HasSpecial(value, syntax_.separator)) {
-    refuse_if(value.find_first_of("\n\r") != std::string::npos, "line break not allowed");
-    refuse_if(value.find('\0') != std::string::npos, "NUL not allowed");
-    const std::string rule = std::string("must not contain '") + syntax_.separator + "'";
-    refuse_if(column < Columns(), rule.c_str());
+    if (has('\n') || has('\r')) refuse("line break not allowed");
+    if (has('\0')) refuse("NUL not allowed");
+    if (column < Columns()) refuse(std::string("must not contain '") + syntax_.separator + "'");
   }
   if (column != 1 || value.empty()) return;
   const bool comment = syntax_.comment.find(value[0]) != std::string::npos;
-  refuse_if(comment, "must not begin as a comment does");
+  if (comment) refuse("must not begin as a comment does");
 }
 
 void ConfView::BeforeNew() { dataset_.onBeforeNew(); }

@@ -74,8 +74,9 @@ Field::Field(Record* owner, const std::string& name, bool (*check)(std::string&)
 std::string Field::Str() const { return owner_->GetField(column_); }
 
 void Field::Set(const std::string& value) {
+  if (check_ == nullptr) return owner_->SetField(column_, value);
   std::string canonical = value;
-  if (check_ != nullptr && !check_(canonical)) {
+  if (!check_(canonical)) {
     throw mgr_err::Error("value", name_, "is not of the form that this field takes");
   }
   owner_->SetField(column_, canonical);
