@@ -265,8 +265,9 @@ TEST(LogFile, SeveralProcessesThatRotateLoseNoLine) {
   int files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
     ++files;
-    // Each of the others may have been about to append one line of at most 7 bytes.
-    EXPECT_GE(2000U + (kWriters - 1) * 7, entry.file_size()) << entry.path();
+    // Each of the others may have been about to append one line of at most 7 bytes, and who finds
+    // the lock taken for 10 ms, on a busy machine, appends without putting the file aside.
+    EXPECT_GE(2U * 2000U, entry.file_size()) << entry.path();
     std::istringstream text(support::ReadFile(entry.path()));
     for (std::string line; std::getline(text, line);) {
       ++seen[line];
