@@ -3,6 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "framework/conf_mapping.h"
+
+ConfBytes::ConfBytes() = default;
+ConfBytes::~ConfBytes() = default;
+
+ConfBytes::ConfBytes(std::unique_ptr<ConfMapping> mapping)
+    : begin_(mapping->View().data()), size_(mapping->View().size()), mapping_(std::move(mapping)) {}
+
 ConfBytes::ConfBytes(std::string_view content) {
   Reserve(content.size());
   std::copy(content.begin(), content.end(), End());
@@ -14,4 +22,5 @@ void ConfBytes::Reserve(std::size_t capacity) {
   ConfMemory larger(capacity);
   std::copy_n(Begin(), size_, static_cast<char*>(larger.data()));
   memory_ = std::move(larger);
+  begin_ = Begin();
 }

@@ -1,16 +1,23 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
 #include "brisq_export.h"
 #include "framework/conf_memory.h"
 
-/// Bytes that are written once, when a file is read into them, and then shared.
+class ConfMapping;
+
+/// Bytes that are written once, when a file is read into them, and then shared; or those of a file
+/// that is mapped.
 class BRISQ_API ConfBytes {
  public:
-  ConfBytes() = default;
+  ConfBytes();
   explicit ConfBytes(std::string_view content);
+  /// Content that is there already: nothing can be added to it.
+  explicit ConfBytes(std::unique_ptr<ConfMapping> mapping);
+  ~ConfBytes();
 
   /// Makes room for at least `capacity` bytes; what was written stays.
   void Reserve(std::size_t capacity);
@@ -21,11 +28,16 @@ class BRISQ_API ConfBytes {
   void Add(std::size_t bytes) noexcept { size_ += bytes; }
 
   std::size_t size() const noexcept { return size_; }
-  std::string_view View() const noexcept { return {Begin(), size_}; }
+  std::string_view View() const noexcept { return {begin_, size_}; }
+
+  /// Null for bytes that were read.
+  ConfMapping* mapping() const noexcept { return mapping_.get(); }
 
  private:
   char* Begin() const noexcept { return static_cast<char*>(memory_.data()); }
 
+  const char* begin_ = nullptr;
   std::size_t size_ = 0;
   ConfMemory memory_;
+  std::unique_ptr<ConfMapping> mapping_;
 };

@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "framework/in_two.h"
+#include "framework/forget_behind.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
 
@@ -93,6 +93,24 @@ ConfContent ConfSave::ReadWhenQuiet(const std::string& name, bool may_be_missing
   }
 }
 
+// The system's copy of what is about to be pushed out is given back while the disk works: the new
+// file's takes its place in memory, and left to the removal it would be a wait of its own.
+void ConfSave::WriteNew(Replacement& fresh, const ConfSnapshot& content, int old,
+                        const struct stat& info) {
+  std::optional<ForgetBehind> forget;
+  if (old >= 0 && info.st_size >= kLarge) forget.emplace(old, content.bytes);
+  fresh.Write(content.pieces, [&](std::size_t bytes) {
+    if (forget) forget->Written(bytes);
+  });
+  fresh.StartWriteBack();
+  if (forget) {
+    forget->WrittenAll();
+  } else if (old >= 0) {
+    ::posix_fadvise(old, 0, 0, POSIX_FADV_DONTNEED);
+  }
+  fresh.Seal(old >= 0 ? ConfStamp::Of(info) : ConfStamp{});
+}
+
 ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp& known) {
   struct stat info {};
   Descriptor old = OpenRegular(target_.directory.get(), target_.name, target_.path, info);
@@ -100,23 +118,7 @@ ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp
   // What the round before last pushed out has been taken over by the last one.
   former_.reset();
   auto fresh = std::make_unique<Replacement>(target_, slot_, old.get(), info);
-  const auto seal = [&] { fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{}); };
-  // The system's copy of what is about to be pushed out is given back while the disk works: the new
-  // file's takes its place in memory, and left to the removal it would be a wait of its own.
-  const auto forget_old = [&] { ::posix_fadvise(old.get(), 0, 0, POSIX_FADV_DONTNEED); };
-  if (old && info.st_size >= kLarge) {
-    InTwo(
-        [&] {
-          fresh->Write(content.pieces);
-          seal();
-        },
-        forget_old);
-  } else {
-    fresh->Write(content.pieces);
-    fresh->StartWriteBack();
-    if (old) forget_old();
-    seal();
-  }
+  WriteNew(*fresh, content, old.get(), info);
   auto watch = std::make_unique<WriterWatch>(old.get());
   if (watch->state() == WriterWatch::State::kWritten) return Outcome::kChanged;
   // An edit that has set size and time back shows in the change of status alone, and only until our

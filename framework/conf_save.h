@@ -11,6 +11,7 @@
 #include "framework/conf_stamp.h"
 #include "framework/descriptor.h"
 #include "framework/safe_replace.h"
+#include "framework/writer_watch.h"
 
 /// The disk's side of saving a file, from taking its lock to giving it back.
 ///
@@ -58,6 +59,8 @@ class BRISQ_API ConfSave {
 
   void SaveLeftover(Replacement::Slot slot);
   ConfContent ReadWhenQuiet(const std::string& name, bool may_be_missing);
+  static void WriteNew(Replacement& fresh, const ConfSnapshot& content, int old,
+                       const struct stat& info);
   Outcome Publish(const ConfSnapshot& content, const ConfStamp& known);
   bool IsUndisturbed(const ConfStamp& known) const;
   void SyncDirectory();

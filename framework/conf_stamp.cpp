@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <ctime>
 #include <limits>
 
+#include "framework/conf_mapping.h"
 #include "framework/in_two.h"
+#include "framework/writer_watch.h"
 #include "mgr_err.h"
 
 namespace {
@@ -64,6 +65,16 @@ void ReadHalves(int fd, std::size_t size, ConfBytes& bytes) {
   bytes.Add(lower == half ? upper : lower);
 }
 
+// Without bytes where the file must be read instead.
+ConfContent MapContent(int fd) {
+  auto mapping = ConfMapping::Of(fd);
+  if (!mapping) return {};
+  ConfContent content{mapping->stamp(), nullptr, true};
+  content.settled = Age(content.stamp) >= kClockStep;
+  content.bytes = std::make_shared<ConfBytes>(std::move(mapping));
+  return content;
+}
+
 void RequireRegular(const struct stat& info, const std::string& path) {
   if (S_ISREG(info.st_mode)) return;
   throw mgr_err::Error("file", path,
@@ -116,26 +127,6 @@ Descriptor OpenRegular(int directory, const std::string& name, const std::string
   return file;
 }
 
-WriterWatch::WriterWatch(int fd) noexcept : fd_(fd), state_(State::kUnknown) {
-  // A read lease is given only while nobody has the file open for writing. The signal that tells of
-  // a waiting opener is one that is ignored unless a handler is set.
-  if (sys::FCntl(fd_, F_SETSIG, SIGURG) != 0) return;
-  if (sys::FCntl(fd_, F_SETLEASE, F_RDLCK) == 0) {
-    state_ = State::kFree;
-  } else if (errno == EAGAIN) {
-    state_ = State::kWritten;
-  }
-}
-
-WriterWatch::~WriterWatch() {
-  if (state_ == State::kFree) ::fcntl(fd_, F_SETLEASE, F_UNLCK);
-}
-
-bool WriterWatch::Disturbed() const noexcept {
-  // Told is the lease that is left when the wish of who waits is met.
-  return state_ == State::kFree && ::fcntl(fd_, F_GETLEASE) != F_RDLCK;
-}
-
 ConfContent ReadContent(int fd, const std::string& path) {
   struct stat before {};
   struct stat after {};
@@ -171,5 +162,9 @@ ConfContent ReadAt(int directory, const std::string& name, const std::string& pa
   const ConfStamp stamp = ConfStamp::Of(info);
   const bool may_go_on = writers == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
   if (writers == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
+  if (info.st_size >= static_cast<off_t>(ConfMapping::kLeast)) {
+    ConfContent mapped = MapContent(file.get());
+    if (mapped.bytes) return mapped;
+  }
   return ReadContent(file.get(), path);
 }

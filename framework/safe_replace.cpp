@@ -139,13 +139,18 @@ void Replacement::Create() {
   exists_ = true;
 }
 
-void Replacement::Write(const std::vector<std::string_view>& pieces) {
+void Replacement::Write(const std::vector<std::string_view>& pieces,
+                        const std::function<void(std::size_t)>& written) {
   const SizeSignalHeld held;
   std::vector<struct iovec> vectors = Vectors(pieces);
-  for (std::size_t first = 0; first < vectors.size();) WriteSome(vectors, first);
+  std::size_t bytes = 0;
+  for (std::size_t first = 0; first < vectors.size();) {
+    bytes += WriteSome(vectors, first);
+    if (written) written(bytes);
+  }
 }
 
-void Replacement::WriteSome(std::vector<struct iovec>& pieces, std::size_t& first) {
+std::size_t Replacement::WriteSome(std::vector<struct iovec>& pieces, std::size_t& first) {
   std::size_t count = 0;
   std::size_t bytes = 0;
   while (first + count < pieces.size() && count < IOV_MAX && bytes < kWriteBack) {
@@ -163,6 +168,7 @@ void Replacement::WriteSome(std::vector<struct iovec>& pieces, std::size_t& firs
   }
   // Writing back now rather than at the sync lets the disk work while we write on.
   if (bytes >= kWriteBack) StartWriteBack();
+  return static_cast<std::size_t>(result);
 }
 
 void Replacement::StartWriteBack() noexcept {

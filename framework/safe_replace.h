@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,7 +52,9 @@ class BRISQ_API Replacement {
   Replacement& operator=(const Replacement&) = delete;
 
   /// Appends to the content.
-  void Write(const std::vector<std::string_view>& pieces);
+  /// @param written  called now and then with the number of bytes that are written
+  void Write(const std::vector<std::string_view>& pieces,
+             const std::function<void(std::size_t)>& written = {});
   /// Has the disk begin with what was written. Seal makes it durable, whatever comes of this.
   void StartWriteBack() noexcept;
   /// Makes the content durable. Its whole-second time of modification is later than that of `old`:
@@ -73,7 +77,7 @@ class BRISQ_API Replacement {
 
  private:
   void Create();
-  void WriteSome(std::vector<struct iovec>& pieces, std::size_t& first);
+  std::size_t WriteSome(std::vector<struct iovec>& pieces, std::size_t& first);
   bool TargetIs(const ConfStamp& old) const;
   Outcome PublishByName(const ConfStamp& old);
 

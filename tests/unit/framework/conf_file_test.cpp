@@ -69,6 +69,24 @@ TEST_F(ConfFileTest, ReadersSeeWhatOthersWriteInEveryStyle) {
   }
 }
 
+// Such a file is mapped, and who writes into it waits until it is copied.
+TEST_F(ConfFileTest, ALargeFileMayBeEditedInPlaceAsWell) {
+  const std::string filling = "# " + std::string(98, 'x') + "\n";
+  std::string large = Line("a") + "\n";
+  while (large.size() < (std::size_t{9} << 20)) large += filling;
+  Write(large + Line("b") + "\n");
+  const auto users = Open();
+  ASSERT_EQ(Names(users), (std::vector<std::string>{"a", "b"}));
+  Shell("echo '" + Line("c") + "' >> users");
+  SetPassword(users, "b", "new");
+  EXPECT_TRUE(Content().starts_with(large));
+  EXPECT_EQ(Content().substr(large.size()), Line("b", "new") + "\n" + Line("c") + "\n");
+  Shell("sed -n '1p' users > short && cat short > users");
+  SetPassword(users, "a", "new");
+  EXPECT_EQ(Names(users), (std::vector<std::string>{"a"}));
+  EXPECT_LT(Content().size(), 100U);
+}
+
 TEST_F(ConfFileTest, PostsAreMergedWithWhatOthersWroteInEveryStyle) {
   const struct {
     const char* name;

@@ -77,15 +77,22 @@ TEST_F(ConfStampTest, AnEmptyFileCountsOnceItHasRested) {
   EXPECT_EQ(content.bytes->size(), 0U);
 }
 
-// From some size on two threads read.
-TEST_F(ConfStampTest, ReadsALargeFileWhole) {
+class LargeFileTest : public ConfStampTest, public ::testing::WithParamInterface<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(MappedOrRead, LargeFileTest, ::testing::Bool());
+
+// It is mapped; where that can't be done two threads read.
+TEST_P(LargeFileTest, IsHadWhole) {
   std::string text;
   for (int line = 0; text.size() < (std::size_t{9} << 20); ++line) {
     text += std::to_string(line) + ":text\n";
   }
   folder_.Write("file", text);
-  const ConfContent content = Read();
-  ASSERT_TRUE(content.bytes);
+  support::SysFault fault;
+  if (!GetParam()) fault.FailCall("fcntl", EINVAL);
+  ConfContent content = Read();
+  while (!content.bytes) content = Read();
+  EXPECT_EQ(content.bytes->mapping() != nullptr, GetParam());
   EXPECT_TRUE(content.bytes->View() == text);
   EXPECT_EQ(content.stamp, StampAt(path_));
 }
@@ -126,22 +133,6 @@ TEST_F(ConfStampTest, AFileThatIsOpenForWritingIsNotRead) {
     EXPECT_FALSE(Read().bytes);
   }
   EXPECT_TRUE(Read().bytes);
-}
-
-TEST_F(ConfStampTest, WhoOpensForWritingWaitsForTheWatchToEnd) {
-  folder_.Write("file", "abc");
-  const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
-  std::thread writer;
-  {
-    const WriterWatch watch(file.get());
-    ASSERT_EQ(watch.state(), WriterWatch::State::kFree);
-    EXPECT_FALSE(watch.Disturbed());
-    writer = std::thread([this] { folder_.Write("file", "abcdef"); });
-    while (!watch.Disturbed()) std::this_thread::yield();
-    EXPECT_EQ(support::ReadFile(path_), "abc");
-  }
-  writer.join();
-  EXPECT_EQ(support::ReadFile(path_), "abcdef");
 }
 
 TEST_F(ConfStampTest, WithoutLeasesAFreshlyChangedFileMayBeBeingWritten) {

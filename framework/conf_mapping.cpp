@@ -1,0 +1,190 @@
+#include "framework/conf_mapping.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <system_error>
+
+#include "framework/in_two.h"
+#include "framework/sys.h"
+
+namespace {
+
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kLargePage = std::size_t{2} << 20;
+// How long somebody who opens the file for writing waits for nothing.
+constexpr int kPause = 5;  // milliseconds
+constexpr std::size_t kStep = std::size_t{4} << 20;
+
+std::size_t WholePages(std::size_t bytes) noexcept { return (bytes + kPage - 1) / kPage * kPage; }
+
+// File systems of this machine alone, which let nobody write past a lease.
+bool HoldsWritersOff(int file) noexcept {
+  struct statfs info {};
+  if (::fstatfs(file, &info) != 0) return false;
+  const long kinds[] = {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, BTRFS_SUPER_MAGIC, TMPFS_MAGIC,
+                        F2FS_SUPER_MAGIC};
+  return std::find(std::begin(kinds), std::end(kinds), info.f_type) != std::end(kinds);
+}
+
+// Memory that begins where large pages do, so that a copy in such pages can be moved there whole.
+char* Reserve(std::size_t bytes) noexcept {
+  const std::size_t more = bytes + kLargePage;
+  void* const got = ::mmap(nullptr, more, PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (got == MAP_FAILED) return nullptr;
+  char* const begin = static_cast<char*>(got);
+  const std::size_t before =
+      (kLargePage - reinterpret_cast<std::uintptr_t>(got) % kLargePage) % kLargePage;
+  if (before > 0) ::munmap(begin, before);
+  ::munmap(begin + before + bytes, more - before - bytes);
+  return begin + before;
+}
+
+// False when a part of the file can't be read, which touching it later would end the process for.
+bool TouchAll(char* place, std::size_t bytes) {
+  const std::size_t half = WholePages(bytes / 2);
+  int lower = 0;
+  int upper = 0;
+  InTwo([&] { lower = ::madvise(place, half, MADV_POPULATE_READ); },
+        [&] { upper = ::madvise(place + half, bytes - half, MADV_POPULATE_READ); });
+  return lower == 0 && upper == 0;
+}
+
+// Signals are for the process's own threads.
+class NoSignals {
+ public:
+  NoSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  ~NoSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  NoSignals(const NoSignals&) = delete;
+  NoSignals& operator=(const NoSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+}  // namespace
+
+std::unique_ptr<ConfMapping> ConfMapping::Of(int file, Duration longest) {
+  Descriptor own(::fcntl(file, F_DUPFD_CLOEXEC, 0));
+  if (!own || !HoldsWritersOff(own.get())) return nullptr;
+  std::unique_ptr<ConfMapping> mapping(new ConfMapping(std::move(own), longest));
+  try {
+    if (!mapping->Map()) return nullptr;
+    mapping->StartKeeper();
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
+  return mapping;
+}
+
+ConfMapping::ConfMapping(Descriptor file, Duration longest)
+    : owner_(::getpid()), end_(Clock::now() + longest), file_(std::move(file)) {}
+
+bool ConfMapping::Map() {
+  watch_ = std::make_unique<WriterWatch>(file_.get());
+  if (watch_->state() != WriterWatch::State::kFree) return false;
+  struct stat info {};
+  if (sys::FStat(file_.get(), &info) != 0 || info.st_size <= 0) return false;
+  stamp_ = ConfStamp::Of(info);
+  const std::size_t bytes = WholePages(static_cast<std::size_t>(info.st_size));
+  place_ = Reserve(bytes);
+  if (place_ == nullptr) return false;
+  size_ = static_cast<std::size_t>(info.st_size);
+  return ::mmap(place_, bytes, PROT_READ, MAP_PRIVATE | MAP_FIXED, file_.get(), 0) == place_ &&
+         TouchAll(place_, bytes);
+}
+
+void ConfMapping::StartKeeper() {
+  end_of_keeper_ = Descriptor(::eventfd(0, EFD_CLOEXEC));
+  if (!end_of_keeper_) throw std::system_error(errno, std::generic_category());
+  const NoSignals in_the_keeper;
+  keeper_ = std::make_unique<std::thread>([this] { Keep(); });
+}
+
+void ConfMapping::EndKeeper() noexcept {
+  if (!keeper_) return;
+  if (::getpid() != owner_) {
+    // A child that was forked has no thread to wait for, and its parent still needs the lease.
+    static_cast<void>(keeper_.release());
+    static_cast<void>(watch_.release());
+    return;
+  }
+  ended_ = true;
+  ::eventfd_write(end_of_keeper_.get(), 1);
+  keeper_->join();
+}
+
+ConfMapping::~ConfMapping() {
+  EndKeeper();
+  if (place_ != nullptr) ::munmap(place_, WholePages(size_));
+}
+
+bool ConfMapping::IsCopied() const {
+  const std::lock_guard lock(mutex_);
+  return watch_ == nullptr;
+}
+
+void ConfMapping::Keep() noexcept {
+  struct pollfd end {
+    end_of_keeper_.get(), POLLIN, 0
+  };
+  while (!IsDone()) ::poll(&end, 1, kPause);
+}
+
+bool ConfMapping::IsDone() noexcept {
+  const std::lock_guard lock(mutex_);
+  const bool wanted = watch_->Disturbed() || Clock::now() >= end_;
+  return ended_ || (wanted && TakeCopy());
+}
+
+// A copy takes the mapping's place in one step of the system, so that who reads there sees the same
+// bytes before and after.
+bool ConfMapping::TakeCopy() noexcept {
+  const std::size_t bytes = WholePages(size_);
+  char* const copy = Reserve(bytes);
+  if (copy == nullptr) return false;
+  ::madvise(copy, bytes, MADV_HUGEPAGE);
+  const bool moved = ReadInto(copy) &&
+                     ::mremap(copy, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, place_) == place_;
+  if (!moved) {
+    ::munmap(copy, bytes);
+    return false;
+  }
+  watch_.reset();
+  file_.Close();
+  return true;
+}
+
+bool ConfMapping::ReadInto(char* copy) const noexcept {
+  for (std::size_t at = 0; at < size_ && !ended_;) {
+    const ssize_t got =
+        ::pread(file_.get(), copy + at, std::min(kStep, size_ - at), static_cast<off_t>(at));
+    if (got <= 0) return false;
+    at += static_cast<std::size_t>(got);
+  }
+  return !ended_;
+}
+
+void ConfMapping::Forget(std::size_t end) noexcept {
+  const std::lock_guard lock(mutex_);
+  // A large page in the system's memory goes as a whole.
+  end = end < size_ ? end / kLargePage * kLargePage : WholePages(size_);
+  if (watch_ == nullptr || end <= forgotten_) return;
+  ::madvise(place_ + forgotten_, end - forgotten_, MADV_DONTNEED);
+  ::posix_fadvise(file_.get(), 0, static_cast<off_t>(end), POSIX_FADV_DONTNEED);
+  forgotten_ = end;
+}

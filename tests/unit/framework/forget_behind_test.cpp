@@ -1,0 +1,97 @@
+#include "framework/forget_behind.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "framework/conf_mapping.h"
+#include "framework/descriptor.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kSize = std::size_t{8} << 20;
+
+class ForgetBehindTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder_.Write("file", text_);
+    file_ = Descriptor(::open((folder_ / "file").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::fsync(file_.get()), 0);
+  }
+
+  // Pages of the file that the system has in memory.
+  std::size_t Kept() const {
+    void* const place = ::mmap(nullptr, kSize, PROT_READ, MAP_SHARED, file_.get(), 0);
+    std::vector<unsigned char> pages(kSize / kPage);
+    EXPECT_EQ(::mincore(place, kSize, pages.data()), 0);
+    ::munmap(place, kSize);
+    return static_cast<std::size_t>(std::count_if(
+        pages.begin(), pages.end(), [](unsigned char page) { return (page & 1) != 0; }));
+  }
+  // Files that are nowhere but in memory can't be forgotten.
+  bool IsOnDisk() const {
+    struct statfs info {};
+    EXPECT_EQ(::fstatfs(file_.get(), &info), 0);
+    return info.f_type != TMPFS_MAGIC;
+  }
+  // Returns when no more than this is kept.
+  void WaitFor(std::size_t pages) const {
+    while (IsOnDisk() && Kept() > pages) std::this_thread::yield();
+  }
+
+  support::TempDir folder_;
+  const std::string text_ = std::string(kSize, 'x');
+  Descriptor file_;
+};
+
+TEST_F(ForgetBehindTest, FollowsTheWriter) {
+  const auto bytes = std::make_shared<ConfBytes>(ConfMapping::Of(file_.get()));
+  const std::size_t all = Kept();
+  {
+    ForgetBehind forget(file_.get(), bytes);
+    EXPECT_EQ(Kept(), all);
+    forget.Written(kSize / 2);
+    WaitFor(all * 3 / 4);
+    if (IsOnDisk()) {
+      EXPECT_GE(Kept(), all / 2);
+    }
+    forget.WrittenAll();
+  }
+  if (IsOnDisk()) {
+    EXPECT_LT(Kept(), all / 10);
+  }
+  EXPECT_TRUE(bytes->View() == text_);
+}
+
+TEST_F(ForgetBehindTest, ForgetsAFileThatWasRead) {
+  const auto bytes = std::make_shared<ConfBytes>(text_);
+  {
+    ForgetBehind forget(file_.get(), bytes);
+    forget.Written(kSize / 2);
+    forget.WrittenAll();
+  }
+  if (IsOnDisk()) {
+    EXPECT_LT(Kept(), kSize / kPage / 10);
+  }
+  EXPECT_TRUE(bytes->View() == text_);
+}
+
+TEST_F(ForgetBehindTest, KeepsWhatWasNotWritten) {
+  const auto bytes = std::make_shared<ConfBytes>(text_);
+  const std::size_t all = Kept();
+  { const ForgetBehind forget(file_.get(), bytes); }
+  EXPECT_EQ(Kept(), all);
+}
+
+}  // namespace
