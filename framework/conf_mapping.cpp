@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
 #include <system_error>
 
 #include "framework/in_two.h"
@@ -23,7 +25,9 @@ constexpr std::size_t kPage = 4096;
 constexpr std::size_t kLargePage = std::size_t{2} << 20;
 // How long somebody who opens the file for writing waits for nothing.
 constexpr int kPause = 5;  // milliseconds
+constexpr int kLongestPause = 1000;
 constexpr std::size_t kStep = std::size_t{4} << 20;
+constexpr std::size_t kTouched = std::size_t{64} << 20;
 
 std::size_t WholePages(std::size_t bytes) noexcept { return (bytes + kPage - 1) / kPage * kPage; }
 
@@ -51,13 +55,27 @@ char* Reserve(std::size_t bytes) noexcept {
 }
 
 // False when a part of the file can't be read, which touching it later would end the process for.
-bool TouchAll(char* place, std::size_t bytes) {
+bool Touch(char* place, std::size_t bytes) {
   const std::size_t half = WholePages(bytes / 2);
   int lower = 0;
   int upper = 0;
   InTwo([&] { lower = ::madvise(place, half, MADV_POPULATE_READ); },
         [&] { upper = ::madvise(place + half, bytes - half, MADV_POPULATE_READ); });
   return lower == 0 && upper == 0;
+}
+
+// The system takes a lease back by force some seconds after somebody else has wished for it; 0
+// stands for never.
+bool LeasesLast() {
+  constexpr int kEnough = 10;  // seconds, for a copy on a slow disk
+  int seconds = -1;
+  std::ifstream("/proc/sys/fs/lease-break-time") >> seconds;
+  return seconds == 0 || seconds >= kEnough;
+}
+
+bool IsMapped(char* place) noexcept {
+  unsigned char resident = 0;
+  return ::mincore(place, kPage, &resident) == 0;
 }
 
 // Signals are for the process's own threads.
@@ -80,7 +98,7 @@ class NoSignals {
 
 std::unique_ptr<ConfMapping> ConfMapping::Of(int file, Duration longest) {
   Descriptor own(::fcntl(file, F_DUPFD_CLOEXEC, 0));
-  if (!own || !HoldsWritersOff(own.get())) return nullptr;
+  if (!own || !HoldsWritersOff(own.get()) || !LeasesLast()) return nullptr;
   std::unique_ptr<ConfMapping> mapping(new ConfMapping(std::move(own), longest));
   try {
     if (!mapping->Map()) return nullptr;
@@ -101,11 +119,31 @@ bool ConfMapping::Map() {
   if (sys::FStat(file_.get(), &info) != 0 || info.st_size <= 0) return false;
   stamp_ = ConfStamp::Of(info);
   const std::size_t bytes = WholePages(static_cast<std::size_t>(info.st_size));
-  place_ = Reserve(bytes);
-  if (place_ == nullptr) return false;
+  copy_ = Reserve(bytes);
+  char* const place = copy_ == nullptr ? nullptr : Reserve(bytes);
+  if (place == nullptr) return false;
+  // When this fails the space may be somebody else's by now.
+  if (::mmap(place, bytes, PROT_READ, MAP_PRIVATE | MAP_FIXED, file_.get(), 0) != place)
+    return false;
+  place_ = place;
   size_ = static_cast<std::size_t>(info.st_size);
-  return ::mmap(place_, bytes, PROT_READ, MAP_PRIVATE | MAP_FIXED, file_.get(), 0) == place_ &&
-         TouchAll(place_, bytes);
+  return TouchAll() && IsAsItWas();
+}
+
+// Who wants to write need not wait for a slow disk.
+bool ConfMapping::TouchAll() {
+  const std::size_t bytes = WholePages(size_);
+  for (std::size_t at = 0; at < bytes; at += kTouched) {
+    if (watch_->Disturbed() || Clock::now() >= end_) return false;
+    if (!Touch(place_ + at, std::min(kTouched, bytes - at))) return false;
+  }
+  return true;
+}
+
+bool ConfMapping::IsAsItWas() const noexcept {
+  struct stat info {};
+  return !watch_->Disturbed() && sys::FStat(file_.get(), &info) == 0 &&
+         ConfStamp::Of(info) == stamp_;
 }
 
 void ConfMapping::StartKeeper() {
@@ -131,6 +169,7 @@ void ConfMapping::EndKeeper() noexcept {
 ConfMapping::~ConfMapping() {
   EndKeeper();
   if (place_ != nullptr) ::munmap(place_, WholePages(size_));
+  if (copy_ != nullptr) ::munmap(copy_, WholePages(static_cast<std::size_t>(stamp_.size)));
 }
 
 bool ConfMapping::IsCopied() const {
@@ -142,28 +181,34 @@ void ConfMapping::Keep() noexcept {
   struct pollfd end {
     end_of_keeper_.get(), POLLIN, 0
   };
-  while (!IsDone()) ::poll(&end, 1, kPause);
+  // What keeps a copy from being made, such as too little memory, may pass.
+  for (int pause = kPause; !IsDone(); pause = std::min(pause, kLongestPause)) {
+    ::poll(&end, 1, pause);
+    if (failed_) pause *= 2;
+  }
 }
 
 bool ConfMapping::IsDone() noexcept {
   const std::lock_guard lock(mutex_);
   const bool wanted = watch_->Disturbed() || Clock::now() >= end_;
-  return ended_ || (wanted && TakeCopy());
+  if (ended_) return true;
+  const bool done = wanted && TakeCopy();
+  failed_ = wanted && !done;
+  return done;
 }
 
 // A copy takes the mapping's place in one step of the system, so that who reads there sees the same
 // bytes before and after.
 bool ConfMapping::TakeCopy() noexcept {
   const std::size_t bytes = WholePages(size_);
-  char* const copy = Reserve(bytes);
-  if (copy == nullptr) return false;
-  ::madvise(copy, bytes, MADV_HUGEPAGE);
-  const bool moved = ReadInto(copy) &&
-                     ::mremap(copy, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, place_) == place_;
-  if (!moved) {
-    ::munmap(copy, bytes);
+  ::madvise(copy_, bytes, MADV_HUGEPAGE);
+  if (!ReadInto(copy_)) return false;
+  if (::mremap(copy_, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, place_) != place_) {
+    // Readers would find nothing, or what somebody else puts there.
+    if (!IsMapped(place_)) std::abort();
     return false;
   }
+  copy_ = nullptr;
   watch_.reset();
   file_.Close();
   return true;

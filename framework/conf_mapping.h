@@ -19,17 +19,20 @@
 /// write into the file, or a second has passed, whichever comes first. Whoever opens the file for
 /// writing waits meanwhile. Afterwards it is a copy in memory at the same place: who reads notices
 /// nothing. So a short process is spared fresh memory as large as the file, and a long one is in
-/// nobody's way. docs/decisions/0008 tells what it rests on. Any thread.
+/// nobody's way. docs/decisions/0008 tells what it rests on. Any thread; a forked child may do
+/// nothing but destroy it.
 class BRISQ_API ConfMapping {
  public:
   /// Bytes from which on mapping pays.
   static constexpr std::size_t kLeast = std::size_t{8} << 20;
   using Duration = std::chrono::milliseconds;
-  /// How long the file is kept from being written.
+  /// How long the file is kept from being written when nobody waits to; the copy takes its time
+  /// after that.
   static constexpr Duration kLongest{1000};
 
   /// Maps an open file as it is at this moment.
-  /// @param file  open for reading; stays the caller's
+  /// @param file  open for reading; stays the caller's, who makes no WriterWatch for it from now
+  /// on: both share one lease
   /// @return null where that can't be done: an empty file, one that somebody writes into, a file
   /// system that holds no writers off, a file that can't be read whole, no thread left
   static std::unique_ptr<ConfMapping> Of(int file, Duration longest = kLongest);
@@ -52,6 +55,8 @@ class BRISQ_API ConfMapping {
  private:
   ConfMapping(Descriptor file, Duration longest);
   bool Map();
+  bool TouchAll();
+  bool IsAsItWas() const noexcept;
   void StartKeeper();
   void EndKeeper() noexcept;
   void Keep() noexcept;
@@ -67,8 +72,10 @@ class BRISQ_API ConfMapping {
   std::unique_ptr<WriterWatch> watch_;  // null for a copy
   ConfStamp stamp_;
   char* place_ = nullptr;
+  char* copy_ = nullptr;  // space for the copy until it is made
   std::size_t size_ = 0;
   std::size_t forgotten_ = 0;
+  bool failed_ = false;  // the last try at a copy, in the keeper
 
   mutable std::mutex mutex_;
   std::atomic<bool> ended_{false};

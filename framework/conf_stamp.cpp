@@ -66,11 +66,11 @@ void ReadHalves(int fd, std::size_t size, ConfBytes& bytes) {
 }
 
 // Without bytes where the file must be read instead.
-ConfContent MapContent(int fd) {
+ConfContent MapContent(int fd, const ConfStamp& opened) {
+  const bool settled = Age(opened) >= kClockStep;
   auto mapping = ConfMapping::Of(fd);
   if (!mapping) return {};
-  ConfContent content{mapping->stamp(), nullptr, true};
-  content.settled = Age(content.stamp) >= kClockStep;
+  ConfContent content{mapping->stamp(), nullptr, settled && mapping->stamp() == opened};
   content.bytes = std::make_shared<ConfBytes>(std::move(mapping));
   return content;
 }
@@ -163,8 +163,11 @@ ConfContent ReadAt(int directory, const std::string& name, const std::string& pa
   const bool may_go_on = writers == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
   if (writers == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
   if (info.st_size >= static_cast<off_t>(ConfMapping::kLeast)) {
-    ConfContent mapped = MapContent(file.get());
+    ConfContent mapped = MapContent(file.get(), stamp);
     if (mapped.bytes) return mapped;
+    // What kept it from being mapped may be somebody who has begun to write.
+    if (WriterWatch(file.get()).state() == WriterWatch::State::kWritten)
+      return {stamp, nullptr, false};
   }
   return ReadContent(file.get(), path);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/vfs.h>
 
 #include <atomic>
 #include <functional>
@@ -75,6 +76,14 @@ class UsersConfig : public MgrCachedConfig<UsersConfig> {
 inline std::string Line(const std::string& name, const std::string& hash = "{X}h") {
   return name + ":" + hash + ":1000:1000::/home/" + name +
          ":::maildir:~/.maildir userdb_quota_rule=*:bytes=0M";
+}
+
+/// True on file systems whose files are always read, as containers have them.
+inline bool IsNeverMapped(const std::string& folder) {
+  constexpr long kOverlay = 0x794c7630;
+  struct statfs info {};
+  EXPECT_EQ(::statfs(folder.c_str(), &info), 0);
+  return info.f_type == kOverlay;
 }
 
 /// Names of all records, in the order of a walk.
