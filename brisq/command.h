@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "brisq/given_password.h"
-#include "framework/proc_ahead.h"
+#include "panel/hash_ahead.h"
 
 namespace brisq {
 
@@ -50,9 +50,9 @@ struct Call {
   /// False when the run has only looked: reloads that others have left are not waited for.
   bool run_due = true;
   /// What `begin` has left for `run`: the password that is to be set, and a run of the tool that
-  /// makes its hash, which ends with this object at the latest. Null for none.
+  /// makes its hash, which ends when `run` has come to its end. Null for none.
   std::unique_ptr<GivenPassword> password = {};
-  std::unique_ptr<mgr_proc::Ahead> hash = {};
+  std::unique_ptr<brisq_panel::BegunHash> hash = {};
 };
 
 struct Operand {

@@ -26,12 +26,29 @@ std::unique_ptr<GivenPassword> TakeIn(const Call& call) {
   });
 }
 
-// Who sits at a terminal is asked when all is ready.
-void BeginHash(Call& call, brisq_panel::HashFor what) {
-  if (call.console.interactive && !Generates(call)) return;
+// Null for who sits at a terminal, who is asked when all is ready.
+const std::string* TakeInEarly(Call& call) {
+  if (call.console.interactive && !Generates(call)) return nullptr;
   call.password = TakeIn(call);
-  if (const std::string* password = call.password->IfAny())
-    call.hash = brisq_panel::BeginHash(call.arguments.Text("ADDRESS"), *password, what);
+  return call.password->IfAny();
+}
+
+brisq_panel::NewMailbox Wished(const Call& call, const std::string& password) {
+  return {.address = call.arguments.Text("ADDRESS"),
+          .password = password,
+          .quota = call.arguments.Text("--quota"),
+          .home = call.arguments.Text("--home")};
+}
+
+void BeginToAdd(Call& call) {
+  if (const std::string* password = TakeInEarly(call))
+    call.hash = brisq_panel::BeginToAdd(Wished(call, *password));
+}
+
+void BeginPasswd(Call& call) {
+  if (const std::string* password = TakeInEarly(call))
+    call.hash = brisq_panel::BeginHash(call.arguments.Text("ADDRESS"), *password,
+                                       brisq_panel::HashFor::kOtherPassword);
 }
 
 // The caller's, so that it is gone as soon as it has been used.
@@ -58,10 +75,8 @@ void SayAll(Call& call, const std::vector<std::string>& notes) {
 void Add(Call& call) {
   const auto given = Password(call);
   const std::string& password = given->Text();
-  const auto mailbox = brisq_panel::AddMailbox({.address = call.arguments.Text("ADDRESS"),
-                                                .password = password,
-                                                .quota = call.arguments.Text("--quota"),
-                                                .home = call.arguments.Text("--home")});
+  const auto mailbox = brisq_panel::AddMailbox(Wished(call, password));
+  call.hash.reset();
   call.output.Say(
       fmt::format("mailbox {} added, mail in {}/.maildir", mailbox.address, mailbox.home));
   ShowPassword(call, mailbox.address, password, RecordOf(mailbox));
@@ -112,6 +127,7 @@ void Passwd(Call& call) {
   const auto given = Password(call);
   const std::string& password = given->Text();
   brisq_panel::SetPassword(address, password);
+  call.hash.reset();
   call.output.Say(fmt::format("mailbox {} has a new password", address));
   ShowPassword(call, address, password, {{"address", address}});
 }
@@ -152,7 +168,7 @@ std::vector<Command> Basics() {
        .one_of = {kPasswordStdin.name, kGenerate.name},
        .changes = true,
        .run = Add,
-       .begin = [](Call& call) { BeginHash(call, brisq_panel::HashFor::kNewMailbox); }},
+       .begin = BeginToAdd},
       {.noun = "mailbox",
        .verb = "list",
        .summary = "List the mailboxes.",
@@ -187,7 +203,7 @@ std::vector<Command> Changes() {
        .one_of = {kPasswordStdin.name, kGenerate.name},
        .changes = true,
        .run = Passwd,
-       .begin = [](Call& call) { BeginHash(call, brisq_panel::HashFor::kOtherPassword); }},
+       .begin = BeginPasswd},
       {.noun = "mailbox",
        .verb = "delete",
        .summary = "Delete mailboxes; their mail stays on disk.",

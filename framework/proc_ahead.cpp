@@ -26,9 +26,13 @@ class Ahead::Waiting {
     const std::lock_guard lock(mutex_);
     aheads_.remove(ahead);
   }
-  bool Has(const std::string& command, const std::string_view* input) {
+  bool MayStart(const std::string& command, std::string_view input) {
     const std::lock_guard lock(mutex_);
-    return Find(command, input) != aheads_.end();
+    const auto others = std::count_if(aheads_.begin(), aheads_.end(), [](const Ahead* ahead) {
+      return ahead->child_ != nullptr && ahead->input_;
+    });
+    return static_cast<std::size_t>(others) < kMostWithInput &&
+           Find(command, &input) == aheads_.end();
   }
   std::unique_ptr<StartedChild> Take(const std::string& command, const std::string_view* input) {
     const std::lock_guard lock(mutex_);
@@ -56,7 +60,7 @@ Ahead::Ahead(const std::string& command) : command_(command) {
 Ahead::Ahead(const std::string& command, SecretBuffer& input)
     : command_(command), input_(input.Text()) {
   const std::string_view text = input.Text();
-  if (text.size() <= kSentAhead && !Waiting::The().Has(command, &text)) {
+  if (text.size() <= kSentAhead && Waiting::The().MayStart(command, text)) {
     Start(Shell::kNone, input);
   }
   input.Wipe();

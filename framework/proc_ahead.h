@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,11 +21,14 @@ namespace mgr_proc {
 /// the one who asks gets to know why: nothing is thrown. Any thread.
 class BRISQ_API Ahead {
  public:
+  static constexpr std::size_t kMostWithInput = 8;
+
   /// Starts the command as Execute(command, 2) would.
   explicit Ahead(const std::string& command);
   /// Starts the command as Execute(command, 3) would that is given this input: whoever asks with
   /// another input runs a command of his own. Starts nothing for more input than lies in the pipe
-  /// before the child exists, nor while the same runs ahead already.
+  /// before the child exists, nor while the same runs ahead already, nor while kMostWithInput
+  /// others do: some hashes take much memory.
   /// @param input  wiped; what is kept of it shows nothing (MaskedSecret)
   Ahead(const std::string& command, SecretBuffer& input);
   ~Ahead();

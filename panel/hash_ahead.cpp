@@ -1,10 +1,10 @@
 #include "panel/hash_ahead.h"
 
 #include <algorithm>
+#include <exception>
 #include <string_view>
 
 #include "mgr_cf.h"
-#include "mgr_err.h"
 #include "panel/names.h"
 #include "panel/records.h"
 
@@ -57,8 +57,8 @@ void Answer(mgr_proc::SecretBuffer& input, const std::string& password) {
 
 }  // namespace
 
-std::unique_ptr<mgr_proc::Ahead> BeginHash(const std::string& text, const std::string& password,
-                                           HashFor what) {
+std::unique_ptr<BegunHash> BeginHash(const std::string& text, const std::string& password,
+                                     HashFor what) {
   try {
     const Address address = ParseAddress(text);
     CheckPassword(password, mgr_cf::GetParam("DovecotPwScheme"));
@@ -68,8 +68,8 @@ std::unique_ptr<mgr_proc::Ahead> BeginHash(const std::string& text, const std::s
     }
     mgr_proc::SecretBuffer input;
     Answer(input, password);
-    return std::make_unique<mgr_proc::Ahead>(command, input);
-  } catch (const mgr_err::Error&) {
+    return std::make_unique<BegunHash>(command, input);
+  } catch (const std::exception&) {
     return nullptr;
   }
 }

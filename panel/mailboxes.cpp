@@ -105,6 +105,15 @@ std::string DefaultHome(const std::string& owner_home, const Address& address) {
   return owner_home + "/mail/" + address.domain + "/" + address.local;
 }
 
+std::unique_ptr<BegunHash> BeginToAdd(const NewMailbox& mailbox) {
+  try {
+    CheckValues(mailbox);
+  } catch (const mgr_err::Error&) {
+    return nullptr;
+  }
+  return BeginHash(mailbox.address, mailbox.password, HashFor::kNewMailbox);
+}
+
 MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   Plan plan = CheckValues(mailbox);
   MailBackend();

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "brisq_export.h"
+#include "panel/hash_ahead.h"
 #include "panel/names.h"
 
 /// Mailboxes. Addresses are taken in any form that names.h admits and given in their stored form.
@@ -34,6 +36,10 @@ struct BRISQ_API NewMailbox {
 /// the mail server has one of this name already; "plugin" when no mail back-end is at work;
 /// whatever the back-ends throw
 BRISQ_API MailboxInfo AddMailbox(const NewMailbox& mailbox);
+
+/// Begins to make the hash for AddMailbox, which is about to be called with the same; null when a
+/// value is wrong, and as BeginHash (hash_ahead.h) tells.
+BRISQ_API std::unique_ptr<BegunHash> BeginToAdd(const NewMailbox& mailbox);
 
 /// Home of a mailbox for which none was given.
 BRISQ_API std::string DefaultHome(const std::string& owner_home, const Address& address);

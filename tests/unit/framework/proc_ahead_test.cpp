@@ -219,6 +219,19 @@ TEST_F(ProcAhead, WhatIsSaidOfAFailureWithInputIsWhatExecuteSaysWithoutIt) {
 }
 
 // It could not lie in the pipe, and nobody would pump it.
+TEST_F(ProcAhead, SoManyRunAheadAndNoMore) {
+  std::vector<std::unique_ptr<Ahead>> aheads;
+  for (std::size_t number = 0; number <= Ahead::kMostWithInput; ++number) {
+    aheads.push_back(Begin(command_, std::to_string(number)));
+  }
+  EXPECT_TRUE(AwaitStart(Ahead::kMostWithInput));
+  EXPECT_EQ("answer\n", Answer(command_, std::to_string(Ahead::kMostWithInput)));
+  EXPECT_EQ(Ahead::kMostWithInput + 1, Starts());
+  EXPECT_EQ("answer\n", Answer(command_, "0"));
+  const auto next = Begin(command_, "next");
+  EXPECT_TRUE(AwaitStart(Ahead::kMostWithInput + 2)) << "one has been taken over";
+}
+
 TEST_F(ProcAhead, MoreInputThanAPipeHoldsStartsNothing) {
   const std::string count = Stub("echo x >> " + (directory_ / "starts") + "; wc -c", "count");
   const std::string fits(mgr_proc::kSentAhead, 'x');
