@@ -10,13 +10,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <system_error>
 
 #include "framework/in_two.h"
+#include "framework/no_signals.h"
 #include "framework/sys.h"
 
 namespace {
@@ -77,22 +77,6 @@ bool IsMapped(char* place) noexcept {
   unsigned char resident = 0;
   return ::mincore(place, kPage, &resident) == 0;
 }
-
-// Signals are for the process's own threads.
-class NoSignals {
- public:
-  NoSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  ~NoSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  NoSignals(const NoSignals&) = delete;
-  NoSignals& operator=(const NoSignals&) = delete;
-
- private:
-  sigset_t before_;
-};
 
 }  // namespace
 

@@ -1,9 +1,9 @@
 #include "framework/reload_worker.h"
 
 #include <chrono>
-#include <csignal>
 #include <exception>
 
+#include "framework/no_signals.h"
 #include "mgr_log.h"
 
 namespace reloader {
@@ -29,17 +29,8 @@ std::chrono::milliseconds RunOrLog(Queue& queue) {
 }  // namespace
 
 Worker::Worker(Queue& queue) : queue_(queue) {
-  sigset_t all;
-  sigset_t old;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &old);
-  try {
-    thread_ = std::thread([this] { Work(); });
-  } catch (...) {
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    throw;
-  }
-  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  const NoSignals in_the_worker;
+  thread_ = std::thread([this] { Work(); });
 }
 
 Worker::~Worker() {
