@@ -1,11 +1,9 @@
 #include "framework/conf_mapping.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +14,7 @@
 #include <system_error>
 
 #include "framework/in_two.h"
+#include "framework/local_file.h"
 #include "framework/no_signals.h"
 #include "framework/sys.h"
 
@@ -30,15 +29,6 @@ constexpr std::size_t kStep = std::size_t{4} << 20;
 constexpr std::size_t kTouched = std::size_t{64} << 20;
 
 std::size_t WholePages(std::size_t bytes) noexcept { return (bytes + kPage - 1) / kPage * kPage; }
-
-// File systems of this machine alone, which let nobody write past a lease.
-bool HoldsWritersOff(int file) noexcept {
-  struct statfs info {};
-  if (::fstatfs(file, &info) != 0) return false;
-  const long kinds[] = {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, BTRFS_SUPER_MAGIC, TMPFS_MAGIC,
-                        F2FS_SUPER_MAGIC};
-  return std::find(std::begin(kinds), std::end(kinds), info.f_type) != std::end(kinds);
-}
 
 // Memory that begins where large pages do, so that a copy in such pages can be moved there whole.
 char* Reserve(std::size_t bytes) noexcept {
@@ -82,7 +72,7 @@ bool IsMapped(char* place) noexcept {
 
 std::unique_ptr<ConfMapping> ConfMapping::Of(int file, Duration longest) {
   Descriptor own(::fcntl(file, F_DUPFD_CLOEXEC, 0));
-  if (!own || !HoldsWritersOff(own.get()) || !LeasesLast()) return nullptr;
+  if (!own || !IsLocalFile(own.get()) || !LeasesLast()) return nullptr;
   std::unique_ptr<ConfMapping> mapping(new ConfMapping(std::move(own), longest));
   try {
     if (!mapping->Map()) return nullptr;

@@ -10,17 +10,20 @@
 
 #include "framework/conf_mapping.h"
 #include "framework/in_two.h"
+#include "framework/local_file.h"
 #include "framework/writer_watch.h"
 #include "mgr_err.h"
 
 namespace {
 
+constexpr std::int64_t kSecond = 1'000'000'000;
+
 std::int64_t Nanoseconds(const struct timespec& time) noexcept {
-  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  return std::int64_t{time.tv_sec} * kSecond + time.tv_nsec;
 }
 
-// Steps of the clocks that file systems take their times from are 10 ms at most.
-constexpr std::int64_t kClockStep = 20'000'000;
+// By so much clocks of other machines, or of file systems of their own, may be beside ours.
+constexpr std::int64_t kAside = 20'000'000;
 // Who writes in place pauses less than this within one edit, as a rule; used where the system can't
 // tell whether anybody writes.
 constexpr std::int64_t kPauseOfWriters = 100'000'000;
@@ -42,6 +45,17 @@ const char* KindOf(const struct stat& info) {
 
 // From this size on a second thread pays.
 constexpr off_t kReadInHalves = off_t{8} << 20;
+
+// File systems cut times down to what they can keep: the noughts at a time's end tell the steps.
+std::int64_t StepOf(std::int64_t time) noexcept {
+  std::int64_t step = 1;
+  while (step < kSecond && time % (step * 10) == 0) step *= 10;
+  // Some keep even seconds only.
+  return step < kSecond ? step : 2 * kSecond;
+}
+
+// For what is read from now on.
+std::int64_t ClockOf(int fd) noexcept { return FileClock() - (IsLocalFile(fd) ? 0 : kAside); }
 
 // Reads up to `end`, or to the end of the file or an error: what is missing then is found by those
 // who read on.
@@ -67,10 +81,11 @@ void ReadHalves(int fd, std::size_t size, ConfBytes& bytes) {
 
 // Without bytes where the file must be read instead.
 ConfContent MapContent(int fd, const ConfStamp& opened) {
-  const bool settled = Age(opened) >= kClockStep;
+  const std::int64_t clock = ClockOf(fd);
   auto mapping = ConfMapping::Of(fd);
   if (!mapping) return {};
-  ConfContent content{mapping->stamp(), nullptr, settled && mapping->stamp() == opened};
+  ConfContent content{mapping->stamp(), nullptr, IsSettled(opened, clock)};
+  content.settled = content.settled && content.stamp == opened;
   content.bytes = std::make_shared<ConfBytes>(std::move(mapping));
   return content;
 }
@@ -108,6 +123,17 @@ ConfStamp StampAt(const std::string& path) {
   return {};
 }
 
+std::int64_t FileClock() noexcept {
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return Nanoseconds(now);
+}
+
+bool IsSettled(const ConfStamp& stamp, std::int64_t clock) noexcept {
+  const std::int64_t step = StepOf(stamp.changed);
+  return stamp.changed < clock - clock % step || stamp.changed > clock + kAside;
+}
+
 Descriptor OpenRegular(int directory, const std::string& name, const std::string& path,
                        struct stat& info) {
   // Opening a FIFO or a device may wait or have effects of its own; O_NONBLOCK keeps a FIFO from
@@ -128,6 +154,7 @@ Descriptor OpenRegular(int directory, const std::string& name, const std::string
 }
 
 ConfContent ReadContent(int fd, const std::string& path) {
+  const std::int64_t clock = ClockOf(fd);
   struct stat before {};
   struct stat after {};
   if (sys::FStat(fd, &before) != 0) sys::Fail("fstat", path);
@@ -147,7 +174,7 @@ ConfContent ReadContent(int fd, const std::string& path) {
   }
   if (sys::FStat(fd, &after) != 0) sys::Fail("fstat", path);
   ConfContent content{ConfStamp::Of(after), nullptr, true};
-  content.settled = Age(content.stamp) >= kClockStep;
+  content.settled = IsSettled(content.stamp, clock);
   const bool steady = ConfStamp::Of(before) == content.stamp &&
                       bytes->size() == static_cast<std::size_t>(after.st_size);
   if (steady) content.bytes = std::move(bytes);

@@ -31,12 +31,20 @@ struct BRISQ_API ConfStamp {
 /// @throws mgr_err::Error "file" when that can't be told
 BRISQ_API ConfStamp StampAt(const std::string& path);
 
+/// The clock that the system marks changes of files by, in nanoseconds since 1970. It steps by 1 to
+/// 10 ms.
+BRISQ_API std::int64_t FileClock() noexcept;
+
+/// True when whatever is done to a file after FileClock() gave `clock` shows in its stamp. Time
+/// that is ahead of the clock by more than 20 ms counts as rested: the clock was set back.
+BRISQ_API bool IsSettled(const ConfStamp& stamp, std::int64_t clock) noexcept;
+
 /// A file as it was read, with the stamp that it had.
 struct ConfContent {
   ConfStamp stamp;
   std::shared_ptr<const ConfBytes> bytes;
-  /// False when the file was changed so shortly before that a further change could have the same
-  /// stamp: clocks of file systems step by some milliseconds.
+  /// False when the file was changed so shortly before it was read that a further change could have
+  /// the same stamp.
   bool settled = true;
 };
 

@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <string>
 #include <thread>
 
 #include "framework/descriptor.h"
+#include "framework/local_file.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/framework/conf_fixture.h"
@@ -64,8 +67,47 @@ TEST_F(ConfStampTest, ReadsTheWholeFileWithItsStamp) {
     ASSERT_TRUE(content.bytes);
     EXPECT_EQ(content.bytes->View(), std::string(size, 'x'));
     EXPECT_EQ(content.stamp, StampAt(path_));
-    EXPECT_FALSE(content.settled) << "it was changed a moment ago";
   }
+}
+
+TEST(ConfStampIsSettled, WhenALaterChangeMustShow) {
+  constexpr std::int64_t kMs = 1'000'000;
+  constexpr std::int64_t kSecond = 1000 * kMs;
+  constexpr std::int64_t kNow = 1'795'312'447 * kSecond + 572 * kMs + 744'123;
+  struct {
+    const char* name;
+    std::int64_t changed;
+    bool settled;
+  } const cases[] = {
+      {"long ago", kNow - 5 * kSecond, true},
+      {"one step of the clock ago", kNow - kMs, true},
+      {"within this step", kNow, false},
+      {"by a finer clock, within this step", kNow + 3 * kMs + 1, false},
+      {"a clock that was set back since", kNow + kSecond + 1, true},
+      {"microseconds kept, within this step", kNow / 1000 * 1000, false},
+      {"microseconds kept, a step ago", (kNow - kMs) / 1000 * 1000, true},
+      {"milliseconds kept, within this step", kNow / kMs * kMs, false},
+      {"milliseconds kept, the one before", kNow / kMs * kMs - kMs, true},
+      {"seconds kept, this one", kNow / kSecond * kSecond, false},
+      {"even seconds kept, this one", kNow / (2 * kSecond) * 2 * kSecond, false},
+      {"even seconds kept, the one before", (kNow / (2 * kSecond) - 1) * 2 * kSecond, true},
+  };
+  for (const auto& [name, changed, settled] : cases) {
+    SCOPED_TRACE(name);
+    ConfStamp stamp;
+    stamp.changed = changed;
+    EXPECT_EQ(IsSettled(stamp, kNow), settled);
+  }
+}
+
+TEST_F(ConfStampTest, AFileThatWasChangedAtThisMomentIsNotSettled) {
+  // Both may lie on different sides of a step of the clock, but not every time.
+  bool settled = true;
+  for (int tries = 0; tries < 1000 && settled; ++tries) {
+    folder_.Write("file", std::to_string(tries));
+    settled = Read().settled;
+  }
+  EXPECT_FALSE(settled);
 }
 
 TEST_F(ConfStampTest, AnEmptyFileCountsOnceItHasRested) {
@@ -100,8 +142,10 @@ TEST_P(LargeFileTest, IsHadWhole) {
 
 TEST_F(ConfStampTest, AFileThatHasRestedIsSettled) {
   folder_.Write("file", "abc");
-  // What is waited for is the file's age itself.
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  // Of file systems of this machine; what is waited for is the file's age itself.
+  while (!IsSettled(StampAt(path_), FileClock())) std::this_thread::yield();
+  const Descriptor file(::open(path_.c_str(), O_RDONLY));
+  if (!IsLocalFile(file.get())) std::this_thread::sleep_for(std::chrono::milliseconds(30));
   EXPECT_TRUE(Read().settled);
 }
 
