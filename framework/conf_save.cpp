@@ -93,21 +93,23 @@ ConfContent ConfSave::ReadWhenQuiet(const std::string& name, bool may_be_missing
   }
 }
 
-// The system's copy of what is about to be pushed out is given back while the disk works: the new
-// file's takes its place in memory, and left to the removal it would be a wait of its own.
+// The system's copy of what is about to be pushed out is given back: the new file's takes its place
+// in memory, and left to the removal it would be a wait of its own. That of a small file goes
+// first, as all of it is in our own memory: what the system has given back to a virtual machine's
+// host comes again at 2 to 3 ms a MiB.
 void ConfSave::WriteNew(Replacement& fresh, const ConfSnapshot& content, int old,
                         const struct stat& info) {
   std::optional<ForgetBehind> forget;
-  if (old >= 0 && info.st_size >= kLarge) forget.emplace(old, content.bytes);
+  if (old >= 0 && info.st_size >= kLarge) {
+    forget.emplace(old, content.bytes);
+  } else if (old >= 0) {
+    ::posix_fadvise(old, 0, 0, POSIX_FADV_DONTNEED);
+  }
   fresh.Write(content.pieces, [&](std::size_t bytes) {
     if (forget) forget->Written(bytes);
   });
   fresh.StartWriteBack();
-  if (forget) {
-    forget->WrittenAll();
-  } else if (old >= 0) {
-    ::posix_fadvise(old, 0, 0, POSIX_FADV_DONTNEED);
-  }
+  if (forget) forget->WrittenAll();
   fresh.Seal(old >= 0 ? ConfStamp::Of(info) : ConfStamp{});
 }
 
