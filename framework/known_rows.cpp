@@ -53,24 +53,46 @@ bool KnownRows::Matches(const KnownRow& row, const Match& match) const {
 }
 
 const KnownRow* KnownRows::Find(const Match& match) {
+  const std::size_t place = PlaceOf(match);
+  if (place == kNowhere) {
+    return nullptr;
+  }
+  current_ = place;
+  found_ = rows_[current_].id;
+  ++credit_;
+  return &rows_[current_];
+}
+
+// Who walks asks for one row again and again, or for all in the order in which they were read.
+std::size_t KnownRows::PlaceOf(const Match& match) {
+  const std::size_t next = current_ + 1;
+  if (current_ < used_ && Matches(rows_[current_], match)) {
+    return current_;
+  }
+  if (next >= block_ && next < used_ && Matches(rows_[next], match)) {
+    return next;
+  }
+  return Looked(match);
+}
+
+std::size_t KnownRows::Looked(const Match& match) {
+  for (; entered_ < used_; ++entered_) {
+    places_.insert_or_assign(Joined(rows_[entered_]), entered_);
+  }
   joined_.clear();
   for (const auto& [column, value] : match) {
     Append(joined_, value);
   }
   const auto place = places_.find(joined_);
-  if (place == places_.end() || !Matches(rows_[place->second], match)) {
-    return nullptr;
-  }
-  current_ = place->second;
-  found_ = rows_[current_].id;
-  ++credit_;
-  return &rows_[current_];
+  const bool is_there = place != places_.end() && Matches(rows_[place->second], match);
+  return is_there ? place->second : kNowhere;
 }
 
 void KnownRows::Add(const std::vector<std::string>& columns) {
   Next() = columns;
   const long long id = Number(columns.front());
   Enter(id);
+  block_ = kNowhere;
   current_ = used_ - 1;
   credit_ = id > found_ ? credit_ + 1 : 0;
   found_ = id;
@@ -87,15 +109,15 @@ void KnownRows::BeginAhead() {
     ForgetBehind(1);
   }
   ahead_ = found_;
+  block_ = used_;
   credit_ = 0;
 }
 
 void KnownRows::ForgetBehind(std::size_t kept) {
   used_ = kept;
   places_.clear();
-  for (std::size_t i = 0; i < kept; ++i) {
-    places_.emplace(Joined(rows_[i]), i);
-  }
+  entered_ = 0;
+  block_ = kNowhere;
 }
 
 std::vector<std::string>& KnownRows::Next() {
@@ -118,7 +140,6 @@ void KnownRows::Enter(long long after) {
   row.id = Number(row.columns.front());
   row.after = after;
   row.gone = false;
-  places_.insert_or_assign(Joined(row), used_);
   ++used_;
 }
 

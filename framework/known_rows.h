@@ -73,7 +73,11 @@ class BRISQ_API KnownRows {
   void ForgetCurrent() noexcept { rows_[current_].gone = true; }
 
  private:
+  static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+
   std::string Joined(const KnownRow& row) const;
+  std::size_t PlaceOf(const Match& match);
+  std::size_t Looked(const Match& match);
   bool Matches(const KnownRow& row, const Match& match) const;
   void Enter(long long after);
   void ForgetBehind(std::size_t kept);
@@ -82,9 +86,14 @@ class BRISQ_API KnownRows {
   const std::vector<std::size_t> key_;
   const std::size_t width_;
   std::vector<KnownRow> rows_;  // the first used_ are known; the others are kept for their memory
-  std::unordered_map<std::string, std::size_t> places_;  // in rows_, by the joined key
+  // In rows_, by the joined key: of a row that was read twice the later place. A walk needs none.
+  std::unordered_map<std::string, std::size_t> places_;
   std::string joined_;
   std::size_t used_ = 0;
+  std::size_t entered_ = 0;  // so many of them are in places_
+  // First of the rows read ahead last, in which no row is twice and which hold nothing older than
+  // others; kNowhere when a row was added behind them.
+  std::size_t block_ = kNowhere;
   std::size_t current_ = 0;
   long long found_ = 0;     // number of the row found last
   long long ahead_ = 0;     // number of the row read last

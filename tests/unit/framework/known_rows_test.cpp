@@ -119,6 +119,31 @@ TEST_F(KnownRowsTest, TheLastOneOfAKeyCounts) {
   EXPECT_EQ("5", rows_.Find({{"domain", "3"}, {"name", "a"}})->columns.back());
 }
 
+// A walk's next row is looked for where it was read to; what is newer lies elsewhere.
+TEST_F(KnownRowsTest, NoOlderOneIsTakenForTheNext) {
+  const long long id = Earn();
+  EnterAhead(id, 3);
+  ASSERT_NE(nullptr, Find(id + 1));
+  // The one behind it, read anew.
+  rows_.Add({std::to_string(id + 2), "n" + std::to_string(id + 2), "3", "5"});
+  ASSERT_NE(nullptr, Find(id + 1));
+  ASSERT_NE(nullptr, Find(id + 2));
+  EXPECT_EQ("5", Find(id + 2)->columns.back());
+  EXPECT_NE(nullptr, Find(id + 3));
+}
+
+TEST_F(KnownRowsTest, AForgottenOneIsNotFoundInAWalk) {
+  const long long id = Earn();
+  EnterAhead(id, 3);
+  ASSERT_NE(nullptr, Find(id + 1));
+  rows_.ForgetCurrent();
+  EXPECT_EQ(nullptr, Find(id + 1));
+  ASSERT_NE(nullptr, Find(id + 2));
+  rows_.ForgetCurrent();
+  EXPECT_EQ(nullptr, Find(id + 2));
+  EXPECT_NE(nullptr, Find(id + 3));
+}
+
 TEST_F(KnownRowsTest, ReadingAheadIsEarnedByFindsThatGoUp) {
   EXPECT_EQ(8, Earn());
   EXPECT_EQ(KnownRows::kLeastAhead, rows_.Wanted());
