@@ -61,8 +61,12 @@ function(brisq_test name)
   endif()
   target_link_libraries(${name} PRIVATE brisq_include test_places GTest::gmock_main Threads::Threads)
   brisq_read_headers_once(${name} <gmock/gmock.h> <gtest/gtest.h> <fstream>)
+  # Loaded at run time.
   if(TARGET email_dovecot AND "brisqpanel" IN_LIST arg_LIBRARIES)
     add_dependencies(${name} email_dovecot)
+  endif()
+  if(TARGET brisqsqlite AND NOT arg_WITHOUT_HOST)
+    add_dependencies(${name} brisqsqlite)
   endif()
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${BRISQ_TEST_OUTPUT_DIRECTORY})

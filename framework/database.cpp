@@ -74,7 +74,7 @@ class Lease {
  private:
   static std::shared_ptr<SqlSession> Take(Pool& pool) {
     if (pool.idle.empty()) {
-      return std::make_shared<SqlSession>(pool.file, pool.busy_limit_ms);
+      return SqlSession::Open(pool.file, pool.busy_limit_ms);
     }
     std::shared_ptr<SqlSession> session = std::move(pool.idle.back());
     pool.idle.pop_back();
@@ -132,7 +132,7 @@ void OpenDatabase(const std::string& file, int busy_limit_ms) {
   {
     const std::lock_guard lock(pool.mutex);
     // The first connection shows whether the file can be used.
-    pool.idle.push_back(std::make_shared<SqlSession>(file, busy_limit_ms));
+    pool.idle.push_back(SqlSession::Open(file, busy_limit_ms));
     pool.file = file;
     pool.busy_limit_ms = busy_limit_ms;
     pool.generation = ++pool.openings;

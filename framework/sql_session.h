@@ -1,13 +1,10 @@
 #pragma once
 
-#include <exception>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
+#include "brisq_export.h"
 #include "framework/database.h"
-#include "framework/known_rows.h"
-#include "framework/mark_run.h"
 
 namespace mgr_db {
 
@@ -15,7 +12,7 @@ namespace mgr_db {
 constexpr const char* kMustBeWritable =
     "the database's file, its folder and their file system must be writable";
 
-/// One open connection to the SQLite file, and the transaction that goes on on it.
+/// One open connection to the database's file, and the transaction that goes on on it.
 ///
 /// There are three ways to work. Outside of everything each change is a transaction of its own.
 /// While the thread has a current request, that one's transaction is begun by the first change.
@@ -23,76 +20,39 @@ constexpr const char* kMustBeWritable =
 /// goes on. In a dry run all of this happens inside of one transaction, in which requests are save
 /// points.
 ///
-/// When a lock could not be given back once, so that SQLite refuses every transaction, the file is
-/// opened anew. That helps when no other connection of this process has it open.
-class SqlSession : public Connection {
+/// What works on the file is a library of its own, which is loaded with the first connection and
+/// never let go: who opens no database does not pay for the start of its libraries.
+class BRISQ_API SqlSession : public Connection {
  public:
-  /// @throws mgr_err::Error "db" or "locked" when the file can't be opened
-  SqlSession(const std::string& file, int busy_limit_ms);
   ~SqlSession() override;
 
-  std::vector<Row> Query(const std::string& sql, const Row& values, std::size_t columns) override;
-  std::vector<Row> Select(const CustomTable& table, const CustomTable::Match& match,
-                          const std::string& order) override;
-  const Row* Find(const CustomTable& table, const CustomTable::Match& match) override;
-  void Update(const CustomTable& table, const std::string& id,
-              const CustomTable::Match& changes) override;
-  long Change(const std::string& sql, const Row& values) override;
-  int Insert(const std::string& sql, const Row& values) override;
-  void LockForWriting() override;
+  /// @param library  file name, looked for beside the framework's own library first, or path
+  /// @throws mgr_err::Error "db" or "locked" when the file can't be opened, "file" with the library
+  /// as object when it can't be loaded
+  static std::shared_ptr<SqlSession> Open(const std::string& file, int busy_limit_ms,
+                                          const std::string& library = "libbrisqsqlite.so");
 
   /// The transaction of a request, as the hooks call them.
-  void BeginTransaction();
-  void CommitTransaction();
+  virtual void BeginTransaction() = 0;
+  virtual void CommitTransaction() = 0;
   /// @throws mgr_err::Error "db": the connection is not usable any more
-  void RollbackTransaction();
+  virtual void RollbackTransaction() = 0;
 
   /// Rolls back all that a dry run has changed; does nothing when there is none.
-  void EndRehearsal();
+  virtual void EndRehearsal() = 0;
 
-  void EnterGroup() noexcept { ++groups_; }
-  void LeaveGroup() noexcept { --groups_; }
+  virtual void EnterGroup() noexcept = 0;
+  virtual void LeaveGroup() noexcept = 0;
   /// Ends the transaction that a group has begun; does nothing when there is none.
-  void CommitGroup();
+  virtual void CommitGroup() = 0;
 
   /// True when a transaction goes on: not fit for another thread.
-  bool Busy() const noexcept;
-
- private:
-  struct Database;
-  struct Statement;
-
-  void SetUp();
-  void UseWriteAheadLog();
-  void Reopen();
-  template <class Work>
-  auto Unstuck(const Work& work);
-  Statement& Prepared(const std::string& sql, std::size_t values, std::size_t columns);
-  std::vector<Row> Fetch(const std::string& sql, const Row& values, std::size_t columns);
-  std::vector<Row> FetchOf(const CustomTable& table, const std::string& sql, const Row& values);
-  long Execute(const std::string& sql, const Row& values);
-  void BeforeChange();
-
-  bool HoldsWriteLock() const noexcept;
-  KnownRows* Known(const CustomTable& table, const CustomTable::Match& match);
-  void ReadAhead(const CustomTable& table, KnownRows& known);
-  bool MarkLater(const CustomTable& table, long long id, const CustomTable::Match& changes);
-  void ForgetRow(const CustomTable& table, long long id, const CustomTable::Match& changes);
-  void WriteMarks();
-  std::exception_ptr WriteOrDropMarks() noexcept;
-  void Settle();
-
-  bool InRehearsal();
-  void Rollback(const char* sql);
-  void Run(const char* sql);
-  void EndGroupWhenOld();
-
-  std::unique_ptr<Database> database_;
-  int groups_ = 0;
-  std::vector<Row> found_;
-  // While the transaction holds the write lock nobody else changes them.
-  std::unordered_map<std::string, KnownRows> known_;  // by the name of their table
-  MarkRun owed_;
+  virtual bool Busy() const noexcept = 0;
 };
+
+/// What the library offers by the name kOpenSession: a new connection, the caller's. Throws as
+/// SqlSession::Open.
+using OpenSessionFunction = SqlSession*(const std::string& file, int busy_limit_ms);
+constexpr const char* kOpenSession = "brisq_open_session";
 
 }  // namespace mgr_db

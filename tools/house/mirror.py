@@ -3,7 +3,7 @@
 
 usage: mirror.py ROOT
 
- - F/x.cpp in framework, panel, email or brisq needs "header": F/x.h or include/x.h,
+ - F/x.cpp in framework, sqlite, panel, email or brisq needs "header": F/x.h or include/x.h,
    and "test": tests/unit/F/x_test.cpp;
  - include/x.h needs "source": framework/x.cpp or panel/x.cpp;
  - tests/unit/F/x_test.cpp needs "subject": F/x.cpp, F/x.h or include/x.h.
@@ -15,7 +15,7 @@ import fnmatch
 import pathlib
 import sys
 
-FOLDERS = ("framework", "panel", "email", "brisq")
+FOLDERS = ("framework", "sqlite", "panel", "email", "brisq")
 EXCEPTIONS = "tools/house/mirror_exceptions.txt"
 
 

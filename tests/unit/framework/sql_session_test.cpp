@@ -6,15 +6,18 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <functional>
 
 #include "framework/request.h"
 #include "mgr_err.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/places.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -49,6 +52,27 @@ class SqlSessionTest : public testing::Test {
 };
 
 constexpr const char* kInsert = "INSERT INTO parent (name, n) VALUES (:v1, :v2) RETURNING id";
+
+// Else each start of a program that opens no database would pay for it.
+TEST(SqlSessionLoading, TheFrameworkIsNotLinkedWithSqlite) {
+  const support::TempDir dir;
+  const std::string library = support::BuildFolder() + "/lib/libbrisqapi.so";
+  ASSERT_EQ(0, std::system(("ldd '" + library + "' > '" + (dir / "needed") + "'").c_str()));
+  EXPECT_THAT(dir.Read("needed"), HasSubstr("libsodium"));
+  EXPECT_THAT(dir.Read("needed"), Not(AnyOf(HasSubstr("sqlite"), HasSubstr("soci"))));
+}
+
+TEST(SqlSessionLoading, ALibraryThatIsMissingIsNamed) {
+  const support::TempDir dir;
+  try {
+    mgr_db::SqlSession::Open(dir / "panel.db", 50, "libbrisqother.so");
+    FAIL() << "was opened";
+  } catch (const mgr_err::Error& error) {
+    EXPECT_EQ("file", error.type());
+    EXPECT_EQ("libbrisqother.so", error.object());
+    EXPECT_THAT(error.value(), HasSubstr("cannot open shared object file"));
+  }
+}
 
 TEST_F(SqlSessionTest, InsertGivesTheNewNumber) {
   EXPECT_EQ(1, db_->Insert(kInsert, {"a", "5"}));

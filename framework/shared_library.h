@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "brisq_export.h"
+
+/// A shared library that is loaded when it is first needed and never let go. Any thread.
+class BRISQ_API SharedLibrary {
+ public:
+  /// Loads it unless this process has it already.
+  /// @param file  name, looked for beside the framework's own library and where the system keeps
+  ///              libraries, or path
+  /// @throws mgr_err::Error "file" with the library as object when it can't be loaded
+  explicit SharedLibrary(const std::string& file);
+
+  /// Sets `function` to the one of this name; the type is for the caller to know.
+  /// @throws mgr_err::Error "file" with the library as object when there is none
+  template <class Function>
+  void Find(const char* name, Function*& function) const {
+    function = reinterpret_cast<Function*>(Symbol(name));
+  }
+
+ private:
+  void* Symbol(const char* name) const;
+
+  std::string file_;
+  void* handle_;
+};
