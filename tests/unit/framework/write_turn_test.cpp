@@ -49,6 +49,18 @@ TEST(WriteTurn, IsRefusedWhenItDoesNotComeInTime) {
   EXPECT_NO_THROW(WriteTurn("file", milliseconds(1)));
 }
 
+TEST(WriteTurn, WhoGivesUpHoldsUpNobodyBehind) {
+  constexpr milliseconds kShort{50};
+  std::optional<WriteTurn> first(std::in_place, "file", kLong);
+  std::thread second([&] { EXPECT_THROW(WriteTurn("file", kShort), mgr_err::Error); });
+  // The third should wait behind the second, which nothing tells.
+  std::this_thread::sleep_for(kShort / 5);
+  std::thread third([&] { EXPECT_NO_THROW(WriteTurn("file", std::chrono::seconds(20))); });
+  second.join();
+  first.reset();
+  third.join();
+}
+
 TEST(WriteTurn, OfOneFileHoldsUpNoOther) {
   const WriteTurn one("one", kLong);
   EXPECT_NO_THROW(WriteTurn("other", milliseconds(1)));
