@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <iterator>
 #include <utility>
@@ -270,11 +271,14 @@ ConfDocument::Line ConfDocument::NextRecord(Line line, unsigned long columns) co
   return line;
 }
 
-ConfDocument::Line ConfDocument::ScanBytes(std::string_view name, Line from) const noexcept {
+// First line with this name of those that begin in a part of the bytes.
+ConfDocument::Line ConfDocument::ScanPart(std::string_view name, Line from,
+                                          std::size_t end) const noexcept {
   const std::string_view bytes = bytes_->View();
-  const char* const end = bytes.data() + bytes.size();
-  for (const char* at = bytes.data() + from; at < end; at = FindByte(at, end, '\n') + 1) {
-    const std::string_view rest(at, static_cast<std::size_t>(end - at));
+  const char* const last = bytes.data() + bytes.size();
+  for (const char* at = bytes.data() + FirstFrom(from); at < bytes.data() + end;
+       at = FindByte(at, last, '\n') + 1) {
+    const std::string_view rest(at, static_cast<std::size_t>(last - at));
     if (!rest.starts_with(name)) continue;
     const auto line = static_cast<Line>(at - bytes.data());
     if (changed_.count(line) == 0 && IsNamed(line, name)) return line;
@@ -282,8 +286,28 @@ ConfDocument::Line ConfDocument::ScanBytes(std::string_view name, Line from) con
   return kNone;
 }
 
+// Two threads take parts by turns: one of them alone waits for memory most of the time.
+ConfDocument::Line ConfDocument::ScanBytes(std::string_view name, Line from) const {
+  const std::size_t size = bytes_->size();
+  if (size - from < kInHalves) return ScanPart(name, from, size);
+  constexpr std::size_t kPart = std::size_t{1} << 20;
+  std::atomic<Line> next = from;
+  std::atomic<Line> first = kNone;
+  // Whoever has found one ends both: all parts before its own have been taken.
+  const auto scan = [&] {
+    for (Line part = next.fetch_add(kPart); part < size && first == kNone;
+         part = next.fetch_add(kPart)) {
+      const Line found = ScanPart(name, part, std::min(part + kPart, size));
+      Line known = first;
+      while (found < known && !first.compare_exchange_weak(known, found)) continue;
+    }
+  };
+  InTwo(scan, scan);
+  return first;
+}
+
 // First line with this name from a line on.
-ConfDocument::Line ConfDocument::ScanNamed(std::string_view name, Line from) const noexcept {
+ConfDocument::Line ConfDocument::ScanNamed(std::string_view name, Line from) const {
   const Line in_bytes = IsInBytes(from) ? ScanBytes(name, from) : kNone;
   const auto end = changed_.end();
   const auto changed = std::find_if(changed_.lower_bound(from), end, [&](const auto& each) {

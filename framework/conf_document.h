@@ -100,8 +100,9 @@ class BRISQ_API ConfDocument {
   void Fill() const;
   template <class Take>
   void Scan(std::size_t begin, std::size_t end, const Take& take) const;
-  Line ScanNamed(std::string_view name, Line from) const noexcept;
-  Line ScanBytes(std::string_view name, Line from) const noexcept;
+  Line ScanNamed(std::string_view name, Line from) const;
+  Line ScanPart(std::string_view name, Line from, std::size_t end) const noexcept;
+  Line ScanBytes(std::string_view name, Line from) const;
   bool IsNamed(Line line, std::string_view name) const noexcept;
   void Enter(const Named& named) const;
   void EnterSameName(Line first, const Named& named) const;

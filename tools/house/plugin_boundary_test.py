@@ -50,7 +50,7 @@ class PluginBoundary(unittest.TestCase):
         for name in ("CMakeLists.txt", "cmake", "include", "packaging"):
             copy = shutil.copytree if (ROOT / name).is_dir() else shutil.copy
             copy(ROOT / name, cls.root / name)
-        for folder in ("framework", "panel", "email", "brisq"):
+        for folder in ("framework", "sqlite", "panel", "email", "brisq"):
             (cls.root / folder).mkdir()
             shutil.copy(ROOT / folder / "CMakeLists.txt", cls.root / folder)
         (cls.root / "framework/secret.h").write_text("#pragma once\n")

@@ -375,6 +375,39 @@ TEST(ConfDocument, ALargeFileIsTakenApartAsASmallOneIs) {
 }
 
 // Behind the middle of such a file there is no further line.
+// The first names are looked for in the bytes, part by part.
+TEST(ConfDocument, TheFirstOfEqualNamesIsFoundInWhicheverPartItIs) {
+  constexpr std::size_t kPart = std::size_t{1} << 20;
+  struct {
+    const char* name;
+    std::size_t line;  // bytes of each
+    std::vector<std::size_t> equal;
+  } const cases[] = {
+      {"once, in the last line", 64, {9 * kPart / 64 - 1}},
+      {"once, where a part begins", 64, {5 * kPart / 64}},
+      {"once, across two parts", 61, {5 * kPart / 61}},
+      {"in the first and the last line", 64, {0, 9 * kPart / 64 - 1}},
+      {"in two parts that follow each other", 61, {3 * kPart / 61 + 9000, 4 * kPart / 61 + 90}},
+      {"late in two parts", 61, {3 * kPart / 61 + 13000, 4 * kPart / 61 + 16000}},
+      {"twice in one part", 61, {7 * kPart / 61 + 5, 7 * kPart / 61 + 6}},
+      {"never", 61, {}},
+  };
+  for (const auto& [name, line, equal] : cases) {
+    SCOPED_TRACE(name);
+    std::string text;
+    for (std::size_t at = 0; at < 9 * kPart / line; ++at) {
+      const bool is_it = std::find(equal.begin(), equal.end(), at) != equal.end();
+      text += is_it ? "it:" : "nn:";
+      text.append(line - 4, 'x').push_back('\n');
+    }
+    const ConfDocument document = Parse(text);
+    EXPECT_EQ(document.FindNamed("it"), equal.empty() ? kNone : equal.front() * line);
+    std::vector<Line> all;
+    for (const std::size_t at : equal) all.push_back(at * line);
+    EXPECT_EQ(document.AllNamed("it"), all);
+  }
+}
+
 TEST(ConfDocument, HoldsOneLineThatIsALargeFile) {
   for (const char* end : {"", "\n"}) {
     const std::string text = "name:" + std::string(std::size_t{9} << 20, 'x') + end;
