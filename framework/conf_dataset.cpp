@@ -1,5 +1,7 @@
 #include "conf_dataset.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <numeric>
 
@@ -9,6 +11,39 @@
 #include "framework/conf_view.h"
 #include "mgr_err.h"
 
+namespace {
+
+// Columns that hold the values of one record, in memory that is there from the record before.
+class Filled {
+ public:
+  using Columns = ConfDataSet::Columns;
+
+  Filled(Columns& columns, const std::map<unsigned long, std::string>& values) : columns_(columns) {
+    auto at = columns_.begin();
+    for (const auto& [column, value] : values) {
+      if (at == columns_.end()) at = columns_.emplace(at);
+      at->first = column;
+      at->second = value;
+      ++at;
+    }
+    columns_.erase(at, columns_.end());
+  }
+  // Values may be secrets: memory that stays may not keep them.
+  ~Filled() {
+    for (auto& [column, value] : columns_) {
+      ::explicit_bzero(value.data(), value.size());
+      value.clear();
+    }
+  }
+  Filled(const Filled&) = delete;
+  Filled& operator=(const Filled&) = delete;
+
+ private:
+  Columns& columns_;
+};
+
+}  // namespace
+
 ConfDataSet::ConfDataSet(ConfDataSet* parent) : parent_(parent) {}
 
 ConfDataSet::~ConfDataSet() = default;
@@ -16,8 +51,12 @@ ConfDataSet::~ConfDataSet() = default;
 void ConfDataSet::Attach(std::unique_ptr<ConfView> view) { view_ = std::move(view); }
 
 ConfView& ConfDataSet::View() const {
-  if (!view_) throw mgr_err::Error("internal", RsName(), "a dataset without a file");
+  if (!view_) RefuseNoFile();
   return *view_;
+}
+
+void ConfDataSet::RefuseNoFile() const {
+  throw mgr_err::Error("internal", RsName(), "a dataset without a file");
 }
 
 dd::RecordCache& ConfDataSet::GetCache() { return View(); }
@@ -65,12 +104,12 @@ ConfDataSet* ConfDataSet::Base() { return parent_ == nullptr ? this : parent_->B
 
 void ConfDataSet::Modify() {
   if (IsNew()) {
-    Columns columns(SetValues().begin(), SetValues().end());
-    std::string text = NewRecord(columns);
-    const auto name = std::find_if(columns.begin(), columns.end(),
+    const Filled filled(columns_, SetValues());
+    std::string text = NewRecord(columns_);
+    const auto name = std::find_if(columns_.begin(), columns_.end(),
                                    [](const auto& column) { return column.first == 1; });
-    if (name == columns.end() || name->second.empty()) RefuseNoName();
-    MoveTo(View().Make(ConfChange::Add(std::move(name->second), std::move(text)), true));
+    if (name == columns_.end() || name->second.empty()) RefuseNoName();
+    MoveTo(View().Make(ConfChange::Add(name->second, std::move(text)), true));
     return;
   }
   if (const auto name = SetValues().find(1); name != SetValues().end() && name->second.empty()) {
@@ -112,11 +151,25 @@ void ConfDataSet::_Delete(bool save) {
 }
 
 std::string ConfDataSet::FieldValue(const std::string& name, const std::string& value) {
-  const auto field = std::find_if(Fields().begin(), Fields().end(),
-                                  [&](const dd::Field* known) { return known->Name() == name; });
+  GetCache().CheckValue(ColumnOf(name), name, value);
+  // With room for what comes to stand in front of it.
+  std::string stored;
+  stored.reserve(value.size() + 1);
+  stored = value;
+  return stored;
+}
+
+unsigned long ConfDataSet::ColumnOf(const std::string& name) const {
+  const auto find = [&](const auto& is_it) {
+    return std::find_if(Fields().begin(), Fields().end(), is_it);
+  };
+  // As a rule it is the field's own name, and need not be compared.
+  auto field = find([&](const dd::Field* known) { return &known->Name() == &name; });
+  if (field == Fields().end()) {
+    field = find([&](const dd::Field* known) { return known->Name() == name; });
+  }
   if (field == Fields().end()) throw mgr_err::Error("internal", RsName(), "no field " + name);
-  GetCache().CheckValue((*field)->Column(), name, value);
-  return value;
+  return (*field)->Column();
 }
 
 std::string ConfDataSet::FieldPrefix(const std::string& name) {
@@ -127,11 +180,10 @@ std::string ConfDataSet::FieldPrefix(const std::string& name) {
 std::string ConfDataSet::FieldSuffix(const std::string&) { return {}; }
 
 std::string ConfDataSet::NewField(const std::string& name, const std::string& value) {
-  const std::string stored = FieldValue(name, value);
-  const std::string suffix = FieldSuffix(name);
-  std::string text = FieldPrefix(name);
-  text.reserve(text.size() + stored.size() + suffix.size());
-  return text.append(stored).append(suffix);
+  std::string text = FieldValue(name, value);
+  text.insert(0, FieldPrefix(name));
+  text += FieldSuffix(name);
+  return text;
 }
 
 std::string ConfDataSet::NewRecordTemplate() {

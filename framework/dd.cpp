@@ -48,7 +48,8 @@ void Record::SetField(unsigned long column, const std::string& value) {
     throw mgr_err::Error("internal", RsName(), "no column " + std::to_string(column));
   }
   GetCache().CheckValue(column, fields_[column - 1]->Name(), value);
-  set_[column] = value;
+  // Columns are set in their order, as a rule.
+  set_.insert_or_assign(set_.end(), column, value);
 }
 
 void Record::First() { MoveTo(GetCache().First()); }

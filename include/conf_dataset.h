@@ -120,10 +120,13 @@ class BRISQ_API ConfDataSet : public virtual dd::Record {
   friend class ConfRef;
   void Attach(std::unique_ptr<ConfView> view);
   ConfView& View() const;
+  unsigned long ColumnOf(const std::string& name) const;
+  [[noreturn]] void RefuseNoFile() const;
   [[noreturn]] void RefuseNoName() const;
 
   ConfDataSet* parent_;
   std::unique_ptr<ConfView> view_;
+  Columns columns_;  // of a record that is posted
 };
 
 /// A dataset that stands for a whole file, as the cache's factories make it.

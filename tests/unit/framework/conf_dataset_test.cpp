@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/unit/framework/conf_fixture.h"
@@ -263,6 +265,132 @@ TEST_F(ConfDataSetTest, ALineCanBeParsedIntoANewRecord) {
   users->Parse({line});
   users->Post("");
   EXPECT_EQ(Content(), line + "\n");
+}
+
+// The cursor uses memory again in which values of the record before have stood.
+TEST_F(ConfDataSetTest, RecordsOfOneCursorHaveNothingOfEachOther) {
+  const struct {
+    const char* name;
+    std::vector<std::pair<unsigned long, std::string>> set;  // column 0 stands for a refused post
+    std::string line;
+  } cases[] = {
+      {"all columns, long",
+       {{1, std::string(40, 'a')},
+        {2, std::string(90, 'p')},
+        {3, "1"},
+        {4, "2"},
+        {5, "info"},
+        {6, "/home"},
+        {7, "shell"},
+        {8, "flags"},
+        {9, std::string(30, 'm')}},
+       std::string(40, 'a') + ":" + std::string(90, 'p') +
+           ":1:2:info:/home:shell:flags:" + std::string(30, 'm')},
+      {"the name alone", {{1, "b"}}, "b::::::::"},
+      {"in another order", {{9, "m"}, {2, "p"}, {1, "c"}}, "c:p:::::::m"},
+      {"set twice", {{1, "x"}, {2, "long, and longer"}, {1, "d"}, {2, "p"}}, "d:p:::::::"},
+      {"a name that is taken", {{1, "b"}, {2, "refused"}, {5, "info"}, {0, ""}}, ""},
+      {"after that", {{1, "e"}, {6, "/home"}}, "e:::::/home:::"},
+      {"a name that is missing", {{2, "refused"}, {0, ""}}, ""},
+      {"after that one", {{1, "f"}}, "f::::::::"},
+  };
+  const auto users = Open();
+  std::string content;
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    users->New();
+    for (const auto& [column, value] : test.set) {
+      if (column != 0) users->SetField(column, value);
+    }
+    EXPECT_EQ(ErrorOf([&] { users->Post(""); }).empty(), !test.line.empty());
+    if (!test.line.empty()) content += test.line + "\n";
+    EXPECT_EQ(Content(), content);
+  }
+}
+
+// Marks what it is asked for, and notes where the values of the last record stand.
+class Marked : public Users {
+ public:
+  Marked() : ConfDataSet(nullptr) {}
+  std::string FieldValue(const std::string& field, const std::string& value) override {
+    return Users::FieldValue(field, field == "home" ? "<" + value + ">" : value);
+  }
+  std::string FieldPrefix(const std::string& field) override {
+    return Users::FieldPrefix(field) + (field == "shell" ? "/" : "");
+  }
+  std::string FieldSuffix(const std::string& field) override { return field == "name" ? "@" : ""; }
+  std::string NewField(const std::string& field, const std::string& value) override {
+    return Users::NewField(field, field == "flags" ? "f" : value);
+  }
+  std::string NewRecord(Columns& columns) override {
+    values.clear();
+    for (const auto& column : columns) values.emplace_back(column.second);
+    return Users::NewRecord(columns);
+  }
+  std::string DummyString() const override { return "-"; }
+
+  std::vector<std::string_view> values;
+};
+
+class MarkedConfig : public MgrCachedConfig<MarkedConfig> {
+ public:
+  MarkedConfig() {
+    RegisterSyntax(UnixConfParams());
+    RegisterDataSet<Marked>();
+  }
+  static Cursor<Marked> Open(const std::string& path) { return Get<Marked>(path, true); }
+};
+
+TEST_F(ConfDataSetTest, EachPartOfANewLineCanBeMadeByADerivedClass) {
+  const auto marked = MarkedConfig::Open(path_);
+  marked->New();
+  marked->name.Set("a name of some length");
+  marked->home.Set("/home/of/some/length");
+  marked->flags.Set("x");
+  marked->Post("");
+  EXPECT_EQ(Content(), "a name of some length@:-:-:-:-:</home/of/some/length>:/-:f:-\n");
+}
+
+TEST_F(ConfDataSetTest, MemoryThatACursorKeepsHoldsNoValue) {
+  const std::string secret(40, 's');
+  for (const bool refused : {false, true}) {
+    SCOPED_TRACE(refused ? "refused" : "stored");
+    const auto marked = MarkedConfig::Open(path_);
+    marked->New();
+    marked->name.Set(refused ? "a@" : "a");  // which has been stored as "a@"
+    marked->passwd.Set(secret);
+    EXPECT_EQ(ErrorOf([&] { marked->Post(""); }).empty(), !refused);
+    ASSERT_EQ(marked->values.size(), 2U);
+    EXPECT_EQ(marked->values[1], std::string(secret.size(), '\0'));
+  }
+}
+
+// Values come to a line by other ways than Set, which has refused them before.
+TEST_F(ConfDataSetTest, ALineIsNeverMadeOfValuesThatItCannotHold) {
+  const struct {
+    const char* name;
+    unsigned long column;
+    std::string value;
+    const char* error;
+  } cases[] = {
+      {"line break", 2, "p\nroot:x", "value: passwd: line break not allowed"},
+      {"carriage return", 9, "m\r", "value: maildir: line break not allowed"},
+      {"NUL", 6, std::string("/\0", 2), "value: home: NUL not allowed"},
+      {"separator", 1, "a:b", "value: name: must not contain ':'"},
+      {"separator in a long value", 2, std::string(60, 'p') + ":",
+       "value: passwd: must not contain ':'"},
+      {"comment", 1, "#a", "value: name: must not begin as a comment does"},
+  };
+  const auto users = Open();
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Users::Columns columns = {{test.column, test.value}};
+    const std::string field = users->Fields()[test.column - 1]->Name();
+    EXPECT_EQ(ErrorOf([&] { users->NewRecord(columns); }), test.error);
+    EXPECT_EQ(ErrorOf([&] { users->NewField(field, test.value); }), test.error);
+    EXPECT_EQ(ErrorOf([&] { users->FieldValue(field, test.value); }), test.error);
+  }
+  EXPECT_EQ(ErrorOf([&] { users->FieldValue("none", "x"); }), "internal: unknown: no field none");
 }
 
 TEST_F(ConfDataSetTest, ADatasetWithoutAFileSaysSo) {
