@@ -15,7 +15,10 @@ std::string NameIn(const std::string& text, char separator) {
 }  // namespace
 
 ConfChange::ConfChange(Kind kind, Target target, unsigned long columns)
-    : kind_(kind), target_(std::move(target)), columns_(columns), before_(target_.text) {}
+    : kind_(kind),
+      target_(std::move(target)),
+      columns_(columns),
+      before_(std::move(target_.text)) {}
 
 ConfChange ConfChange::Add(std::string name, std::string text) {
   ConfChange change(Kind::kAdd, {std::move(name), {}, {}, ConfDocument::kNone}, 0);
@@ -50,7 +53,7 @@ ConfChange ConfChange::Reverse() const {
 }
 
 void ConfChange::Apply(const std::shared_ptr<ConfDocument>& document) {
-  undo_.clear();
+  ForgetUndo();
   switch (kind_) {
     case Kind::kAdd:
       ApplyAdd(*document, after_);
@@ -77,9 +80,9 @@ void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
   const std::string end(document.LineEnd());
   const Line line = document.Extend();
   if (last != ConfDocument::kNone && !document.Raw(last).ends_with('\n')) {
-    Put(document, last, conf_line::WithEnd(document.Raw(last), end));
+    Put(document, last, document.Raw(last), conf_line::EndFor(document.Raw(last), end));
   }
-  Put(document, line, conf_line::WithEnd(text, end));
+  Put(document, line, text, conf_line::EndFor(text, end));
   target_.line = line;
 }
 
@@ -156,7 +159,7 @@ void ConfChange::Rewrite(ConfDocument& document, std::string_view text) {
   }
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
-    Put(document, document.Extend(), std::string(text.substr(0, end)));
+    Put(document, document.Extend(), text.substr(0, end));
     text.remove_prefix(end);
   }
 }
@@ -183,21 +186,32 @@ ConfChange::Line ConfChange::FindExact(const ConfDocument& document) const {
   return same == same_name.end() ? ConfDocument::kNone : *same;
 }
 
-void ConfChange::Put(ConfDocument& document, Line line, std::string raw) {
-  undo_.emplace_back(line, std::string(document.Raw(line)));
-  document.Put(line, std::move(raw));
+void ConfChange::Put(ConfDocument& document, Line line, std::string_view raw,
+                     std::string_view end) {
+  if (made_ == ConfDocument::kNone && document.Raw(line).empty()) {
+    made_ = line;
+  } else {
+    undo_.emplace_back(line, std::string(document.Raw(line)));
+  }
+  document.Put(line, raw, end);
 }
 
 void ConfChange::Replace(ConfDocument& document, Line line, const std::string& text) {
   if (text.empty()) return Put(document, line, {});
   const std::string_view raw = document.Raw(line);
-  Put(document, line, text + std::string(raw.substr(raw.size() - conf_line::EndLength(raw))));
+  Put(document, line, text, raw.substr(raw.size() - conf_line::EndLength(raw)));
 }
 
 void ConfChange::Undo(ConfDocument& document) {
   for (auto step = undo_.rbegin(); step != undo_.rend(); ++step) {
-    document.Put(step->first, std::move(step->second));
+    document.Put(step->first, step->second);
   }
+  if (made_ != ConfDocument::kNone) document.Put(made_, {});
+  ForgetUndo();
+}
+
+void ConfChange::ForgetUndo() noexcept {
+  made_ = ConfDocument::kNone;
   undo_.clear();
 }
 

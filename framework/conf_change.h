@@ -52,7 +52,7 @@ class BRISQ_API ConfChange {
   void Undo(ConfDocument& document);
 
   /// True when the last Apply has changed anything.
-  bool Effective() const noexcept { return !undo_.empty(); }
+  bool Effective() const noexcept { return made_ != ConfDocument::kNone || !undo_.empty(); }
   /// The document that the last Apply was made in.
   const std::weak_ptr<const ConfDocument>& Document() const noexcept { return target_.document; }
   /// The line that the last Apply has left; kNone after a removal.
@@ -75,7 +75,8 @@ class BRISQ_API ConfChange {
   mgr_err::Error TooLate() const;
   Line FindTarget(const ConfDocument& document) const;
   Line FindExact(const ConfDocument& document) const;
-  void Put(ConfDocument& document, Line line, std::string raw);
+  void Put(ConfDocument& document, Line line, std::string_view raw, std::string_view end = {});
+  void ForgetUndo() noexcept;
   void Replace(ConfDocument& document, Line line, const std::string& text);
 
   Kind kind_;
@@ -86,5 +87,7 @@ class BRISQ_API ConfChange {
   std::string before_;
   std::string after_;
   std::string end_;  // end of line that a removed line had
+  // The first line that Apply has put where there was none, and what the others held.
+  Line made_ = ConfDocument::kNone;
   std::vector<std::pair<Line, std::string>> undo_;
 };

@@ -359,25 +359,34 @@ std::string_view ConfDocument::Unchanged(Line line) const noexcept {
   return line < end ? bytes_->View().substr(line, end - line) : std::string_view();
 }
 
-std::string& ConfDocument::Editable(Line line) {
-  if (!IsInBytes(line)) return added_[line - bytes_->size()];
-  const auto [edit, fresh] = changed_.try_emplace(line);
-  if (fresh) {
-    edit->second = RawInBytes(line);
-    edited_bytes_ += edit->second.size();
-  }
-  return edit->second;
+std::string_view& ConfDocument::Edited(Line line) {
+  return IsInBytes(line) ? changed_[line] : added_[line - bytes_->size()];
 }
 
-void ConfDocument::Put(Line line, std::string raw) {
+void ConfDocument::Put(Line line, std::string_view raw, std::string_view end) {
+  // First, as the line may be made of what it holds.
+  const std::string_view kept = texts_.Keep(raw, end);
   const bool indexed = indexed_.load(std::memory_order_relaxed);
   if (indexed) Leave(line);
-  std::string& text = Editable(line);
-  edited_bytes_ += raw.size() - text.size();
-  text = std::move(raw);
-  if (!indexed) return;
-  const std::string_view name = NameOf(text);
-  if (!name.empty()) Enter({line, ConfIndex::Hash(name)});
+  std::string_view& text = Edited(line);
+  edited_bytes_ += kept.size() - text.size();
+  ConfTexts::Overwrite(std::exchange(text, kept));
+  if (indexed) {
+    const std::string_view name = NameOf(text);
+    if (!name.empty()) Enter({line, ConfIndex::Hash(name)});
+  }
+  DropFormer();
+}
+
+// A line may be changed any number of times.
+void ConfDocument::DropFormer() {
+  constexpr std::size_t kFree = std::size_t{64} << 10;
+  if (texts_.size() <= 2 * edited_bytes_ + kFree) return;
+  ConfTexts texts;
+  texts.Reserve(edited_bytes_);
+  for (auto& [line, text] : changed_) text = texts.Keep(text, {});
+  for (std::string_view& text : added_) text = texts.Keep(text, {});
+  texts_ = std::move(texts);
 }
 
 ConfDocument::Line ConfDocument::Extend() {
@@ -406,7 +415,7 @@ ConfSnapshot ConfDocument::Snapshot() const {
     end_run();
     snapshot.pieces.push_back(bytes_->View().substr(done, end - done));
   };
-  const auto take = [&](const std::string& raw) { copy = std::copy(raw.begin(), raw.end(), copy); };
+  const auto take = [&](std::string_view raw) { copy = std::copy(raw.begin(), raw.end(), copy); };
   for (const auto& [line, raw] : changed_) {
     take_up_to(line);
     done = line + RawInBytes(line).size();
@@ -426,6 +435,6 @@ std::string ConfDocument::Print() const {
 
 bool ConfDocument::IsWorn() const noexcept {
   constexpr std::size_t kFree = std::size_t{1} << 20;
-  constexpr std::size_t kEdit = 96;  // bytes of memory beside a changed line's text
-  return edited_bytes_ + (changed_.size() + added_.size()) * kEdit > bytes_->size() / 2 + kFree;
+  constexpr std::size_t kEdit = 64;  // bytes of memory beside a changed line's text
+  return texts_.size() + (changed_.size() + added_.size()) * kEdit > bytes_->size() / 2 + kFree;
 }

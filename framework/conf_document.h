@@ -13,6 +13,7 @@
 #include "brisq_export.h"
 #include "framework/conf_bytes.h"
 #include "framework/conf_index.h"
+#include "framework/conf_texts.h"
 #include "mgr_token.h"
 
 /// Content of a document at one moment, which later changes leave alone.
@@ -73,8 +74,9 @@ class BRISQ_API ConfDocument {
   /// The bytes from `line` on up to the first line that is not as it was read.
   std::string_view Unchanged(Line line) const noexcept;
 
-  /// Gives a line other content, its end of line included; empty removes it.
-  void Put(Line line, std::string raw);
+  /// Gives a line other content, its end of line included: `raw` with `end` behind it. Empty
+  /// removes it. Texts of changed lines that were got before are no longer good.
+  void Put(Line line, std::string_view raw, std::string_view end = {});
   /// Adds a number behind the last; the line has no content yet.
   /// @throws mgr_err::Error "limit"
   Line Extend();
@@ -112,15 +114,19 @@ class BRISQ_API ConfDocument {
   bool CanBeginName(char byte) const noexcept;
   bool CanBeName(std::string_view name) const noexcept;
   Line FirstFrom(Line line) const noexcept;
-  std::string& Editable(Line line);
+  std::string_view& Edited(Line line);
+  void DropFormer();
   bool IsInBytes(Line line) const noexcept { return line < bytes_->size(); }
   std::string_view RawInBytes(Line line) const noexcept;
 
   mgr_token::Params params_;
   std::shared_ptr<const ConfBytes> bytes_;
-  std::map<Line, std::string> changed_;  // of the lines in the bytes
-  std::vector<std::string> added_;
+  // Lines that are not as they were read: of those in the bytes, and the others. Their texts have
+  // `edited_bytes_` together; beside them are kept some that they had before.
+  std::map<Line, std::string_view> changed_;
+  std::vector<std::string_view> added_;
   std::size_t edited_bytes_ = 0;
+  ConfTexts texts_;
 
   // Made by the first find that wants it, of which there may be several at once.
   mutable std::once_flag index_once_;

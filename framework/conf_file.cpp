@@ -186,7 +186,8 @@ void ConfFile::ApplyOne(Waiting& waiting) {
   }
 }
 
-std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange change, Journal journal, Look look) {
+std::shared_ptr<ConfFile::Waiting> ConfFile::Apply(ConfChange&& change, Journal&& journal,
+                                                   Look look) {
   if (look == Look::kNow || looked_.IsOld()) Refresh();
   auto waiting = std::make_shared<Waiting>(std::move(change), std::move(journal));
   const Lock lock(mutex_);

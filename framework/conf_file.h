@@ -44,7 +44,8 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   };
   /// What became of one change.
   struct Waiting {
-    Waiting(ConfChange what, Journal told) : change(std::move(what)), journal(std::move(told)) {}
+    Waiting(ConfChange&& what, Journal&& told)
+        : change(std::move(what)), journal(std::move(told)) {}
 
     ConfChange change;
     Journal journal;
@@ -91,7 +92,8 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   /// Applies a change to the file as it stands.
   /// @throws as ReadCurrent and ConfChange::Apply, and what the journal throws: nothing has
   /// changed
-  std::shared_ptr<Waiting> Apply(ConfChange change, Journal journal = {}, Look look = Look::kNow);
+  std::shared_ptr<Waiting> Apply(ConfChange&& change, Journal&& journal = {},
+                                 Look look = Look::kNow);
   /// Returns when a change that was applied is durable.
   /// @throws mgr_err::Error what became of the change, "file" and "locked" included: the file and
   /// the document are without it; what the after-save hook throws: the change is saved

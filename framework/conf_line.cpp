@@ -124,15 +124,13 @@ std::size_t EndLength(std::string_view raw) noexcept {
   return raw.ends_with('\n') || raw.ends_with('\r') ? 1 : 0;
 }
 
+std::string_view EndFor(std::string_view raw, std::string_view end) noexcept {
+  if (raw.ends_with('\n')) return {};
+  return raw.ends_with('\r') ? "\n" : end;
+}
+
 std::string WithEnd(std::string_view raw, std::string_view end) {
-  if (raw.ends_with('\n')) {
-    end = {};
-  } else if (raw.ends_with('\r')) {
-    end = "\n";
-  }
-  std::string line;
-  line.reserve(raw.size() + end.size());
-  return line.append(raw).append(end);
+  return std::string(raw).append(EndFor(raw, end));
 }
 
 bool HasSpecial(std::string_view value, char separator) noexcept {

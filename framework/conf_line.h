@@ -16,7 +16,11 @@ namespace conf_line {
 /// cut off its LF.
 BRISQ_API std::size_t EndLength(std::string_view raw) noexcept;
 
-/// A line with an end: its own, or else `end`, put there so that the line's text stays what it is.
+/// What is missing behind a line so that it has an end, its own or else `end`, and its text stays
+/// what it is.
+BRISQ_API std::string_view EndFor(std::string_view raw, std::string_view end) noexcept;
+
+/// A line with its end, as EndFor says.
 BRISQ_API std::string WithEnd(std::string_view raw, std::string_view end);
 
 /// True when the text has at least `columns` columns.

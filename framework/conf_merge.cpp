@@ -78,9 +78,9 @@ void Append(ConfDocument& document, std::string_view raw) {
   const Line last = document.Last();
   const std::string end(document.LineEnd());
   if (last != kNone && !document.Raw(last).ends_with('\n')) {
-    document.Put(last, conf_line::WithEnd(document.Raw(last), end));
+    document.Put(last, document.Raw(last), conf_line::EndFor(document.Raw(last), end));
   }
-  document.Put(document.Extend(), conf_line::WithEnd(raw, end));
+  document.Put(document.Extend(), raw, conf_line::EndFor(raw, end));
 }
 
 void Replace(ConfDocument& document, Line line, const std::string& text) {
@@ -88,7 +88,7 @@ void Replace(ConfDocument& document, Line line, const std::string& text) {
   std::string_view end = raw.substr(raw.size() - conf_line::EndLength(raw));
   // With another end the CR would become a part of it.
   if (text.ends_with('\r')) end = "\r\n";
-  document.Put(line, text + std::string(end));
+  document.Put(line, text, end);
 }
 
 // True when there is a column that both have changed, each in its own way.

@@ -258,6 +258,46 @@ TEST(ConfDocument, BecomesWornByManyChanges) {
   EXPECT_TRUE(document.IsWorn());
 }
 
+TEST(ConfDocument, DoesNotGetWornByOneLineThatIsChangedOverAndOver) {
+  ConfDocument document = Parse("a:1:x\nb:2:y\nc:3:z\n");
+  document.Put(0, "a:first\n");
+  const Line added = document.Extend();
+  document.Put(added, "d:added", "\n");
+  const Line other = document.Extend();
+  for (int time = 0; time < 100'000; ++time) {
+    document.Put(6, "b:", std::to_string(time) + ":changed\n");
+    document.Put(other, "e:" + std::to_string(time) + ":y\n");
+  }
+  EXPECT_FALSE(document.IsWorn());
+  EXPECT_EQ(document.Print(), "a:first\nb:99999:changed\nc:3:z\nd:added\ne:99999:y\n");
+  EXPECT_EQ(document.FindNamed("d"), added);
+}
+
+// Lines hold hashes, and passwords in schemes that do not hash.
+TEST(ConfDocument, WhatALineHeldBeforeItWasChangedIsOverwritten) {
+  ConfDocument document = Parse("a:1\nb:2\n");
+  const Line added = document.Extend();
+  for (const Line line : {Line{4}, added}) {
+    SCOPED_TRACE(line == added ? "added" : "read");
+    document.Put(line, "c:secret", "\n");
+    const std::string_view held = document.Raw(line);
+    document.Put(line, "d:3\n");
+    EXPECT_EQ(held, std::string(held.size(), '\0'));
+    document.Put(line, {});
+  }
+  EXPECT_EQ(document.Print(), "a:1\n");
+}
+
+TEST(ConfDocument, ALineCanBeMadeOfWhatItAndOthersHold) {
+  ConfDocument document = Parse("a:1\nb:2\n");
+  const Line added = document.Extend();
+  document.Put(added, "c:3");
+  document.Put(added, document.Raw(added), "\n");
+  document.Put(0, document.Raw(0), document.Raw(added));
+  document.Put(4, document.Raw(0));
+  EXPECT_EQ(document.Print(), "a:1\nc:3\na:1\nc:3\nc:3\n");
+}
+
 // A file of one name only must not take time in the square of its lines.
 TEST(ConfDocument, ManyLinesOfOneNameAreNoBurden) {
   std::string text;

@@ -100,10 +100,25 @@ TEST(ConfLine, TheEndOfALineIsToldFromItsText) {
 }
 
 TEST(ConfLine, AnEndIsAddedWithoutTakingFromTheText) {
-  EXPECT_EQ(conf_line::WithEnd("a", "\n"), "a\n");
-  EXPECT_EQ(conf_line::WithEnd("a", "\r\n"), "a\r\n");
-  EXPECT_EQ(conf_line::WithEnd("a\r\n", "\n"), "a\r\n");
-  EXPECT_EQ(conf_line::WithEnd("a\r\r", "\n"), "a\r\r\n");
+  const struct {
+    const char* name;
+    const char* raw;
+    const char* end;
+    const char* missing;
+  } cases[] = {
+      {"no end", "a", "\n", "\n"},
+      {"no end, CR LF", "a", "\r\n", "\r\n"},
+      {"nothing", "", "\n", "\n"},
+      {"has one", "a\n", "\r\n", ""},
+      {"has another one", "a\r\n", "\n", ""},
+      {"CR without LF", "a\r\r", "\n", "\n"},
+      {"CR without LF, CR LF", "a\r", "\r\n", "\n"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_EQ(conf_line::EndFor(test.raw, test.end), test.missing);
+    EXPECT_EQ(conf_line::WithEnd(test.raw, test.end), std::string(test.raw) + test.missing);
+  }
 }
 
 TEST(ConfLine, CountsColumnsUpToTheNumberWanted) {
