@@ -8,6 +8,9 @@
 ConfBytes::ConfBytes() = default;
 ConfBytes::~ConfBytes() = default;
 
+ConfBytes::ConfBytes(std::unique_ptr<char[]> content, std::size_t size) noexcept
+    : begin_(content.get()), size_(size), given_(std::move(content)) {}
+
 ConfBytes::ConfBytes(std::unique_ptr<ConfMapping> mapping)
     : begin_(mapping->View().data()), size_(mapping->View().size()), mapping_(std::move(mapping)) {}
 

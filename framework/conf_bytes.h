@@ -17,6 +17,8 @@ class BRISQ_API ConfBytes {
   explicit ConfBytes(std::string_view content);
   /// Content that is there already: nothing can be added to it.
   explicit ConfBytes(std::unique_ptr<ConfMapping> mapping);
+  /// Content that is there already, `size` bytes: nothing can be added to it.
+  ConfBytes(std::unique_ptr<char[]> content, std::size_t size) noexcept;
   ~ConfBytes();
 
   /// Makes room for at least `capacity` bytes; what was written stays.
@@ -39,5 +41,6 @@ class BRISQ_API ConfBytes {
   const char* begin_ = nullptr;
   std::size_t size_ = 0;
   ConfMemory memory_;
+  std::unique_ptr<char[]> given_;
   std::unique_ptr<ConfMapping> mapping_;
 };

@@ -29,6 +29,14 @@ std::shared_ptr<const ConfBytes> Joined(const ConfSnapshot& content) {
   return bytes;
 }
 
+// As Joined, without a copy when all of it is changed lines: of a file that is new.
+std::shared_ptr<const ConfBytes> Taken(ConfSnapshot&& content) {
+  const bool whole =
+      content.pieces.size() == 1 && content.pieces.front().data() == content.changed.get();
+  if (!whole) return Joined(content);
+  return std::make_shared<ConfBytes>(std::move(content.changed), content.pieces.front().size());
+}
+
 // An error that does not mean that nothing was changed.
 std::exception_ptr Doubtful(const std::exception_ptr& error) {
   try {
@@ -296,7 +304,7 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
     for (const auto& entry : journals) entry->Sync();
     found = save.Replace(content, stamp_);
     if (!found) {
-      FinishWritten(lock, save, content);
+      FinishWritten(lock, save, std::move(content));
       SaveWatch::Saved(path_, taken_over ? ConfStamp{} : based_on, stamp_);
       return ConfCache::srWritten;
     }
@@ -320,7 +328,7 @@ void ConfFile::TakeIn(const ConfContent& found, const std::optional<ConfSnapshot
   stamp_ = found.stamp;
 }
 
-void ConfFile::FinishWritten(Lock& lock, ConfSave& save, const ConfSnapshot& written) {
+void ConfFile::FinishWritten(Lock& lock, ConfSave& save, ConfSnapshot&& written) {
   // The file is changed now, whatever becomes of the rest: an error here undoes nothing.
   std::exception_ptr error;
   try {
@@ -332,7 +340,7 @@ void ConfFile::FinishWritten(Lock& lock, ConfSave& save, const ConfSnapshot& wri
   stamp_ = save.stamp();
   settled_ = true;
   Settle(error, true);
-  RenewWorn(written);
+  RenewWorn(std::move(written));
 }
 
 bool ConfFile::AnyEffective() const {
@@ -362,8 +370,8 @@ void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
 }
 
 // While nothing waits the document is what was written.
-void ConfFile::RenewWorn(const ConfSnapshot& written) {
+void ConfFile::RenewWorn(ConfSnapshot&& written) {
   if (!waiting_.empty() || !document_->IsWorn()) return;
   ++version_;
-  document_ = std::make_shared<ConfDocument>(Joined(written), syntax_);
+  document_ = std::make_shared<ConfDocument>(Taken(std::move(written)), syntax_);
 }

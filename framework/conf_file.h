@@ -126,11 +126,11 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   std::set<std::shared_ptr<journal::Entry>> JournalsOfTaken() const;
   ConfCache::SaveReason WriteOut(Lock& lock, ConfSave& save);
   void TakeIn(const ConfContent& found, const std::optional<ConfSnapshot>& origin);
-  void FinishWritten(Lock& lock, ConfSave& save, const ConfSnapshot& written);
+  void FinishWritten(Lock& lock, ConfSave& save, ConfSnapshot&& written);
   bool AnyEffective() const;
   void Settle(const std::exception_ptr& error, bool made);
   void FailTaken(const std::exception_ptr& error, bool in_place);
-  void RenewWorn(const ConfSnapshot& written);
+  void RenewWorn(ConfSnapshot&& written);
   void CallHooks(ConfCache::SaveReason reason);
   void StartWork(Lock& lock, Work work);
   void EndWork();

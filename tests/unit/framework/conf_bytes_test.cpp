@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -33,6 +36,17 @@ TEST(ConfBytes, LargeBlocksCanBeWrittenToTheirEnd) {
   bytes.Add(room);
   EXPECT_EQ(bytes.Room(), 0U);
   EXPECT_EQ(bytes.View().back(), 'x');
+}
+
+TEST(ConfBytes, ContentThatIsGivenIsTakenWithoutACopy) {
+  auto content = std::make_unique<char[]>(4);
+  std::copy_n("a:1\n", 4, content.get());
+  const char* const at = content.get();
+  const ConfBytes bytes(std::move(content), 3);
+  EXPECT_EQ(bytes.View(), "a:1");
+  EXPECT_EQ(bytes.View().data(), at);
+  EXPECT_EQ(bytes.size(), 3U);
+  EXPECT_EQ(bytes.mapping(), nullptr);
 }
 
 }  // namespace

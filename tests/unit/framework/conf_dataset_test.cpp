@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/conf_defer.h"
 #include "tests/unit/framework/conf_fixture.h"
 
 namespace {
@@ -305,6 +306,39 @@ TEST_F(ConfDataSetTest, RecordsOfOneCursorHaveNothingOfEachOther) {
     EXPECT_EQ(ErrorOf([&] { users->Post(""); }).empty(), !test.line.empty());
     if (!test.line.empty()) content += test.line + "\n";
     EXPECT_EQ(Content(), content);
+  }
+}
+
+// After so many the document is made anew, of what was written.
+TEST_F(ConfDataSetTest, AFileOfManyNewLinesIsGoneOnWith) {
+  const struct {
+    const char* name;
+    std::string before;
+  } cases[] = {{"new", ""}, {"with a line", Line("first") + "\n"}};
+  const std::string hash(1000, 'h');
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Write(test.before);
+    std::string content = test.before;
+    const auto users = Open();
+    {
+      DeferSaves scope(DeferSaves::Between::kNever);
+      for (int number = 0; number < 1200; ++number) {
+        const std::string name = "u" + std::to_string(number);
+        users->New();
+        users->name.Set(name);
+        users->passwd.Set(hash);
+        users->Post("");
+        content += name + ":" + hash + ":::::::\n";
+      }
+      scope.Save();
+    }
+    EXPECT_TRUE(Content() == content);
+    AddUser(users, "last");
+    content += "last::1000:1000::/home/last:::" + std::string(kMaildir) + "\n";
+    SetPassword(Open(), "u1199", hash);
+    EXPECT_TRUE(Content() == content);
+    EXPECT_TRUE(Open()->Find("u0"));
   }
 }
 
