@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 #include <limits>
+#include <optional>
 
 #include "framework/conf_mapping.h"
 #include "framework/in_two.h"
@@ -22,8 +23,8 @@ std::int64_t Nanoseconds(const struct timespec& time) noexcept {
   return std::int64_t{time.tv_sec} * kSecond + time.tv_nsec;
 }
 
-// By so much clocks of other machines, or of file systems of their own, may be beside ours.
-constexpr std::int64_t kAside = 20'000'000;
+// A finer clock than the one that is asked, or one of another machine, is less ahead than this.
+constexpr std::int64_t kAhead = 2 * kSecond;
 // Who writes in place pauses less than this within one edit, as a rule; used where the system can't
 // tell whether anybody writes.
 constexpr std::int64_t kPauseOfWriters = 100'000'000;
@@ -55,7 +56,7 @@ std::int64_t StepOf(std::int64_t time) noexcept {
 }
 
 // For what is read from now on.
-std::int64_t ClockOf(int fd) noexcept { return FileClock() - (IsLocalFile(fd) ? 0 : kAside); }
+std::int64_t ClockOf(int fd) noexcept { return FileClock() - (IsLocalFile(fd) ? 0 : kClockAside); }
 
 // Reads up to `end`, or to the end of the file or an error: what is missing then is found by those
 // who read on.
@@ -131,7 +132,7 @@ std::int64_t FileClock() noexcept {
 
 bool IsSettled(const ConfStamp& stamp, std::int64_t clock) noexcept {
   const std::int64_t step = StepOf(stamp.changed);
-  return stamp.changed < clock - clock % step || stamp.changed > clock + kAside;
+  return stamp.changed < clock - clock % step || stamp.changed > clock + kAhead;
 }
 
 Descriptor OpenRegular(int directory, const std::string& name, const std::string& path,
@@ -185,16 +186,21 @@ ConfContent ReadAt(int directory, const std::string& name, const std::string& pa
   struct stat info {};
   const Descriptor file = OpenRegular(directory, name, path, info);
   if (!file) return {ConfStamp{}, std::make_shared<ConfBytes>(), true};
-  const WriterWatch::State writers = WriterWatch(file.get()).state();
+  std::optional<WriterWatch> watch(file.get());
   const ConfStamp stamp = ConfStamp::Of(info);
-  const bool may_go_on = writers == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
-  if (writers == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
+  const bool may_go_on =
+      watch->state() == WriterWatch::State::kUnknown && Age(stamp) < kPauseOfWriters;
+  if (watch->state() == WriterWatch::State::kWritten || may_go_on) return {stamp, nullptr, false};
   if (info.st_size >= static_cast<off_t>(ConfMapping::kLeast)) {
+    watch.reset();  // the mapping has one of its own
     ConfContent mapped = MapContent(file.get(), stamp);
     if (mapped.bytes) return mapped;
     // What kept it from being mapped may be somebody who has begun to write.
-    if (WriterWatch(file.get()).state() == WriterWatch::State::kWritten)
-      return {stamp, nullptr, false};
+    watch.emplace(file.get());
+    if (watch->state() == WriterWatch::State::kWritten) return {stamp, nullptr, false};
   }
-  return ReadContent(file.get(), path);
+  // A write has its time when it begins: one that goes on meanwhile would not show any more.
+  ConfContent content = ReadContent(file.get(), path);
+  content.settled = content.settled && !watch->Disturbed();
+  return content;
 }

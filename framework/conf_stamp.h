@@ -35,8 +35,13 @@ BRISQ_API ConfStamp StampAt(const std::string& path);
 /// 10 ms.
 BRISQ_API std::int64_t FileClock() noexcept;
 
-/// True when whatever is done to a file after FileClock() gave `clock` shows in its stamp. Time
-/// that is ahead of the clock by more than 20 ms counts as rested: the clock was set back.
+/// By so many nanoseconds clocks of other machines, or of file systems of their own, may be behind
+/// FileClock().
+constexpr std::int64_t kClockAside = 20'000'000;
+
+/// True when whatever is done to a file after FileClock() gave `clock` shows in its stamp. A time
+/// that is ahead of the clock by more than two seconds counts as rested: the clock was set back.
+/// @param clock  for files that are not local (IsLocalFile) less kClockAside
 BRISQ_API bool IsSettled(const ConfStamp& stamp, std::int64_t clock) noexcept;
 
 /// A file as it was read, with the stamp that it had.

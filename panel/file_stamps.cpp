@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <thread>
 
 #include "brisq_db.h"
@@ -29,30 +30,16 @@ std::string Difference(const std::string& before, const std::string& now) {
   return text;
 }
 
-// Clocks of file systems step by some milliseconds: a file that was changed a moment ago may be
-// changed once more and have the same stamp.
-constexpr std::chrono::milliseconds kClockStep{20};
-
-std::chrono::nanoseconds Age(const ConfStamp& stamp) {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return now - std::chrono::nanoseconds(stamp.changed);
-}
-
-bool IsYoung(const ConfStamp& stamp) {
-  const std::chrono::nanoseconds age = Age(stamp);
-  return stamp.exists && age >= std::chrono::nanoseconds::zero() && age < kClockStep;
-}
-
 }  // namespace
 
 ConfStamp SettledStamp(const std::string& path) {
-  constexpr int kMostLooks = 50;  // about a second of changes without a pause
-  ConfStamp stamp = StampAt(path);
-  for (int looks = 1; IsYoung(stamp) && looks < kMostLooks; ++looks) {
-    std::this_thread::sleep_for(kClockStep - Age(stamp));
-    stamp = StampAt(path);
+  constexpr int kMostLooks = 250;
+  for (int looks = 1;; ++looks) {
+    const std::int64_t clock = FileClock() - kClockAside;
+    const ConfStamp stamp = StampAt(path);
+    if (!stamp.exists || IsSettled(stamp, clock) || looks == kMostLooks) return stamp;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  return stamp;
 }
 
 FileStamps::FileStamps()

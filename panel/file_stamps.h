@@ -26,8 +26,8 @@ class BRISQ_API FileStamps : public mgr_db::CustomTable {
 BRISQ_API std::string StampText(const ConfStamp& stamp);
 
 /// The state of a file at a path, from which every later change can be told: waits some
-/// milliseconds after a change, as one that followed at once might look like it. No longer than a
-/// second.
+/// milliseconds after a change, as one that followed at once might look like it, and up to two
+/// seconds where the file system keeps no more of times. Gives up after 2.5 seconds of changes.
 /// @throws mgr_err::Error "file" when it can't be told
 BRISQ_API ConfStamp SettledStamp(const std::string& path);
 

@@ -83,7 +83,8 @@ TEST(ConfStampIsSettled, WhenALaterChangeMustShow) {
       {"one step of the clock ago", kNow - kMs, true},
       {"within this step", kNow, false},
       {"by a finer clock, within this step", kNow + 3 * kMs + 1, false},
-      {"a clock that was set back since", kNow + kSecond + 1, true},
+      {"by a clock that is ahead", kNow + kSecond + 1, false},
+      {"a clock that was set back since", kNow + 2 * kSecond + 1, true},
       {"microseconds kept, within this step", kNow / 1000 * 1000, false},
       {"microseconds kept, a step ago", (kNow - kMs) / 1000 * 1000, true},
       {"milliseconds kept, within this step", kNow / kMs * kMs, false},
@@ -178,6 +179,21 @@ TEST_F(ConfStampTest, AFileThatIsOpenForWritingIsNotRead) {
     EXPECT_FALSE(Read().bytes);
   }
   EXPECT_TRUE(Read().bytes);
+}
+
+// A write has its time when it begins, and may end long after.
+TEST_F(ConfStampTest, NobodyBeginsToWriteWhileItIsReadUnnoticed) {
+  folder_.Write("file", "abc");
+  while (!Read().settled) std::this_thread::yield();
+  support::SysFault watch;
+  int opened = 0;
+  watch.OnCall([&](std::string_view call, std::size_t) {
+    if (call == "read") opened = ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  });
+  const ConfContent content = Read();
+  EXPECT_EQ(opened, -1) << "a writer was let in";
+  ASSERT_TRUE(content.bytes);
+  EXPECT_FALSE(content.settled);
 }
 
 TEST_F(ConfStampTest, WithoutLeasesAFreshlyChangedFileMayBeBeingWritten) {
