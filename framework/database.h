@@ -66,7 +66,8 @@ class BRISQ_API Connection {
 /// ended; readers never wait.
 /// @param file            absolute path; its directory exists
 /// @param busy_limit_ms   how long an operation waits for another process's write lock
-/// @throws mgr_err::Error "db" when the file is no database, can't be read or written, or "file"
+/// @throws mgr_err::Error "db" when the file is no database, can't be read or written; "file", also
+/// when the library that works on it can't be loaded
 BRISQ_API void OpenDatabase(const std::string& file, int busy_limit_ms = 10000);
 
 /// Closes every connection that is idle, the calling thread's among them; others are closed when

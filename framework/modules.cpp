@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "framework/conf_stamp.h"
-#include "framework/demangle.h"
 #include "framework/module_registry.h"
 #include "framework/plugin_probe.h"
+#include "framework/shared_library.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
 
@@ -24,26 +24,11 @@ namespace {
 constexpr int kLoadLimitSeconds = 20;
 constexpr int kTrials = 3;  // of one plug-in, whose file changes meanwhile
 
-// The loader's words, without the file's name and with a missing symbol in readable form.
-std::string LoaderError(const std::string& file) {
-  const char* words = ::dlerror();
-  std::string text = words == nullptr ? "can't be loaded" : words;
-  if (text.starts_with(file + ": ")) {
-    text.erase(0, file.size() + 2);
-  }
-  const std::string label = "undefined symbol: ";
-  const std::size_t at = text.find(label);
-  if (at != std::string::npos) {
-    text += " (" + Demangled(text.substr(at + label.size())) + ")";
-  }
-  return text;
-}
-
 // Empty when the plug-in is loaded and has registered something.
 std::string LoadFile(const std::string& file) {
   const ModuleRegistry::Loading loading(file);
   if (::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
-    return LoaderError(file);
+    return LoaderWords(file);
   }
   if (!ModuleRegistry::Instance().HasRegistered(file)) {
     return "is no plug-in: it registers no module";

@@ -4,12 +4,16 @@
 
 #include "brisq_export.h"
 
+/// Why the last call of the loader on this thread failed, in its words: without the file's name in
+/// front, and with a missing symbol in readable form.
+BRISQ_API std::string LoaderWords(const std::string& file);
+
 /// A shared library that is loaded when it is first needed and never let go. Any thread.
 class BRISQ_API SharedLibrary {
  public:
   /// Loads it unless this process has it already.
-  /// @param file  name, looked for beside the framework's own library and where the system keeps
-  ///              libraries, or path
+  /// @param file  path, or a name, which the loader looks for in LD_LIBRARY_PATH, beside the
+  ///              framework's own library and where the system keeps libraries
   /// @throws mgr_err::Error "file" with the library as object when it can't be loaded
   explicit SharedLibrary(const std::string& file);
 

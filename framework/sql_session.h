@@ -26,7 +26,7 @@ class BRISQ_API SqlSession : public Connection {
  public:
   ~SqlSession() override;
 
-  /// @param library  file name, looked for beside the framework's own library first, or path
+  /// @param library  as for SharedLibrary
   /// @throws mgr_err::Error "db" or "locked" when the file can't be opened, "file" with the library
   /// as object when it can't be loaded
   static std::shared_ptr<SqlSession> Open(const std::string& file, int busy_limit_ms,

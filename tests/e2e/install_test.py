@@ -1,5 +1,6 @@
 """What `cmake --install` puts into a system: it works from there, and its examples are complete."""
 
+import glob
 import os
 import subprocess
 import tempfile
@@ -36,6 +37,7 @@ class Installation(unittest.TestCase):
         opened = run("ldd", self.path("bin/brisq")).stdout
         for library in ("libbrisqapi.so", "libbrisqpanel.so"):
             self.assertIn(f"{library} => {self.root}/", opened)
+        self.assertTrue(glob.glob(self.path("lib*/**/libbrisqsqlite.so"), recursive=True))
 
     def test_the_example_configuration_is_one_that_the_program_reads(self):
         with open(self.path("share/brisq/brisq.toml"), encoding="utf-8") as file:

@@ -9,7 +9,7 @@ import re
 import sys
 
 PAGE = "docs/operate/settings.md"
-FOLDERS = ("framework", "panel", "email", "brisq")
+FOLDERS = ("framework", "sqlite", "panel", "email", "brisq")
 READ = re.compile(r'\b(?:GetParam|AddParam|GetPath|SetPathDefault)\(\s*"([^"]+)"')
 ROW = re.compile(r"^\| `([^`]+)` \|(?=[^|\n]*\|[^|\n]*\|)", re.MULTILINE)
 

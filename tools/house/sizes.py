@@ -14,7 +14,7 @@ import sys
 
 FILE_LIMIT = 600
 FUNCTION_LIMIT = 60
-FOLDERS = ("include", "framework", "panel", "email", "brisq", "tests", "bench", "fuzz", "tools")
+FOLDERS = ("include", "framework", "sqlite", "panel", "email", "brisq", "tests", "bench", "fuzz", "tools")
 SUFFIXES = {".h", ".cpp", ".py", ".sh", ".cmake", ""}
 
 # Text in which a brace means nothing, longest first: raw strings, comments, strings, characters.
