@@ -13,6 +13,11 @@ def run(*words, **more):
     return subprocess.run(words, capture_output=True, text=True, timeout=120, **more)
 
 
+def outcome(*words):
+    done = run(*words)
+    return done.returncode, done.stdout, done.stderr
+
+
 class Installation(unittest.TestCase):
 
     @classmethod
@@ -66,6 +71,13 @@ class Installation(unittest.TestCase):
         environment = {**os.environ, "CONFIG_FILE": broken}
         for program, code in (("doveadm", 89), (wrapper, 0)):
             self.assertEqual(code, run(program, "pw", "-l", env=environment).returncode, program)
+
+    def test_the_doveadm_wrapper_hands_on_what_is_not_for_pw_as_it_is(self):
+        wrapper = self.path("libexec/brisq/brisq-doveadm")
+        for words in ((), ("p",), ("pwd",), ("-x",), ("help", "pw"), ("pw", "-x"), ("", "pw"),
+                      ("exec", "nothing", "pw", "x" * 3000)):
+            with self.subTest(words[:3]):
+                self.assertEqual(outcome("doveadm", *words), outcome(wrapper, *words))
 
 
 if __name__ == "__main__":
