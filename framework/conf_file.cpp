@@ -301,8 +301,9 @@ ConfCache::SaveReason ConfFile::WriteOut(Lock& lock, ConfSave& save) {
     ConfSnapshot content = document_->Snapshot();
     const auto journals = JournalsOfTaken();
     lock.unlock();
-    for (const auto& entry : journals) entry->Sync();
-    found = save.Replace(content, stamp_);
+    found = save.Replace(content, stamp_, [&] {
+      for (const auto& entry : journals) entry->Sync();
+    });
     if (!found) {
       FinishWritten(lock, save, std::move(content));
       SaveWatch::Saved(path_, taken_over ? ConfStamp{} : based_on, stamp_);

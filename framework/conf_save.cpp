@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "framework/forget_behind.h"
+#include "framework/request.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
 
@@ -27,6 +28,8 @@ mgr_log::Module log_channel("conf", "brisq");
 
 ConfSave::ConfSave(const std::string& path)
     : target_(safe_replace::Target::Resolve(path)), lock_(target_) {
+  // What the request's last save has replaced makes room for the next.
+  Request::CloseAtEnd({});
   SaveLeftover(Replacement::Slot::kFirst);
   SaveLeftover(Replacement::Slot::kSecond);
   lock_.NoteDone();
@@ -110,10 +113,10 @@ void ConfSave::WriteNew(Replacement& fresh, const ConfSnapshot& content, int old
   });
   fresh.StartWriteBack();
   if (forget) forget->WrittenAll();
-  fresh.Seal(old >= 0 ? ConfStamp::Of(info) : ConfStamp{});
 }
 
-ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp& known) {
+ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp& known,
+                                    const std::function<void()>& first) {
   struct stat info {};
   Descriptor old = OpenRegular(target_.directory.get(), target_.name, target_.path, info);
   if (known.exists != static_cast<bool>(old)) return Outcome::kChanged;
@@ -121,6 +124,8 @@ ConfSave::Outcome ConfSave::Publish(const ConfSnapshot& content, const ConfStamp
   former_.reset();
   auto fresh = std::make_unique<Replacement>(target_, slot_, old.get(), info);
   WriteNew(*fresh, content, old.get(), info);
+  if (first) first();
+  fresh->Seal(old ? ConfStamp::Of(info) : ConfStamp{});
   auto watch = std::make_unique<WriterWatch>(old.get());
   if (watch->state() == WriterWatch::State::kWritten) return Outcome::kChanged;
   // An edit that has set size and time back shows in the change of status alone, and only until our
@@ -155,8 +160,9 @@ void ConfSave::SyncDirectory() {
   }
 }
 
-std::optional<ConfContent> ConfSave::Replace(const ConfSnapshot& content, const ConfStamp& known) {
-  const Outcome outcome = Publish(content, known);
+std::optional<ConfContent> ConfSave::Replace(const ConfSnapshot& content, const ConfStamp& known,
+                                             const std::function<void()>& first) {
+  const Outcome outcome = Publish(content, known, first);
   if (outcome == Outcome::kChanged) return ReadWhenQuiet(target_.name, !known.exists);
   if (outcome == Outcome::kDone) {
     SyncDirectory();
@@ -187,6 +193,7 @@ void ConfSave::Finish() {
   watch_.reset();
   former_.reset();
   current_.reset();
+  Request::CloseAtEnd(std::move(pushed_out_));
   lock_.NoteDone();
   if (doubt_) std::rethrow_exception(doubt_);
 }

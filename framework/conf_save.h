@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,10 +33,13 @@ class BRISQ_API ConfSave {
   std::optional<ConfContent> Look(const ConfStamp& known);
 
   /// Puts `content` in the place of the file known by `known`, durably.
+  /// @param first  called before that, while the disk works on the new file: for what must be
+  /// durable before the content can be seen. What it throws ends the call with nothing put in place
   /// @return nothing when it is done; else what somebody else has made of the file, with the stamp
   /// to give to the next Replace
   /// @throws as Look: whether the file has our content is what Abandon tells
-  std::optional<ConfContent> Replace(const ConfSnapshot& content, const ConfStamp& known);
+  std::optional<ConfContent> Replace(const ConfSnapshot& content, const ConfStamp& known,
+                                     const std::function<void()>& first = {});
 
   /// How many times content of ours was put in place. What a later Replace finds was made from the
   /// last of it.
@@ -49,7 +53,8 @@ class BRISQ_API ConfSave {
   /// pushed out then stays beside it for the next save
   bool Abandon() noexcept;
 
-  /// Clears away the old file.
+  /// Clears away the old file. In a request its bytes are given back when that has ended: nobody
+  /// need wait for it.
   /// @throws mgr_err::Error "doubt": the change was made and may be lost on a power failure
   void Finish();
 
@@ -61,7 +66,8 @@ class BRISQ_API ConfSave {
   ConfContent ReadWhenQuiet(const std::string& name, bool may_be_missing);
   static void WriteNew(Replacement& fresh, const ConfSnapshot& content, int old,
                        const struct stat& info);
-  Outcome Publish(const ConfSnapshot& content, const ConfStamp& known);
+  Outcome Publish(const ConfSnapshot& content, const ConfStamp& known,
+                  const std::function<void()>& first);
   bool IsUndisturbed(const ConfStamp& known) const;
   void SyncDirectory();
   ConfStamp StampOf(const std::string& name) const;

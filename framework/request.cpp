@@ -11,6 +11,7 @@
 #include "framework/owed_call.h"
 #include "framework/random_hex.h"
 #include "framework/rehearsal.h"
+#include "framework/user_dir.h"
 #include "framework/utc.h"
 #include "mgr_err.h"
 #include "mgr_log.h"
@@ -175,6 +176,7 @@ void Request::Leave(const mgr_job::Job& job) noexcept {
 }
 
 void Request::DoJobs() {
+  const user_dir::KeepWay way;
   // By index: a job may add others behind it.
   for (std::size_t i = 0; i < jobs_.size(); ++i) {
     mgr_job::Job* job = jobs_[i];
@@ -194,16 +196,33 @@ void Request::DoJobs() {
 // that know theirs as well: a job must find things as they were when its steps were noted. They
 // stand there in the order of the jobs.
 void Request::Announce(std::size_t first) {
-  if (announced_ > first) {
-    return;
+  if (announced_ <= first) {
+    NoteJobs(first);
   }
+  if (std::exchange(notes_undurable_, false)) {
+    entry_->Sync();
+  }
+}
+
+void Request::NoteJobs(std::size_t first) {
+  const user_dir::KeepWay way;
   announced_ = first;
   const std::size_t end = std::min(jobs_.size(), first + kAnnouncedTogether);
   while (announced_ < end && jobs_[announced_]->Announce()) {
     ++announced_;
   }
-  if (entry_ && announced_ > first) {
-    entry_->Sync();
+  notes_undurable_ = notes_undurable_ || (entry_ && announced_ > first);
+}
+
+void Request::AnnounceJobs() {
+  if (state_ == State::kOpen && Rehearsal::Current() == nullptr) {
+    NoteJobs(announced_);
+  }
+}
+
+void Request::CloseAtEnd(Descriptor file) noexcept {
+  if (current_request != nullptr) {
+    current_request->closing_ = std::move(file);
   }
 }
 
@@ -283,6 +302,7 @@ void Request::CloseEntry() noexcept {
 void Request::End() noexcept {
   state_ = State::kEnded;
   current_request = nullptr;
+  closing_.Close();
   done_.clear();
   const std::vector<mgr_job::Job*> jobs = std::exchange(jobs_, {});
   std::for_each(jobs.rbegin(), jobs.rend(), [](mgr_job::Job* job) { delete job; });

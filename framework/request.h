@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "brisq_export.h"
+#include "framework/descriptor.h"
 #include "framework/journal.h"
 #include "framework/unsynced_dirs.h"
 #include "mgr_job.h"
@@ -89,6 +90,16 @@ class BRISQ_API Request {
   /// @throws mgr_err::Error "file" when the system has no descriptors left; Commit throws the same
   /// when it can't be synced
   void SyncBeforeCommit(int directory, const std::string& path);
+  /// Writes down the steps of the jobs that wait, as far as they know them, so that they become
+  /// durable together with what else is noted before the next step is taken. Commit makes up for
+  /// those that this leaves out.
+  /// @throws mgr_err::Error as NoteSteps, and what a look at the steps throws
+  void AnnounceJobs();
+  /// Closes a file when the thread's request has let go of the database, at once without one: for a
+  /// file without a name, whose bytes the system takes its time to give back. A request keeps one;
+  /// the one before is closed first.
+  /// @param file  may be none
+  static void CloseAtEnd(Descriptor file) noexcept;
   /// Leaves the journal's entry there when the request has ended, for the next start to clear up
   /// what could not be removed.
   void KeepEntry() noexcept { undone_ = false; }
@@ -142,6 +153,7 @@ class BRISQ_API Request {
   void Leave(const mgr_job::Job& job) noexcept;
   void DoJobs();
   void Announce(std::size_t first);
+  void NoteJobs(std::size_t first);
   void CommitDatabase();
   void MarkCommitted();
   void CloseEntry() noexcept;
@@ -165,7 +177,9 @@ class BRISQ_API Request {
   State state_ = State::kOpen;
   std::vector<mgr_job::Job*> jobs_;  // owned; a job that is being constructed is among them
   std::size_t announced_ = 0;        // jobs whose steps the journal has
+  bool notes_undurable_ = false;     // of some of them only in the system's memory
   UnsyncedDirs unsynced_;
+  Descriptor closing_;
   std::vector<Step> done_;  // what has happened, oldest first, by its undo
   std::vector<Step> after_commit_;
   std::vector<std::string> commands_;

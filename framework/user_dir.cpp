@@ -32,6 +32,53 @@ namespace user_dir {
 
 namespace {
 
+thread_local KeepWay* kept_way = nullptr;
+
+}  // namespace
+
+KeepWay::KeepWay() noexcept : outer_(std::exchange(kept_way, this)) {}
+
+KeepWay::~KeepWay() { kept_way = outer_; }
+
+// One way to a folder, component by component.
+class Walk {
+ public:
+  /// Stands at the folder's root, or as far on the way as the last walk has come.
+  explicit Walk(const mgr_file::safe::Folder& folder);
+
+  /// The next component below, which is to be opened or made; false at the folder.
+  bool Take() {
+    if (taken_ == left_.size()) {
+      return false;
+    }
+    name_ = left_[taken_++];
+    next_ = mgr_file::ConcatPath(path_, name_);
+    return true;
+  }
+  const std::string& name() const noexcept { return name_; }
+  const std::string& next() const noexcept { return next_; }  ///< path of what was taken
+  int at() const noexcept { return at_.get(); }
+
+  /// Goes on to what was taken.
+  void Enter(Descriptor next) {
+    at_ = std::move(next);
+    path_ = next_;
+  }
+  /// Ends where it stands, which the next one may begin at.
+  Descriptor End();
+
+ private:
+  const mgr_file::safe::Folder& folder_;
+  Descriptor at_;
+  std::string path_;  // of `at_`
+  std::vector<std::string> left_;
+  std::size_t taken_ = 0;
+  std::string name_;
+  std::string next_;
+};
+
+namespace {
+
 using safe_way::KindOf;
 using safe_way::NotSafe;
 using safe_way::OpenEntry;
@@ -80,6 +127,18 @@ void CheckOwner(uid_t is, uid_t wanted, const std::string& path) {
 
 Descriptor OpenRoot(const mgr_file::safe::Folder& folder) {
   return safe_way::Open(folder.root(), folder.uid());
+}
+
+Descriptor Duplicate(int fd, const std::string& path) {
+  Descriptor own(sys::FCntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (!own) {
+    sys::Fail("dup", path);
+  }
+  return own;
+}
+
+bool LeadsTo(const std::string& path, const std::string& folder) {
+  return folder == path || folder.starts_with(path == "/" ? path : path + "/");
 }
 
 Descriptor OpenOwned(int parent, const std::string& name, const std::string& path, uid_t uid) {
@@ -169,20 +228,18 @@ void RemoveAll(const mgr_file::safe::Folder& folder, const std::vector<Made>& ma
   });
 }
 
-Descriptor MakeComponents(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs,
-                          std::vector<Made>& made) {
-  Descriptor at = OpenRoot(folder);
-  std::string path = folder.root();
-  for (const std::string& name : ComponentsBelowRoot(folder)) {
-    path = mgr_file::ConcatPath(path, name);
-    if (std::optional<Fresh> fresh = TryMake(at.get(), name, path, attrs)) {
+void MakeComponents(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs,
+                    std::vector<Made>& made) {
+  Walk walk(folder);
+  while (walk.Take()) {
+    if (std::optional<Fresh> fresh = TryMake(walk.at(), walk.name(), walk.next(), attrs)) {
       made.push_back(std::move(fresh->made));
-      at = std::move(fresh->fd);
+      walk.Enter(std::move(fresh->fd));
     } else {
-      at = OpenOwned(at.get(), name, path, folder.uid());
+      walk.Enter(OpenOwned(walk.at(), walk.name(), walk.next(), folder.uid()));
     }
   }
-  return at;
+  walk.End();
 }
 
 // The folder as far as it exists; nothing when some of it does not.
@@ -218,6 +275,30 @@ journal::Step StepOf(const mgr_file::safe::Folder& folder, const std::string& pa
 
 }  // namespace
 
+Walk::Walk(const mgr_file::safe::Folder& folder) : folder_(folder), path_(folder.root()) {
+  left_ = ComponentsBelowRoot(folder);
+  const bool goes_on = kept_way != nullptr && kept_way->folder_ &&
+                       kept_way->root_ == folder.root() && kept_way->uid_ == folder.uid() &&
+                       LeadsTo(kept_way->path_, folder.path());
+  if (!goes_on) {
+    at_ = OpenRoot(folder);
+    return;
+  }
+  at_ = Duplicate(kept_way->folder_.get(), kept_way->path_);
+  path_ = kept_way->path_;
+  taken_ = Components(path_.substr(folder.root().size())).size();
+}
+
+Descriptor Walk::End() {
+  if (kept_way != nullptr) {
+    kept_way->folder_ = Duplicate(at_.get(), path_);
+    kept_way->root_ = folder_.root();
+    kept_way->path_ = path_;
+    kept_way->uid_ = folder_.uid();
+  }
+  return std::move(at_);
+}
+
 std::string Normalised(const std::string& path) {
   if (!path.starts_with('/')) {
     throw BadPath(path, "must be an absolute path");
@@ -247,13 +328,11 @@ mgr_file::safe::Folder Below(const mgr_file::safe::Owner& owner, const std::stri
 }
 
 Descriptor Open(const mgr_file::safe::Folder& folder) {
-  Descriptor at = OpenRoot(folder);
-  std::string path = folder.root();
-  for (const std::string& name : ComponentsBelowRoot(folder)) {
-    path = mgr_file::ConcatPath(path, name);
-    at = OpenOwned(at.get(), name, path, folder.uid());
+  Walk walk(folder);
+  while (walk.Take()) {
+    walk.Enter(OpenOwned(walk.at(), walk.name(), walk.next(), folder.uid()));
   }
-  return at;
+  return walk.End();
 }
 
 std::vector<Made> MakePath(const mgr_file::safe::Folder& folder, const mgr_file::Attrs& attrs) {
@@ -306,19 +385,22 @@ void Remove(const mgr_file::safe::Folder& folder, const Made& made) {
 
 std::vector<journal::Step> StepsOfMaking(const mgr_file::safe::Folder& folder) {
   std::vector<journal::Step> steps;
-  Descriptor at = OpenRoot(folder);
-  std::string path = folder.root();
-  for (const std::string& name : ComponentsBelowRoot(folder)) {
-    path = mgr_file::ConcatPath(path, name);
+  Walk walk(folder);
+  while (steps.empty() && walk.Take()) {
     struct stat state = {};
-    const bool missing =
-        !steps.empty() ||
-        (sys::Stat(at.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT);
-    if (missing) {
-      steps.push_back(StepOf(folder, path));
-    } else if (path != folder.path()) {
-      at = OpenOwned(at.get(), name, path, folder.uid());
+    const char* const name = walk.name().c_str();
+    if (sys::Stat(walk.at(), name, &state, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+      steps.push_back(StepOf(folder, walk.next()));
+    } else if (walk.next() != folder.path()) {
+      walk.Enter(OpenOwned(walk.at(), walk.name(), walk.next(), folder.uid()));
     }
+  }
+  std::string path = steps.empty() ? folder.path() : walk.next();
+  walk.End();
+  // Below what is missing all is missing.
+  for (std::string name, left = folder.path().substr(path.size()); path_names::Take(left, name);) {
+    path = mgr_file::ConcatPath(path, name);
+    steps.push_back(StepOf(folder, path));
   }
   return steps;
 }

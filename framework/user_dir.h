@@ -27,6 +27,27 @@ struct Made {
   ino_t inode;
 };
 
+/// While it lives, Open, MakePath, MakeOne and StepsOfMaking of its thread go on from the folder
+/// that the last of them came to, when that lies on their way: what was found safe is held open, so
+/// that nobody can put something else in its place. For calls that follow each other at once. One
+/// inside of another begins anew.
+class BRISQ_API KeepWay {
+ public:
+  KeepWay() noexcept;
+  ~KeepWay();
+  KeepWay(const KeepWay&) = delete;
+  KeepWay& operator=(const KeepWay&) = delete;
+
+ private:
+  friend class Walk;
+
+  KeepWay* const outer_;
+  std::string root_;
+  std::string path_;  // of the folder that is held
+  uid_t uid_ = 0;
+  Descriptor folder_;  // none as long as nothing is held
+};
+
 /// Checks that a path is absolute and has no component ".." and no NUL, and brings it into its
 /// normal form: one slash between components, none at the end, no component ".".
 /// @throws mgr_err::Error "value" with the path and the rule

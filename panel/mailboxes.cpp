@@ -118,12 +118,13 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   Plan plan = CheckValues(mailbox);
   MailBackend();
   const auto hash = BeginHash(mailbox.address, mailbox.password, HashFor::kNewMailbox);
-  DoRequest("mailbox add", [&](Request&) {
+  DoRequest("mailbox add", [&](Request& request) {
     FindPlace(plan, mailbox.home);
     JobLog::Watch(kMailbox, plan.address.Full());
     DeferSaves line(DeferSaves::Between::kNever);
     Mailbox email = InsertRow(plan, mailbox.password);
     MakeLine(email, mailbox.password);
+    request.AnnounceJobs();  // with the line's step: one wait for the disk does for both
     line.Save();
   });
   return ShowMailbox(plan.address.Full());

@@ -19,6 +19,9 @@
 
 #include "framework/conf_lock.h"
 #include "framework/descriptor.h"
+#include "framework/journal.h"
+#include "framework/request.h"
+#include "framework/seal.h"
 #include "tests/support/sys_fault.h"
 #include "tests/unit/framework/conf_fixture.h"
 
@@ -249,6 +252,56 @@ TEST_F(ConfFileTest, APostThatFailsLeavesFileAndDocumentAsTheyWere) {
   }
   SetPassword(users, "b", "new");
   EXPECT_EQ(Content(), Line("a", "old") + "\r\n# x\n" + Line("b", "new"));
+}
+
+/// A journal for requests, which seals the lines that it notes.
+class JournalledConfFileTest : public ConfFileTest {
+ protected:
+  JournalledConfFileTest() {
+    mgr_seal::SetKeyFile(folder_ / "seal.key");
+    mgr_seal::Seal("makes the key");
+    std::filesystem::create_directory(folder_ / "journal");
+    journal::SetFolder(folder_ / "journal");
+  }
+  ~JournalledConfFileTest() override { journal::SetFolder(""); }
+};
+
+TEST_F(JournalledConfFileTest, HowToTakeAChangeBackIsDurableBeforeTheChangeIsInPlace) {
+  Write(Line("a", "old") + "\n");
+  const auto users = Open();
+  Request request("test");
+  support::SysFault calls;
+  int syncs = 0;
+  int before_the_change = 0;
+  calls.OnCall([&](std::string_view call, std::size_t) {
+    syncs += call == "fsync" ? 1 : 0;
+    if (call == "rename") before_the_change = syncs;
+  });
+  SetPassword(users, "a", "new");
+  EXPECT_EQ(before_the_change, 3) << "of the entry, of its folder, of the new file";
+  EXPECT_EQ(Content(), Line("a", "new") + "\n");
+}
+
+TEST_F(JournalledConfFileTest, AChangeThatCouldNotBeTakenBackIsNotMade) {
+  Write(Line("a", "old") + "\n");
+  const auto users = Open();
+  for (int refused = 1; refused <= 3; ++refused) {
+    SCOPED_TRACE(refused);
+    Request request("test");
+    {
+      support::SysFault fault;
+      fault.OnCall([&, syncs = 0](std::string_view call, std::size_t) mutable {
+        if (call == "fsync") fault.FailCall("fsync", ++syncs == refused ? EIO : 0);
+      });
+      EXPECT_NE(ErrorOf([&] { SetPassword(users, "a", "new"); }), "");
+    }
+    EXPECT_EQ(Content(), Line("a", "old") + "\n");
+    EXPECT_FALSE(std::filesystem::exists(folder_ / ".users.brisq-new"));
+    request.Rollback();
+    EXPECT_EQ(Content(), Line("a", "old") + "\n");
+  }
+  SetPassword(users, "a", "new");
+  EXPECT_EQ(Content(), Line("a", "new") + "\n");
 }
 
 TEST_F(ConfFileTest, AFailingSaveFailsThoseWhoShareItAndNobodyElse) {

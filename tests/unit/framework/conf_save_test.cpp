@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "framework/descriptor.h"
+#include "framework/request.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
@@ -87,6 +88,66 @@ TEST_F(ConfSaveTest, ReplacesWhatIsKnownAndLeavesNothingBehind) {
   EXPECT_EQ(save.stamp(), StampAt(path_));
   EXPECT_EQ(Content(), "new");
   EXPECT_FALSE(HasTemporaries());
+}
+
+TEST_F(ConfSaveTest, WhatMustComeFirstComesBetweenTheNewFileAndItsPlace) {
+  std::string seen;
+  ConfSave save(path_);
+  EXPECT_FALSE(save.Replace(Snapshot("new"), StampAt(path_), [&] {
+    seen = Content() + ", " + support::ReadFile(folder_ / ".users.brisq-new");
+  }));
+  save.Finish();
+  EXPECT_EQ(seen, "old, new");
+  EXPECT_EQ(Content(), "new");
+}
+
+TEST_F(ConfSaveTest, WhenWhatMustComeFirstFailsNothingIsPutInPlace) {
+  {
+    ConfSave save(path_);
+    const auto refuse = [] { throw mgr_err::Error("file", "first", "refused"); };
+    EXPECT_EQ("file: first: refused",
+              ErrorOf([&] { save.Replace(Snapshot("new"), StampAt(path_), refuse); }));
+    EXPECT_EQ(save.Placements(), 0U);
+    EXPECT_TRUE(save.Abandon());
+  }
+  EXPECT_EQ(Content(), "old");
+  EXPECT_FALSE(HasTemporaries());
+}
+
+// How many replaced files this process has open: they have no name any more.
+std::size_t OldFilesOpen() {
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code closed;
+    const std::string path = std::filesystem::read_symlink(entry.path(), closed);
+    const bool replaced = path.find(".users.brisq-n") != path.npos;
+    if (replaced && path.ends_with(" (deleted)")) ++count;
+  }
+  return count;
+}
+
+TEST_F(ConfSaveTest, OfTheFilesThatARequestHasReplacedTheLastIsClosedAtItsEnd) {
+  const auto save = [this](const char* text) {
+    ConfSave one(path_);
+    EXPECT_FALSE(one.Replace(Snapshot(text), StampAt(path_)));
+    one.Finish();
+  };
+  save("outside of a request");
+  EXPECT_EQ(OldFilesOpen(), 0U);
+  for (const bool commits : {true, false}) {
+    SCOPED_TRACE(commits);
+    Request request("test");
+    save("first");
+    save("second");
+    EXPECT_EQ(OldFilesOpen(), 1U);
+    {
+      const ConfSave next(path_);
+      EXPECT_EQ(OldFilesOpen(), 0U) << "its bytes may be needed";
+    }
+    save("third");
+    commits ? request.Commit() : request.Rollback();
+    EXPECT_EQ(OldFilesOpen(), 0U);
+  }
 }
 
 // Pages of an open file that the system has in memory.

@@ -14,6 +14,7 @@
 #include "mgr_err.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_job.h"
+#include "tests/support/sys_fault.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -249,6 +250,44 @@ TEST_F(RequestTest, StepsAreNotedNotLongBeforeTheyAreTaken) {
   }
   EXPECT_EQ(16, *std::max_element(waiting.begin(), waiting.end()));
   EXPECT_EQ(40u, Only(events, {"do"}).size());
+}
+
+TEST_F(RequestTest, StepsOfJobsCanBeNotedTogetherWithAnEarlierOne) {
+  const support::TempDir dir;
+  journal::SetFolder(dir.path());
+  Request request("test");
+  for (const char* name : {"a", "b"}) {
+    new AnnouncingJob(events, name, true);
+  }
+  support::SysFault calls;
+  calls.OnCall([this](std::string_view call, std::size_t) {
+    if (call == "fsync") events.emplace_back("sync");
+  });
+  request.AnnounceJobs();
+  request.NoteSteps({{"test", {{"what", "earlier"}}}});
+  new AnnouncingJob(events, "c", true);
+  request.Commit();
+  journal::SetFolder("");
+  EXPECT_THAT(Only(events, {"announce", "sync", "do"}),
+              ElementsAre("announce a", "announce b", "sync", "sync", "do a", "do b", "announce c",
+                          "sync", "do c", "sync"));
+}
+
+TEST_F(RequestTest, StepsThatWereNotedEarlyAreDurableBeforeTheyAreTaken) {
+  const support::TempDir dir;
+  journal::SetFolder(dir.path());
+  Request request("test");
+  new AnnouncingJob(events, "a", true);
+  support::SysFault calls;
+  calls.OnCall([this](std::string_view call, std::size_t) {
+    if (call == "fsync") events.emplace_back("sync");
+  });
+  request.AnnounceJobs();
+  request.AnnounceJobs();
+  request.Commit();
+  journal::SetFolder("");
+  EXPECT_THAT(Only(events, {"announce", "sync", "do"}),
+              ElementsAre("announce a", "sync", "sync", "do a", "sync"));
 }
 
 TEST_F(RequestTest, JobsThatAJobAddsAreDoneBehindTheOthers) {

@@ -441,6 +441,88 @@ TEST_F(UserDirTest, AnErrorAtAnyCallLeavesNothing) {
   EXPECT_GT(number, 20U) << "too few calls have failed";
 }
 
+// Calls that open something.
+std::size_t OpensOf(const std::function<void()>& action) {
+  support::SysFault calls;
+  std::size_t opens = 0;
+  calls.OnCall([&](std::string_view call, std::size_t) { opens += call == "open" ? 1U : 0U; });
+  action();
+  return opens;
+}
+
+TEST_F(UserDirTest, AWayThatIsKeptIsNotGoneAgain) {
+  const auto make = [this](const char* name) { user_dir::MakeOne(At("/a/b"), name, kAttrs); };
+  const user_dir::KeepWay way;
+  user_dir::MakePath(At("/a/b"), kAttrs);
+  EXPECT_EQ(2U, OpensOf([&] { make("new"); })) << "what was made, and a look into it";
+  EXPECT_EQ(2U, OpensOf([&] { make("cur"); }));
+  {
+    const user_dir::KeepWay inner;
+    EXPECT_LT(4U, OpensOf([&] { make("tmp"); })) << "begins anew";
+  }
+  EXPECT_EQ(2U, OpensOf([&] { make("more"); }));
+  for (const char* name : {"new", "cur", "tmp", "more"}) {
+    EXPECT_EQ(kUser, StateOf(home + "/a/b/" + name).st_uid) << name;
+  }
+}
+
+TEST_F(UserDirTest, AWayThatIsKeptServesNobodyElse) {
+  const user_dir::KeepWay way;
+  MakeOwned("home/a");
+  MakeOwned("home/ab");
+  user_dir::Open(At("/a"));
+  const Folder of_other(home, home + "/a", kOther, kOther);
+  EXPECT_THAT(ErrorOf([&] { user_dir::Open(of_other); }), HasSubstr("not safe: belongs to uid"));
+  const Folder of_other_tree(outside, outside + "/a", kUser, kUser);
+  EXPECT_THAT(ErrorOf([&] { user_dir::Open(of_other_tree); }), HasSubstr(outside));
+  user_dir::MakeOne(At("/ab"), "cur", kAttrs);
+  user_dir::MakeOne(At(""), "c", kAttrs);
+  EXPECT_TRUE(IsThere(home + "/ab/cur"));
+  EXPECT_TRUE(IsThere(home + "/c"));
+}
+
+TEST_F(UserDirTest, WhatAUserPutsInThePlaceOfAKeptFolderIsNotEntered) {
+  const user_dir::KeepWay way;
+  user_dir::MakePath(At("/a/b"), kAttrs);
+  fs::rename(home + "/a/b", home + "/a/away");
+  MakeLink(outside, home + "/a/b");
+  user_dir::MakeOne(At("/a/b"), "cur", kAttrs);
+  EXPECT_TRUE(fs::is_empty(outside));
+  EXPECT_TRUE(IsThere(home + "/a/away/cur"));
+}
+
+TEST_F(UserDirTest, TheStepsAreTheSameOnAWayThatIsKept) {
+  MakeOwned("home/a");
+  const user_dir::KeepWay way;
+  for (const char* path : {"/a/b/c", "/a/b/c/d", "/a/b", "/a", "", "/a/x", "/y"}) {
+    SCOPED_TRACE(path);
+    const auto kept = user_dir::StepsOfMaking(At(path));
+    const user_dir::KeepWay anew;
+    const auto steps = user_dir::StepsOfMaking(At(path));
+    ASSERT_EQ(steps.size(), kept.size());
+    for (std::size_t at = 0; at < steps.size(); ++at) {
+      EXPECT_EQ(journal::Text(steps[at]), journal::Text(kept[at]));
+    }
+  }
+  EXPECT_THAT(user_dir::StepsOfMaking(At("/a/b/c")), SizeIs(2));
+  EXPECT_THAT(user_dir::StepsOfMaking(At("/a")), SizeIs(0));
+}
+
+TEST_F(UserDirTest, AnErrorAtAnyCallOnAWayThatIsKeptLeavesNothing) {
+  std::size_t number = 1;
+  for (bool finished = false; !finished; ++number) {
+    SCOPED_TRACE(number);
+    const user_dir::KeepWay way;
+    user_dir::MakePath(At("/a"), kAttrs);
+    support::SysFault fault;
+    fault.FailNumber(number, EIO, false);
+    const std::string error = MakeError("/a/b/c");
+    finished = error == "nothing was thrown";
+    EXPECT_EQ(finished, IsThere(home + "/a/b")) << error;
+  }
+  EXPECT_GT(number, 15U) << "too few calls have failed";
+}
+
 TEST_F(UserDirTest, ARefusalOfTheSystemIsSaidInWords) {
   struct Case {
     const char* name;
