@@ -26,28 +26,19 @@ char doveadm[] = "/usr/bin/doveadm";
 char name[] = "doveadm";
 char without_configuration[] = "-O";
 
-#if !defined(BRISQ_BARE)
+#ifndef BRISQ_BARE
 // The result, or the negative errno, as the kernel itself tells it.
 long Call(long number, long first, long second = 0, long third = 0) {
   const long result = syscall(number, first, second, third);
   return result < 0 ? -errno : result;
 }
-#elif defined(__x86_64__)
+#else
 long Call(long number, long first, long second = 0, long third = 0) {
   long result = number;
   asm volatile("syscall"
                : "+a"(result)
                : "D"(first), "S"(second), "d"(third)
                : "rcx", "r11", "memory");
-  return result;
-}
-#elif defined(__aarch64__)
-long Call(long number, long first, long second = 0, long third = 0) {
-  register long result asm("x0") = first;
-  register long second_in asm("x1") = second;
-  register long third_in asm("x2") = third;
-  register long number_in asm("x8") = number;
-  asm volatile("svc 0" : "+r"(result) : "r"(second_in), "r"(third_in), "r"(number_in) : "memory");
   return result;
 }
 #endif
@@ -108,21 +99,12 @@ extern "C" [[noreturn, gnu::used]] void BrisqStart(char** slots) {
   for (;;) Call(SYS_exit_group, code);
 }
 
-#ifdef __x86_64__
 asm(".globl _start\n"
     "_start:\n"
     "  xorl %ebp, %ebp\n"
     "  movq %rsp, %rdi\n"
     "  andq $-16, %rsp\n"
     "  call BrisqStart\n");
-#else
-asm(".globl _start\n"
-    "_start:\n"
-    "  mov x29, #0\n"
-    "  mov x30, #0\n"
-    "  mov x0, sp\n"
-    "  bl BrisqStart\n");
-#endif
 #else
 int main(int count, char** words) {
   const auto size = static_cast<size_t>(count);
