@@ -5,8 +5,10 @@
 #include <atomic>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <utility>
 
+#include "framework/byte_block.h"
 #include "framework/conf_line.h"
 #include "framework/conf_memory.h"
 #include "framework/in_two.h"
@@ -18,6 +20,7 @@ namespace {
 constexpr int kScans = 4;
 // From this size on a second thread pays.
 constexpr std::size_t kInHalves = std::size_t{8} << 20;
+constexpr unsigned long kManyColumns = std::numeric_limits<unsigned long>::max();
 
 // Number of lines to expect, judged by samples at both ends and in the middle of the file. A guess
 // too low costs time, one too high costs memory.
@@ -68,8 +71,7 @@ ConfDocument::ConfDocument(std::shared_ptr<const ConfBytes> bytes, mgr_token::Pa
   }
 }
 
-bool ConfDocument::IsIndexed() const {
-  if (indexed_.load(std::memory_order_acquire)) return true;
+bool ConfDocument::IsWorthIndexing() const {
   if (scans_.fetch_add(1, std::memory_order_relaxed) < kScans) return false;
   Index();
   return true;
@@ -91,10 +93,11 @@ void ConfDocument::Fill() const {
   if (bytes.size() >= kInHalves) half = std::min(bytes.find('\n', half / 2), half - 1) + 1;
   // The index can't be filled by two, but finding and hashing the names takes most of the time.
   std::vector<Named> upper;
+  unsigned long upper_columns = kManyColumns;
   const auto find_upper = [&] {
     upper.reserve(expected / 2);
     WantLargePages(upper.data(), upper.capacity() * sizeof(Named));
-    Scan(half, bytes.size(), [&](const Named& named) { upper.push_back(named); });
+    upper_columns = Scan(half, bytes.size(), [&](const Named& named) { upper.push_back(named); });
   };
   Ahead ahead;
   const auto enter = [&](const Named& named) {
@@ -103,10 +106,11 @@ void ConfDocument::Fill() const {
     index_.Prefetch(named.hash);
   };
   if (half < bytes.size()) {
-    InTwo([&] { Scan(0, half, enter); }, find_upper);
+    InTwo([&] { least_columns_ = Scan(0, half, enter); }, find_upper);
   } else {
-    Scan(0, half, enter);
+    least_columns_ = Scan(0, half, enter);
   }
+  least_columns_ = std::min(least_columns_, upper_columns);
   for (const Named& named : upper) enter(named);
   while (!ahead.Empty()) Enter(ahead.Pop());
   for (const auto& [line, raw] : changed_) {
@@ -117,9 +121,10 @@ void ConfDocument::Fill() const {
   }
 }
 
-// Lines that have a name and are as they were read.
+// Takes lines that have a name and are as they were read; tells how many columns each has at least.
 template <class Take>
-void ConfDocument::Scan(std::size_t begin, std::size_t end, const Take& take) const {
+unsigned long ConfDocument::Scan(std::size_t begin, std::size_t end, const Take& take) const {
+  unsigned long columns = kManyColumns;
   const char* const first = bytes_->View().data();
   const char* const last = first + end;
   for (const char* at = first + begin; at < last;) {
@@ -127,25 +132,30 @@ void ConfDocument::Scan(std::size_t begin, std::size_t end, const Take& take) co
     const std::string_view name = NameOf({at, static_cast<std::size_t>(next - at)});
     const auto line = static_cast<Line>(at - first);
     if (!name.empty() && (changed_.empty() || changed_.count(line) == 0)) {
+      const std::string_view rest(name.end(), next);
+      columns = std::min(columns, conf_line::CountColumns(rest, params_.separator));
       take(Named{line, ConfIndex::Hash(name)});
     }
     at = next;
   }
+  return columns;
 }
 
 // Only for names that lines can have.
 bool ConfDocument::IsNamed(Line line, std::string_view name) const noexcept {
-  if (!IsInBytes(line) || !changed_.empty()) return Name(line) == name;
-  const std::string_view text = bytes_->View().substr(line);
-  if (!text.starts_with(name)) return false;
-  if (text.size() > name.size() && text[name.size()] == params_.separator) return true;
+  const std::string_view bytes = bytes_->View();
+  if (line < bytes.size() && changed_.empty()) {
+    const std::string_view text = bytes.substr(line);
+    if (text.size() > name.size() && text[name.size()] == params_.separator) {
+      return AreSame(text.data(), name.data(), name.size());
+    }
+  }
   return Name(line) == name;
 }
 
 void ConfDocument::Enter(const Named& named) const {
-  const std::string_view name = Name(named.line);
   const Line first = index_.FindOrInsert(
-      named.hash, named.line, [&](Line other) { return IsNamed(other, name); },
+      named.hash, named.line, [&](Line other) { return IsNamed(other, Name(named.line)); },
       [this](Line other) { return HashOf(other); });
   if (first != kNone) EnterSameName(first, named);
 }
@@ -235,21 +245,30 @@ std::string_view ConfDocument::Text(Line line) const noexcept {
 }
 
 bool ConfDocument::CanBeginName(char byte) const noexcept {
-  return byte != params_.separator && params_.comment.find(byte) == std::string::npos;
+  const std::string& comment = params_.comment;
+  return byte != params_.separator &&
+         std::find(comment.begin(), comment.end(), byte) == comment.end();
 }
 
 std::string_view ConfDocument::NameOf(std::string_view raw) const noexcept {
-  if (raw.empty() || !CanBeginName(raw.front())) return {};
+  if (!BeginsAsName(raw)) return {};
   const char* const end = raw.data() + raw.size();
   const char* const separator = FindByte(raw.data(), end, params_.separator);
   if (separator == end) raw.remove_suffix(conf_line::EndLength(raw));
   return raw.substr(0, static_cast<std::size_t>(separator - raw.data()));
 }
 
+// Whether something in it ends a name.
+bool ConfDocument::HasEndOfName(std::string_view text) const noexcept {
+  return HasOneOf(text, std::array{params_.separator, '\n'});
+}
+
+bool ConfDocument::BeginsAsName(std::string_view text) const noexcept {
+  return !text.empty() && CanBeginName(text.front());
+}
+
 bool ConfDocument::CanBeName(std::string_view name) const noexcept {
-  const auto has = [&](char byte) { return name.find(byte) != std::string_view::npos; };
-  if (name.empty() || has(params_.separator) || has('\n')) return false;
-  return CanBeginName(name.front());
+  return BeginsAsName(name) && !HasEndOfName(name);
 }
 
 std::string_view ConfDocument::Name(Line line) const noexcept { return NameOf(Raw(line)); }
@@ -322,14 +341,20 @@ ConfDocument::Line ConfDocument::ScanNamed(std::string_view name, Line from) con
 }
 
 ConfDocument::Line ConfDocument::FindNamed(std::string_view name) const {
-  if (!CanBeName(name)) return kNone;
-  if (!IsIndexed()) return ScanNamed(name, 0);
+  if (HasEndOfName(name)) return kNone;
+  if (!IsIndexed()) return BeginsAsName(name) ? ScanNamed(name, 0) : kNone;
+  // What begins as no name does is in no line that the index holds.
   return index_.Find(ConfIndex::Hash(name), [&](Line line) { return IsNamed(line, name); });
 }
 
 ConfDocument::Line ConfDocument::FindRecord(std::string_view name, unsigned long columns) const {
   const Line first = FindNamed(name);
-  if (first == kNone || IsRecord(first, columns)) return first;
+  if (first == kNone || IsKnownRecord(first, columns) || IsRecord(first, columns)) return first;
+  return FindLaterRecord(name, columns);
+}
+
+ConfDocument::Line ConfDocument::FindLaterRecord(std::string_view name,
+                                                 unsigned long columns) const {
   const std::vector<Line> all = AllNamed(name);
   const auto record =
       std::find_if(all.begin(), all.end(), [&](Line line) { return IsRecord(line, columns); });

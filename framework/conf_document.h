@@ -98,10 +98,11 @@ class BRISQ_API ConfDocument {
   };
   class Ahead;
 
-  bool IsIndexed() const;
+  bool IsIndexed() const { return indexed_.load(std::memory_order_acquire) || IsWorthIndexing(); }
+  bool IsWorthIndexing() const;
   void Fill() const;
   template <class Take>
-  void Scan(std::size_t begin, std::size_t end, const Take& take) const;
+  unsigned long Scan(std::size_t begin, std::size_t end, const Take& take) const;
   Line ScanNamed(std::string_view name, Line from) const;
   Line ScanPart(std::string_view name, Line from, std::size_t end) const noexcept;
   Line ScanBytes(std::string_view name, Line from) const;
@@ -112,7 +113,16 @@ class BRISQ_API ConfDocument {
   std::uint64_t HashOf(Line line) const noexcept { return ConfIndex::Hash(Name(line)); }
   std::string_view NameOf(std::string_view raw) const noexcept;
   bool CanBeginName(char byte) const noexcept;
+  bool HasEndOfName(std::string_view text) const noexcept;
+  bool BeginsAsName(std::string_view text) const noexcept;
   bool CanBeName(std::string_view name) const noexcept;
+  // Of a line with a name. Counting its columns takes longer than finding it.
+  bool IsKnownRecord(Line line, unsigned long columns) const noexcept {
+    return indexed_.load(std::memory_order_acquire) && columns <= least_columns_ &&
+           changed_.empty() && IsInBytes(line);
+  }
+  // Apart from FindRecord, which would save registers for it each time.
+  [[gnu::noinline]] Line FindLaterRecord(std::string_view name, unsigned long columns) const;
   Line FirstFrom(Line line) const noexcept;
   std::string_view& Edited(Line line);
   void DropFormer();
@@ -133,6 +143,8 @@ class BRISQ_API ConfDocument {
   mutable std::atomic<bool> indexed_{false};
   mutable std::atomic<int> scans_{0};
   mutable ConfIndex index_{0};
+  // Of the lines in the bytes that have a name.
+  mutable unsigned long least_columns_ = 0;
   // Further lines, in order, whose name is that of the line which the index holds.
   mutable std::map<Line, std::vector<Line>> same_name_;
 };

@@ -1,6 +1,7 @@
 #include "framework/conf_line.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdint>
 
@@ -59,14 +60,6 @@ Marks MarkTail(std::string_view tail, char separator) noexcept {
 Marks MarkFirst(std::string_view bytes, char separator) noexcept {
   return bytes.size() >= WideByteBlock::kSize ? MarkBlock(bytes.data(), separator)
                                               : MarkTail(bytes, separator);
-}
-
-std::uint64_t SpecialIn(const ByteBlock& block, char separator) noexcept {
-  return block.Equal('\n') | block.Equal('\r') | block.Equal('\0') | block.Equal(separator);
-}
-
-bool IsSpecial(char byte, char separator) noexcept {
-  return byte == '\n' || byte == '\r' || byte == '\0' || byte == separator;
 }
 
 // Parts one line into columns as its bytes go by.
@@ -134,22 +127,15 @@ std::string WithEnd(std::string_view raw, std::string_view end) {
 }
 
 bool HasSpecial(std::string_view value, char separator) noexcept {
-  constexpr std::size_t kBlock = ByteBlock::kSize;
-  if (value.size() < kBlock) {
-    return std::any_of(value.begin(), value.end(),
-                       [&](char byte) { return IsSpecial(byte, separator); });
-  }
-  const char* const last = value.data() + value.size() - kBlock;
-  // The last block may look at some bytes again.
-  std::uint64_t special = SpecialIn(ByteBlock(last), separator);
-  for (const char* at = value.data(); at < last; at += kBlock) {
-    special |= SpecialIn(ByteBlock(at), separator);
-  }
-  return special != 0;
+  return HasOneOf(value, std::array{'\n', '\r', '\0', separator});
+}
+
+unsigned long CountColumns(std::string_view text, char separator) noexcept {
+  return CountByte(text, separator) + 1;
 }
 
 bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept {
-  return CountByte(text, separator) + 1 >= columns;
+  return CountColumns(text, separator) >= columns;
 }
 
 bool BeginsWithColumns(std::string_view bytes, char separator, unsigned long columns) noexcept {

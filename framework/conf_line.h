@@ -23,6 +23,8 @@ BRISQ_API std::string_view EndFor(std::string_view raw, std::string_view end) no
 /// A line with its end, as EndFor says.
 BRISQ_API std::string WithEnd(std::string_view raw, std::string_view end);
 
+BRISQ_API unsigned long CountColumns(std::string_view text, char separator) noexcept;
+
 /// True when the text has at least `columns` columns.
 BRISQ_API bool HasColumns(std::string_view text, char separator, unsigned long columns) noexcept;
 

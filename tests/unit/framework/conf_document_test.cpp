@@ -121,6 +121,22 @@ TEST(ConfDocument, WhatIsNoNameIsNotFound) {
   }
 }
 
+TEST(ConfDocument, ALongTextThatGoesOnBehindANameIsNotFound) {
+  const std::string name = "somebody@a-long-domain.example";
+  const std::string text = name + ":1:x\nshort\n" + name + "2\n:3:y\n";
+  const ConfDocument document = Parse(text);
+  document.Index();
+  EXPECT_EQ(document.FindNamed(name), 0U);
+  EXPECT_EQ(document.FindNamed(name + "2"), LinesOf(document)[2]);
+  for (const char* more : {":1", ":", "2\n", "2\n:3", "3", "\n"}) {
+    SCOPED_TRACE(more);
+    EXPECT_EQ(Parse(text).FindNamed(name + more), kNone);
+    EXPECT_EQ(document.FindNamed(name + more), kNone);
+    EXPECT_EQ(document.FindRecord(name + more, 1), kNone);
+  }
+  EXPECT_EQ(document.FindNamed(name.substr(0, 20)), kNone);
+}
+
 // Names that look alike, and what an end of line may do to the last one.
 TEST(ConfDocument, ANameIsThatOfItsLineWhole) {
   const ConfDocument document = Parse("ab:1:x\na\r:2:y\na\r\n\r:3:z\nab\r");
@@ -170,6 +186,42 @@ TEST(ConfDocument, ARecordIsFoundBehindAShortLineOfItsName) {
     EXPECT_EQ(document.FindRecord("a", 3), 4U);
     document.Index();
   }
+}
+
+// Large enough to be taken apart by two threads, with a short line in the half of each in turn.
+TEST(ConfDocument, AShortLineIsNoRecordWhereverItIs) {
+  constexpr int kLines = 90'000;
+  const std::string rest = ":" + std::string(90, 'x') + ":c\n";
+  for (const int place : {0, kLines - 1, -1}) {
+    SCOPED_TRACE(place);
+    std::string text = "# one column\n:another\n";
+    for (int line = 0; line < kLines; ++line) {
+      text += "n" + std::to_string(line) + (line == place ? ":x\n" : rest);
+    }
+    ASSERT_GT(text.size(), std::size_t{8} << 20);
+    const ConfDocument document = Parse(text);
+    document.Index();
+    for (const int line : {0, 1, kLines - 2, kLines - 1}) {
+      const std::string name = "n" + std::to_string(line);
+      EXPECT_NE(document.FindRecord(name, 2), kNone) << name;
+      EXPECT_EQ(document.FindRecord(name, 3) == kNone, line == place) << name;
+      EXPECT_EQ(document.FindRecord(name, 4), kNone) << name;
+    }
+  }
+}
+
+TEST(ConfDocument, ALineThatBecomesShortIsNoRecord) {
+  ConfDocument document = Parse("a:1:x\nb:2:y\n");
+  document.Index();
+  EXPECT_EQ(document.FindRecord("b", 3), 6U);
+  const Line added = document.Extend();
+  document.Put(added, "c:3\n");
+  EXPECT_EQ(document.FindRecord("c", 3), kNone);
+  EXPECT_EQ(document.FindRecord("c", 2), added);
+  document.Put(6, "b:2\n");
+  EXPECT_EQ(document.FindRecord("b", 3), kNone);
+  EXPECT_EQ(document.FindRecord("b", 2), 6U);
+  EXPECT_EQ(document.FindRecord("a", 3), 0U);
 }
 
 TEST(ConfDocument, AChangedLineChangesNoOtherByte) {

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 
 namespace {
@@ -93,18 +94,42 @@ TEST(ConfIndex, HoldsLinesUpToTheLimit) {
   EXPECT_EQ(FindLine(index, hash_of(last) - 1, last), ConfIndex::kNone);
 }
 
+// Whole steps of 16 bytes, parts of one, and the sizes between them.
 TEST(ConfIndex, HashesDependOnEveryByteAndOnTheLength) {
-  const std::string text = "somebody@example.org";
-  const Hash hash = ConfIndex::Hash(text);
-  EXPECT_EQ(ConfIndex::Hash(std::string(text)), hash);
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    SCOPED_TRACE(at);
-    std::string other = text;
-    ++other[at];
-    EXPECT_NE(ConfIndex::Hash(other), hash);
-    EXPECT_NE(ConfIndex::Hash(text.substr(0, at)), hash);
+  std::set<Hash> hashes;
+  std::size_t texts = 0;
+  const auto add = [&](const std::string& text) {
+    const Hash hash = ConfIndex::Hash(text);
+    EXPECT_EQ(ConfIndex::Hash(std::string(text)), hash);
+    hashes.insert(hash);
+    ++texts;
+  };
+  for (std::size_t size = 0; size < 70; ++size) {
+    add(std::string(size, '\0'));
+    for (std::size_t at = 0; at < size; ++at) {
+      std::string text(size, '\0');
+      text[at] = 1;
+      add(text);
+    }
+    EXPECT_EQ(hashes.size(), texts) << size;
   }
-  EXPECT_NE(ConfIndex::Hash(std::string(3, '\0')), ConfIndex::Hash(std::string(4, '\0')));
+}
+
+// The home comes from the upper bits, what is compared of a hash is its lower ones. Of 10,000 texts
+// about three pairs share their 24 bits by chance.
+TEST(ConfIndex, HashesOfNumberedNamesDifferAtBothEnds) {
+  for (const char* rest : {"", "x", "@d.org", "@d007.test", "@a-rather-long-name.example.org"}) {
+    SCOPED_TRACE(rest);
+    std::set<Hash> upper;
+    std::set<Hash> lower;
+    for (int number = 0; number < 10000; ++number) {
+      const Hash hash = ConfIndex::Hash(std::to_string(number) + rest);
+      upper.insert(hash >> 40);
+      lower.insert(hash & 0xFFFFFF);
+    }
+    EXPECT_GT(upper.size(), 9950U);
+    EXPECT_GT(lower.size(), 9950U);
+  }
 }
 
 }  // namespace

@@ -121,6 +121,15 @@ TEST(ConfLine, AnEndIsAddedWithoutTakingFromTheText) {
   }
 }
 
+TEST(ConfLine, CountsColumnsOfTextsOfAnyLength) {
+  EXPECT_EQ(conf_line::CountColumns("", ':'), 1U);
+  EXPECT_EQ(conf_line::CountColumns("a::b", ':'), 3U);
+  for (const std::size_t size : {15U, 16U, 17U, 239U, 240U, 241U, 1000U}) {
+    EXPECT_EQ(conf_line::CountColumns(std::string(size, ':'), ':'), size + 1) << size;
+    EXPECT_EQ(conf_line::CountColumns(std::string(size, 'x') + ':', ':'), 2U) << size;
+  }
+}
+
 TEST(ConfLine, CountsColumnsUpToTheNumberWanted) {
   EXPECT_TRUE(conf_line::HasColumns("a:b:c", ':', 3));
   EXPECT_TRUE(conf_line::HasColumns("a:b:c:d", ':', 3));
