@@ -183,8 +183,8 @@ TEST_F(ConfSaveTest, OfAFileThatIsReplacedNothingStaysInMemory) {
     ASSERT_GT(PagesInMemory(old.get(), bytes), 0U);
     std::size_t left = bytes;
     support::SysFault watch;
-    watch.OnCall([&](std::string_view call, std::size_t) {
-      if (call == "write") left = std::min(left, PagesInMemory(old.get(), bytes));
+    watch.OnCall([&, size = bytes](std::string_view call, std::size_t) {
+      if (call == "write") left = std::min(left, PagesInMemory(old.get(), size));
     });
     ConfSave save(path_);
     EXPECT_FALSE(save.Replace(Snapshot(content + "new"), StampAt(path_)));
