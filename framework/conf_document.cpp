@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "framework/byte_block.h"
@@ -404,11 +405,15 @@ void ConfDocument::Put(Line line, std::string_view raw, std::string_view end) {
 }
 
 // A line may be changed any number of times.
-void ConfDocument::DropFormer() {
+void ConfDocument::DropFormer() noexcept {
   constexpr std::size_t kFree = std::size_t{64} << 10;
   if (texts_.size() <= 2 * edited_bytes_ + kFree) return;
   ConfTexts texts;
-  texts.Reserve(edited_bytes_);
+  try {
+    texts.Reserve(edited_bytes_);
+  } catch (const std::bad_alloc&) {
+    return;  // it only saves memory
+  }
   for (auto& [line, text] : changed_) text = texts.Keep(text, {});
   for (std::string_view& text : added_) text = texts.Keep(text, {});
   texts_ = std::move(texts);

@@ -125,7 +125,7 @@ class BRISQ_API ConfDocument {
   [[gnu::noinline]] Line FindLaterRecord(std::string_view name, unsigned long columns) const;
   Line FirstFrom(Line line) const noexcept;
   std::string_view& Edited(Line line);
-  void DropFormer();
+  void DropFormer() noexcept;
   bool IsInBytes(Line line) const noexcept { return line < bytes_->size(); }
   std::string_view RawInBytes(Line line) const noexcept;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "framework/acting_user.h"
@@ -176,7 +177,7 @@ void Request::Leave(const mgr_job::Job& job) noexcept {
 }
 
 void Request::DoJobs() {
-  const user_dir::KeepWay way;
+  std::optional<user_dir::KeepWay> way;
   // By index: a job may add others behind it.
   for (std::size_t i = 0; i < jobs_.size(); ++i) {
     mgr_job::Job* job = jobs_[i];
@@ -185,6 +186,12 @@ void Request::DoJobs() {
       continue;
     }
     Announce(i);
+    // What a job that tells no steps does to folders nobody knows.
+    if (announced_ <= i) {
+      way.reset();
+    } else if (!way) {
+      way.emplace();
+    }
     Step step{mgr_job::ClassOf(*job), [job] { job->Undo(); }};
     job->Do();
     done_.push_back(std::move(step));
@@ -210,8 +217,8 @@ void Request::NoteJobs(std::size_t first) {
   const std::size_t end = std::min(jobs_.size(), first + kAnnouncedTogether);
   while (announced_ < end && jobs_[announced_]->Announce()) {
     ++announced_;
+    notes_undurable_ = entry_ != nullptr;
   }
-  notes_undurable_ = notes_undurable_ || (entry_ && announced_ > first);
 }
 
 void Request::AnnounceJobs() {

@@ -129,12 +129,9 @@ Descriptor OpenRoot(const mgr_file::safe::Folder& folder) {
   return safe_way::Open(folder.root(), folder.uid());
 }
 
-Descriptor Duplicate(int fd, const std::string& path) {
-  Descriptor own(sys::FCntl(fd, F_DUPFD_CLOEXEC, 0));
-  if (!own) {
-    sys::Fail("dup", path);
-  }
-  return own;
+// With a place of its own for who reads the directory.
+Descriptor OpenAgain(int directory) {
+  return Descriptor(sys::Open(directory, ".", O_RDONLY | O_DIRECTORY));
 }
 
 bool LeadsTo(const std::string& path, const std::string& folder) {
@@ -275,23 +272,35 @@ journal::Step StepOf(const mgr_file::safe::Folder& folder, const std::string& pa
 
 }  // namespace
 
+// The folder may have been removed since, or have been given to somebody else when it was made.
+bool KeepWay::IsOn(const mgr_file::safe::Folder& folder) const {
+  const bool is_on =
+      folder_ && root_ == folder.root() && uid_ == folder.uid() && LeadsTo(path_, folder.path());
+  if (!is_on) {
+    return false;
+  }
+  const struct stat state = StateOf(folder_.get(), path_);
+  return state.st_nlink > 0 && (path_ == root_ || state.st_uid == uid_);
+}
+
 Walk::Walk(const mgr_file::safe::Folder& folder) : folder_(folder), path_(folder.root()) {
   left_ = ComponentsBelowRoot(folder);
-  const bool goes_on = kept_way != nullptr && kept_way->folder_ &&
-                       kept_way->root_ == folder.root() && kept_way->uid_ == folder.uid() &&
-                       LeadsTo(kept_way->path_, folder.path());
-  if (!goes_on) {
+  if (kept_way == nullptr || !kept_way->IsOn(folder)) {
     at_ = OpenRoot(folder);
     return;
   }
-  at_ = Duplicate(kept_way->folder_.get(), kept_way->path_);
+  at_ = OpenAgain(kept_way->folder_.get());
+  if (!at_) {
+    sys::Fail("open", kept_way->path_);
+  }
   path_ = kept_way->path_;
   taken_ = Components(path_.substr(folder.root().size())).size();
 }
 
 Descriptor Walk::End() {
   if (kept_way != nullptr) {
-    kept_way->folder_ = Duplicate(at_.get(), path_);
+    // When this fails the next walk begins anew.
+    kept_way->folder_ = OpenAgain(at_.get());
     kept_way->root_ = folder_.root();
     kept_way->path_ = path_;
     kept_way->uid_ = folder_.uid();

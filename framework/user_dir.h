@@ -29,8 +29,9 @@ struct Made {
 
 /// While it lives, Open, MakePath, MakeOne and StepsOfMaking of its thread go on from the folder
 /// that the last of them came to, when that lies on their way: what was found safe is held open, so
-/// that nobody can put something else in its place. For calls that follow each other at once. One
-/// inside of another begins anew.
+/// that nobody can put something else in its place. For calls that follow each other at once: a
+/// folder that is moved meanwhile is followed, one that is removed is not. One inside of another
+/// begins anew.
 class BRISQ_API KeepWay {
  public:
   KeepWay() noexcept;
@@ -40,6 +41,8 @@ class BRISQ_API KeepWay {
 
  private:
   friend class Walk;
+
+  bool IsOn(const mgr_file::safe::Folder& folder) const;
 
   KeepWay* const outer_;
   std::string root_;

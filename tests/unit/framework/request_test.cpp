@@ -273,6 +273,37 @@ TEST_F(RequestTest, StepsOfJobsCanBeNotedTogetherWithAnEarlierOne) {
                           "sync", "do c", "sync"));
 }
 
+// Whose steps can't be told at first.
+class LateJob : public AnnouncingJob {
+ public:
+  using AnnouncingJob::AnnouncingJob;
+  bool Announce() override {
+    if (!std::exchange(refused_, true)) throw mgr_err::Error("file", "late");
+    return AnnouncingJob::Announce();
+  }
+
+ private:
+  bool refused_ = false;
+};
+
+TEST_F(RequestTest, WhatWasNotedBeforeAnErrorIsDurableBeforeItIsTaken) {
+  const support::TempDir dir;
+  journal::SetFolder(dir.path());
+  Request request("test");
+  new AnnouncingJob(events, "a", true);
+  new LateJob(events, "b", true);
+  support::SysFault calls;
+  calls.OnCall([this](std::string_view call, std::size_t) {
+    if (call == "fsync") events.emplace_back("sync");
+  });
+  EXPECT_THROW(request.AnnounceJobs(), mgr_err::Error);
+  events.clear();
+  request.Commit();
+  journal::SetFolder("");
+  EXPECT_THAT(Only(events, {"announce", "sync", "do"}),
+              ElementsAre("sync", "sync", "do a", "announce b", "sync", "do b", "sync"));
+}
+
 TEST_F(RequestTest, StepsThatWereNotedEarlyAreDurableBeforeTheyAreTaken) {
   const support::TempDir dir;
   journal::SetFolder(dir.path());

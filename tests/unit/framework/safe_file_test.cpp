@@ -86,6 +86,31 @@ TEST_F(SafeFileTest, AMaildirIsMadeAtTheCommit) {
   }
 }
 
+// As a plug-in's may be: it tells no steps.
+class OtherJob : public mgr_job::Job {
+ public:
+  explicit OtherJob(std::function<void()> what) : what_(std::move(what)) {}
+  void Do() override { what_(); }
+  void Undo() override {}
+
+ private:
+  const std::function<void()> what_;
+};
+
+TEST_F(SafeFileTest, FoldersAreLookedAtAnewBehindAnotherJob) {
+  Request request("mailbox add");
+  Queue("/a");
+  new OtherJob([this] { fs::rename(home / "a", home / "a.old"); });
+  Queue("/a/b");
+  Queue("/c");
+  new OtherJob([this] { fs::remove(home / "c"); });
+  Queue("/c");
+  request.Commit();
+  EXPECT_TRUE(fs::exists(home / "a/b"));
+  EXPECT_TRUE(fs::is_empty(home / "a.old"));
+  EXPECT_TRUE(fs::exists(home / "c"));
+}
+
 TEST_F(SafeFileTest, TwoSlashesInARowCountAsOne) {
   Request request("mailbox add");
   const Folder folder = Queue("/u//.maildir");

@@ -454,13 +454,13 @@ TEST_F(UserDirTest, AWayThatIsKeptIsNotGoneAgain) {
   const auto make = [this](const char* name) { user_dir::MakeOne(At("/a/b"), name, kAttrs); };
   const user_dir::KeepWay way;
   user_dir::MakePath(At("/a/b"), kAttrs);
-  EXPECT_EQ(2U, OpensOf([&] { make("new"); })) << "what was made, and a look into it";
-  EXPECT_EQ(2U, OpensOf([&] { make("cur"); }));
+  EXPECT_EQ(4U, OpensOf([&] { make("new"); })) << "what is kept, what was made, and looks";
+  EXPECT_EQ(4U, OpensOf([&] { make("cur"); }));
   {
     const user_dir::KeepWay inner;
-    EXPECT_LT(4U, OpensOf([&] { make("tmp"); })) << "begins anew";
+    EXPECT_LT(5U, OpensOf([&] { make("tmp"); })) << "begins anew";
   }
-  EXPECT_EQ(2U, OpensOf([&] { make("more"); }));
+  EXPECT_EQ(4U, OpensOf([&] { make("more"); }));
   for (const char* name : {"new", "cur", "tmp", "more"}) {
     EXPECT_EQ(kUser, StateOf(home + "/a/b/" + name).st_uid) << name;
   }
@@ -491,6 +491,15 @@ TEST_F(UserDirTest, WhatAUserPutsInThePlaceOfAKeptFolderIsNotEntered) {
   EXPECT_TRUE(IsThere(home + "/a/away/cur"));
 }
 
+TEST_F(UserDirTest, AKeptFolderThatIsNoneOfTheOwnersIsNotGoneOnFrom) {
+  const user_dir::KeepWay way;
+  user_dir::MakePath(At("/a/b"), kAttrs);
+  fs::remove(home + "/a/b");
+  EXPECT_THAT(user_dir::MakePath(At("/a/b"), kAttrs), SizeIs(1));
+  user_dir::MakePath(At("/c"), {kOther, kOther, 0700});
+  EXPECT_THAT(MakeError("/c/d"), HasSubstr("not safe: belongs to uid"));
+}
+
 TEST_F(UserDirTest, TheStepsAreTheSameOnAWayThatIsKept) {
   MakeOwned("home/a");
   const user_dir::KeepWay way;
@@ -517,8 +526,9 @@ TEST_F(UserDirTest, AnErrorAtAnyCallOnAWayThatIsKeptLeavesNothing) {
     support::SysFault fault;
     fault.FailNumber(number, EIO, false);
     const std::string error = MakeError("/a/b/c");
-    finished = error == "nothing was thrown";
-    EXPECT_EQ(finished, IsThere(home + "/a/b")) << error;
+    finished = !fault.Failed();
+    EXPECT_EQ(error == "nothing was thrown", IsThere(home + "/a/b")) << error;
+    fs::remove_all(home + "/a/b");
   }
   EXPECT_GT(number, 15U) << "too few calls have failed";
 }
