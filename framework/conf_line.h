@@ -23,6 +23,7 @@ BRISQ_API std::string_view EndFor(std::string_view raw, std::string_view end) no
 /// A line with its end, as EndFor says.
 BRISQ_API std::string WithEnd(std::string_view raw, std::string_view end);
 
+/// How many columns a text has: one more than separators, so never none.
 BRISQ_API unsigned long CountColumns(std::string_view text, char separator) noexcept;
 
 /// True when the text has at least `columns` columns.

@@ -72,10 +72,10 @@ std::size_t KnownRows::PlaceOf(const Match& match) {
   if (next >= block_ && next < used_ && Matches(rows_[next], match)) {
     return next;
   }
-  return Looked(match);
+  return PlaceByKey(match);
 }
 
-std::size_t KnownRows::Looked(const Match& match) {
+std::size_t KnownRows::PlaceByKey(const Match& match) {
   for (; entered_ < used_; ++entered_) {
     places_.insert_or_assign(Joined(rows_[entered_]), entered_);
   }

@@ -77,7 +77,7 @@ class BRISQ_API KnownRows {
 
   std::string Joined(const KnownRow& row) const;
   std::size_t PlaceOf(const Match& match);
-  std::size_t Looked(const Match& match);
+  std::size_t PlaceByKey(const Match& match);
   bool Matches(const KnownRow& row, const Match& match) const;
   void Enter(long long after);
   void ForgetBehind(std::size_t kept);
