@@ -54,22 +54,27 @@ ConfChange ConfChange::Reverse() const {
 
 void ConfChange::Apply(const std::shared_ptr<ConfDocument>& document) {
   ForgetUndo();
-  switch (kind_) {
-    case Kind::kAdd:
-      ApplyAdd(*document, after_);
-      break;
-    case Kind::kSet:
-    case Kind::kRemove:
-      ApplySet(*document);
-      break;
-    case Kind::kRestore:
-      ApplyRestore(*document);
-      break;
-    case Kind::kEdit:
-      ApplyEdit(*document);
-      break;
+  try {
+    Make(*document);
+  } catch (...) {
+    Undo(*document);
+    throw;
   }
   target_.document = document;
+}
+
+void ConfChange::Make(ConfDocument& document) {
+  switch (kind_) {
+    case Kind::kAdd:
+      return ApplyAdd(document, after_);
+    case Kind::kSet:
+    case Kind::kRemove:
+      return ApplySet(document);
+    case Kind::kRestore:
+      return ApplyRestore(document);
+    case Kind::kEdit:
+      return ApplyEdit(document);
+  }
 }
 
 void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
@@ -202,7 +207,7 @@ void ConfChange::Replace(ConfDocument& document, Line line, const std::string& t
   Put(document, line, text, raw.substr(raw.size() - conf_line::EndLength(raw)));
 }
 
-void ConfChange::Undo(ConfDocument& document) {
+void ConfChange::Undo(ConfDocument& document) noexcept {
   for (auto step = undo_.rbegin(); step != undo_.rend(); ++step) {
     document.Put(step->first, step->second);
   }

@@ -45,11 +45,13 @@ class BRISQ_API ConfChange {
   ConfChange Reverse() const;
 
   /// Makes the change.
-  /// @throws mgr_err::Error "exists", "missed", or as Reverse says: the document is as it was
+  /// @throws mgr_err::Error "exists", "missed", or as Reverse says, std::bad_alloc: the document is
+  /// as it was
   void Apply(const std::shared_ptr<ConfDocument>& document);
   /// Takes back what Apply did, bytes for bytes. Changes that were applied later must have been
-  /// taken back before.
-  void Undo(ConfDocument& document);
+  /// taken back before. Memory that runs out here ends the process: a document in which half of a
+  /// change is left must never be saved.
+  void Undo(ConfDocument& document) noexcept;
 
   /// True when the last Apply has changed anything.
   bool Effective() const noexcept { return made_ != ConfDocument::kNone || !undo_.empty(); }
@@ -66,6 +68,7 @@ class BRISQ_API ConfChange {
   enum class Kind { kAdd, kSet, kRemove, kRestore, kEdit };
 
   ConfChange(Kind kind, Target target, unsigned long columns);
+  void Make(ConfDocument& document);
   void ApplyAdd(ConfDocument& document, const std::string& text);
   void ApplySet(ConfDocument& document);
   void ApplyRestore(ConfDocument& document);

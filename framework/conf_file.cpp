@@ -358,7 +358,7 @@ void ConfFile::Settle(const std::exception_ptr& error, bool made) {
   }
 }
 
-void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) {
+void ConfFile::FailTaken(const std::exception_ptr& error, bool in_place) noexcept {
   // The file may hold an edit by somebody else that the save had come upon.
   settled_ = false;
   if (in_place) return Settle(Doubtful(error), true);

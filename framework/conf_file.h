@@ -129,7 +129,9 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   void FinishWritten(Lock& lock, ConfSave& save, ConfSnapshot&& written);
   bool AnyEffective() const;
   void Settle(const std::exception_ptr& error, bool made);
-  void FailTaken(const std::exception_ptr& error, bool in_place);
+  // Memory that runs out here ends the process: the next start takes back by the journal what was
+  // not saved, and a save that never ends would hold up all others of this process.
+  void FailTaken(const std::exception_ptr& error, bool in_place) noexcept;
   void RenewWorn(ConfSnapshot&& written);
   void CallHooks(ConfCache::SaveReason reason);
   void StartWork(Lock& lock, Work work);

@@ -1,10 +1,13 @@
 #include "framework/conf_change.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <memory>
+#include <new>
 #include <string>
 
+#include "tests/support/sanitized.h"
 #include "tests/unit/framework/conf_fixture.h"
 
 namespace {
@@ -211,6 +214,54 @@ TEST(ConfChange, AnEditOfTheWholeFileIsMergedWithWhatOthersDidOrRefused) {
   EXPECT_EQ(ErrorOf([&] { clash.Apply(document); }),
             "later: a: changed by somebody else meanwhile");
   EXPECT_EQ(document->Print(), "#\na:9:w\r\nb:2:y\nc:3:z\nnew:1:1\n");
+}
+
+// From here on this process has no memory left for a piece of 64 KiB or more.
+void EndMemory() {
+  const rlimit none = {1, 1};
+  setrlimit(RLIMIT_AS, &none);
+  constexpr std::size_t kPiece = std::size_t{64} << 10;
+  while (::operator new(kPiece, std::nothrow) != nullptr) {
+  }
+}
+
+const std::string kLong(std::size_t{8} << 20, 'l');
+
+TEST(ConfChangeWithoutMemory, LeavesTheDocumentAsItWas) {
+  if (support::kSanitized) GTEST_SKIP() << "a sanitizer ends the process where memory ends";
+  EXPECT_EXIT(
+      {
+        // The line before gets an end of its own before the new one is refused its room.
+        const auto document = Parse("a:1:x");
+        ConfChange change = ConfChange::Add("d", "d:" + kLong);
+        EndMemory();
+        bool refused = false;
+        try {
+          change.Apply(document);
+        } catch (const std::bad_alloc&) {
+          refused = true;
+        }
+        const bool same = document->Print() == "a:1:x" && !change.Effective();
+        _exit(refused ? (same ? 0 : 2) : 3);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST(ConfChangeWithoutMemory, EndsTheProcessRatherThanLeaveHalfOfAnUndo) {
+  if (support::kSanitized) GTEST_SKIP() << "a sanitizer ends the process where memory ends";
+  EXPECT_EXIT(
+      {
+        const auto document = Parse("a:" + kLong + ":x");
+        ConfChange change = SetSecond("a", "9");
+        change.Apply(document);
+        EndMemory();
+        try {
+          change.Undo(*document);
+        } catch (...) {
+        }
+        _exit(0);
+      },
+      testing::KilledBySignal(SIGABRT), "bad_alloc");
 }
 
 }  // namespace
