@@ -127,6 +127,7 @@ Connection::~Connection() = default;
 
 void OpenDatabase(const std::string& file, int busy_limit_ms) {
   CloseDatabase();
+  SqlSession::Load();
   MakePrivate(file);
   Pool& pool = ThePool();
   {

@@ -6,6 +6,8 @@ namespace mgr_db {
 
 SqlSession::~SqlSession() = default;
 
+void SqlSession::Load() { const SharedLibrary library(kLibrary); }
+
 std::shared_ptr<SqlSession> SqlSession::Open(const std::string& file, int busy_limit_ms,
                                              const std::string& library) {
   OpenSessionFunction* open = nullptr;

@@ -26,11 +26,14 @@ class BRISQ_API SqlSession : public Connection {
  public:
   ~SqlSession() override;
 
+  /// Finds out whether there can be connections at all, before a file is made for them.
+  /// @throws mgr_err::Error "file" with the library as object when it can't be loaded
+  static void Load();
+
   /// @param library  as for SharedLibrary
-  /// @throws mgr_err::Error "db" or "locked" when the file can't be opened, "file" with the library
-  /// as object when it can't be loaded
+  /// @throws mgr_err::Error "db" or "locked" when the file can't be opened, or as Load
   static std::shared_ptr<SqlSession> Open(const std::string& file, int busy_limit_ms,
-                                          const std::string& library = "libbrisqsqlite.so");
+                                          const std::string& library = kLibrary);
 
   /// The transaction of a request, as the hooks call them.
   virtual void BeginTransaction() = 0;
@@ -48,6 +51,9 @@ class BRISQ_API SqlSession : public Connection {
 
   /// True when a transaction goes on: not fit for another thread.
   virtual bool Busy() const noexcept = 0;
+
+ private:
+  static constexpr const char* kLibrary = "libbrisqsqlite.so";
 };
 
 /// What the library offers by the name kOpenSession: a new connection, the caller's. Throws as

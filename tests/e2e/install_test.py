@@ -42,7 +42,17 @@ class Installation(unittest.TestCase):
         opened = run("ldd", self.path("bin/brisq")).stdout
         for library in ("libbrisqapi.so", "libbrisqpanel.so"):
             self.assertIn(f"{library} => {self.root}/", opened)
-        self.assertTrue(glob.glob(self.path("lib*/**/libbrisqsqlite.so"), recursive=True))
+
+    def test_a_library_that_is_missing_is_named_before_anything_is_made(self):
+        instance = Instance().open()
+        self.addCleanup(instance.close)
+        [library] = glob.glob(self.path("lib*/**/libbrisqsqlite.so"), recursive=True)
+        os.rename(library, f"{library}.away")
+        self.addCleanup(os.rename, f"{library}.away", library)
+        done = run(self.path("bin/brisq"), "--config", instance.layout.config, "mailbox", "list")
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("libbrisqsqlite.so", done.stderr)
+        self.assertEqual([], glob.glob(f"{instance.layout.folder}/state/panel.db*"))
 
     def test_the_example_configuration_is_one_that_the_program_reads(self):
         with open(self.path("share/brisq/brisq.toml"), encoding="utf-8") as file:
