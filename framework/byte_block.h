@@ -53,10 +53,41 @@ class ByteBlock {
 #endif
 };
 
+/// All of a text of up to 16 bytes in two words, which may hold some bytes both. Copying the text
+/// into words instead makes a processor wait until all that came before is done.
+struct ShortText {
+  std::uint64_t first = 0;
+  std::uint64_t last = 0;
+
+  /// Reads nothing beside the text.
+  ShortText(const char* text, std::size_t size) noexcept {
+    if (size >= 8) {
+      first = Load<std::uint64_t>(text);
+      last = Load<std::uint64_t>(text + size - 8);
+    } else if (size >= 4) {
+      first = Load<std::uint32_t>(text);
+      last = Load<std::uint32_t>(text + size - 4);
+    } else if (size > 0) {
+      first = Load<std::uint8_t>(text) << 8 | Load<std::uint8_t>(text + size / 2);
+      last = Load<std::uint8_t>(text + size - 1);
+    }
+  }
+  /// Of texts of one size.
+  bool operator==(const ShortText&) const = default;
+
+ private:
+  template <class Word>
+  static std::uint64_t Load(const char* from) noexcept {
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    return word;
+  }
+};
+
 /// Whether two texts of one size are the same. Reads nothing beside them.
 inline bool AreSame(const char* one, const char* other, std::size_t size) noexcept {
   constexpr std::size_t kBlock = ByteBlock::kSize;
-  if (size < kBlock) return std::memcmp(one, other, size) == 0;
+  if (size < kBlock) return ShortText(one, size) == ShortText(other, size);
   // The last block may look at some bytes again.
   const std::size_t last = size - kBlock;
   std::uint64_t same = ByteBlock(one + last).Equal(ByteBlock(other + last));

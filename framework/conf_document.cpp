@@ -135,7 +135,7 @@ unsigned long ConfDocument::Scan(std::size_t begin, std::size_t end, const Take&
     if (!name.empty() && (changed_.empty() || changed_.count(line) == 0)) {
       const std::string_view rest(name.end(), next);
       columns = std::min(columns, conf_line::CountColumns(rest, params_.separator));
-      take(Named{line, ConfIndex::Hash(name)});
+      take(Named{line, index_.Hash(name)});
     }
     at = next;
   }
@@ -177,7 +177,7 @@ void ConfDocument::EnterSameName(Line first, const Named& named) const {
 void ConfDocument::Leave(Line line) {
   const std::string_view name = Name(line);
   if (name.empty()) return;
-  const std::uint64_t hash = ConfIndex::Hash(name);
+  const std::uint64_t hash = index_.Hash(name);
   const Line first = index_.Find(hash, [&](Line other) { return IsNamed(other, name); });
   auto node = same_name_.extract(first);
   if (node.empty()) {
@@ -345,12 +345,26 @@ ConfDocument::Line ConfDocument::FindNamed(std::string_view name) const {
   if (HasEndOfName(name)) return kNone;
   if (!IsIndexed()) return BeginsAsName(name) ? ScanNamed(name, 0) : kNone;
   // What begins as no name does is in no line that the index holds.
-  return index_.Find(ConfIndex::Hash(name), [&](Line line) { return IsNamed(line, name); });
+  return index_.Find(index_.Hash(name), [&](Line line) { return IsNamed(line, name); });
 }
 
-ConfDocument::Line ConfDocument::FindRecord(std::string_view name, unsigned long columns) const {
+// What most finds need: the index, then the line's bytes. As it calls nothing and jumps to the
+// rest, a processor has several finds under way.
+[[gnu::flatten]] ConfDocument::Line ConfDocument::FindRecord(std::string_view name,
+                                                             unsigned long columns) const {
+  if (AreKnownRecords(columns) && name.size() < ConfIndex::kLongName) {
+    const Line line = index_.First(index_.Hash(name));
+    // As both names have one size, nothing is to be looked for in them.
+    const bool found =
+        line < bytes_->size() && AreSame(bytes_->View().data() + line, name.data(), name.size());
+    if (found || line == kNone) return line;
+  }
+  return FindAnyRecord(name, columns);
+}
+
+ConfDocument::Line ConfDocument::FindAnyRecord(std::string_view name, unsigned long columns) const {
   const Line first = FindNamed(name);
-  if (first == kNone || IsKnownRecord(first, columns) || IsRecord(first, columns)) return first;
+  if (first == kNone || IsRecord(first, columns)) return first;
   return FindLaterRecord(name, columns);
 }
 
@@ -399,7 +413,7 @@ void ConfDocument::Put(Line line, std::string_view raw, std::string_view end) {
   ConfTexts::Overwrite(std::exchange(text, kept));
   if (indexed) {
     const std::string_view name = NameOf(text);
-    if (!name.empty()) Enter({line, ConfIndex::Hash(name)});
+    if (!name.empty()) Enter({line, index_.Hash(name)});
   }
   DropFormer();
 }

@@ -110,19 +110,21 @@ class BRISQ_API ConfDocument {
   void Enter(const Named& named) const;
   void EnterSameName(Line first, const Named& named) const;
   void Leave(Line line);
-  std::uint64_t HashOf(Line line) const noexcept { return ConfIndex::Hash(Name(line)); }
+  std::uint64_t HashOf(Line line) const noexcept { return index_.Hash(Name(line)); }
   std::string_view NameOf(std::string_view raw) const noexcept;
   bool CanBeginName(char byte) const noexcept;
   bool HasEndOfName(std::string_view text) const noexcept;
   bool BeginsAsName(std::string_view text) const noexcept;
   bool CanBeName(std::string_view name) const noexcept;
-  // Of a line with a name. Counting its columns takes longer than finding it.
-  bool IsKnownRecord(Line line, unsigned long columns) const noexcept {
+  // Of lines with a name that are as they were read. Counting one's columns takes longer than
+  // finding it.
+  bool AreKnownRecords(unsigned long columns) const noexcept {
     return indexed_.load(std::memory_order_acquire) && columns <= least_columns_ &&
-           changed_.empty() && IsInBytes(line);
+           changed_.empty();
   }
   // Apart from FindRecord, which would save registers for it each time.
-  [[gnu::noinline]] Line FindLaterRecord(std::string_view name, unsigned long columns) const;
+  [[gnu::noinline]] Line FindAnyRecord(std::string_view name, unsigned long columns) const;
+  Line FindLaterRecord(std::string_view name, unsigned long columns) const;
   Line FirstFrom(Line line) const noexcept;
   std::string_view& Edited(Line line);
   void DropFormer() noexcept;
@@ -142,7 +144,7 @@ class BRISQ_API ConfDocument {
   mutable std::once_flag index_once_;
   mutable std::atomic<bool> indexed_{false};
   mutable std::atomic<int> scans_{0};
-  mutable ConfIndex index_{0};
+  mutable ConfIndex index_;
   // Of the lines in the bytes that have a name.
   mutable unsigned long least_columns_ = 0;
   // Further lines, in order, whose name is that of the line which the index holds.

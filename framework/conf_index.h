@@ -1,11 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <utility>
 
 #include "brisq_export.h"
+#include "framework/byte_block.h"
 #include "framework/conf_memory.h"
 
 /// Lines by the hash of their name: a flat table with linear probing, at most half full at first,
@@ -21,12 +23,25 @@ class BRISQ_API ConfIndex {
   /// Lines must be below this.
   static constexpr Line kLimit = (Line{1} << 40) - 1;
 
-  /// Hash of a name; differs from process to process, so that nobody can choose names that collide.
-  static std::uint64_t Hash(std::string_view name) noexcept;
+  /// From this size on names look alike in the part of their hash that tells the size.
+  static constexpr std::size_t kLongName = 255;
 
+  /// Holds nothing; may only be assigned to.
+  ConfIndex() = default;
   /// @param lines  number of lines to expect; more only cost growing
   explicit ConfIndex(std::size_t lines);
 
+  /// Hash of a name; the same for all indexes of a process, and differs from process to process, so
+  /// that nobody can choose names that collide. Its lowest byte is the name's size.
+  std::uint64_t Hash(std::string_view name) const noexcept;
+
+  /// The first line that may have this hash; kNone when there is none. Both names have the same
+  /// size when it is below kLongName.
+  Line First(std::uint64_t hash) const noexcept {
+    std::size_t at = Home(hash);
+    while (slots_[at] != 0 && !HasTag(slots_[at], hash)) at = After(at);
+    return LineOf(slots_[at]);
+  }
   /// The line with this hash of which `same(line)` is true; kNone when there is none. Asked are
   /// also a few lines with other hashes.
   template <class Same>
@@ -73,10 +88,26 @@ class BRISQ_API ConfIndex {
   static constexpr int kLineBits = 40;
   __extension__ using Wide = unsigned __int128;
 
+  // Unknown to who chooses names. With one of them known, a name could be chosen whose products are
+  // all zero, whatever else it holds.
+  struct Seeds {
+    std::uint64_t first;
+    std::uint64_t second;
+    static Seeds OfProcess();
+  };
+
+  static std::uint64_t Fold(std::uint64_t value, std::uint64_t factor) noexcept {
+    const auto product = static_cast<Wide>(value) * factor;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+  }
+  std::uint64_t Step(std::uint64_t hash, const ShortText& text) const noexcept {
+    return Fold(text.first ^ hash, text.last ^ seeds_.second);
+  }
+
   static std::uint64_t Slot(std::uint64_t hash, Line line) noexcept {
     return hash << kLineBits | (line + 1);
   }
-  // The home comes from the upper bits of the hash, the tag from the lower ones.
+  // The home comes from the upper bits of the hash, the tag from the lower ones. kNone's slot is 0.
   static bool HasTag(std::uint64_t slot, std::uint64_t hash) noexcept {
     return slot >> kLineBits == hash << kLineBits >> kLineBits;
   }
@@ -104,8 +135,29 @@ class BRISQ_API ConfIndex {
     }
   }
 
+  Seeds seeds_{};
   std::size_t used_ = 0;
   std::size_t capacity_ = 0;
   ConfMemory memory_;
   std::uint64_t* slots_ = nullptr;  // in it
 };
+
+// Here, as each find begins with it.
+inline std::uint64_t ConfIndex::Hash(std::string_view name) const noexcept {
+  constexpr std::uint64_t kMix = 0x9E3779B97F4A7C15;
+  constexpr std::size_t kStep = 16;
+  std::uint64_t hash = seeds_.first;
+  if (name.size() > kStep) {
+    // The last step may take some bytes again.
+    const char* const last = name.data() + name.size() - kStep;
+    for (const char* at = name.data(); at < last; at += kStep) {
+      hash = Step(hash, ShortText(at, kStep));
+    }
+    hash = Step(hash, ShortText(last, kStep));
+  } else {
+    hash = Step(hash, ShortText(name.data(), name.size()));
+  }
+  // Not any earlier, where a text's bytes could undo what the size does.
+  hash = Fold(hash ^ name.size(), kMix);
+  return (hash & ~std::uint64_t{0xFF}) | std::min(name.size(), kLongName);
+}

@@ -5,11 +5,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <latch>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/unit/framework/conf_fixture.h"
@@ -135,6 +138,51 @@ TEST(ConfDocument, ALongTextThatGoesOnBehindANameIsNotFound) {
     EXPECT_EQ(document.FindRecord(name + more, 1), kNone);
   }
   EXPECT_EQ(document.FindNamed(name.substr(0, 20)), kNone);
+}
+
+// Blocks of 16 bytes, parts of one, and from 255 bytes on sizes that look alike.
+TEST(ConfDocument, NamesOfEachSizeAreFoundAndNothingLikeThem) {
+  for (std::size_t size = 1; size < 300; size += size < 40 || size > 250 ? 1 : 10) {
+    SCOPED_TRACE(size);
+    const std::string name(size, 'x');
+    const ConfDocument document = Parse("#\n" + name + ":1:x\n" + name + "y:2");
+    document.Index();
+    EXPECT_EQ(document.FindRecord(name, 2), 2U);
+    EXPECT_EQ(document.FindRecord(name + "y", 2), LinesOf(document)[2]);
+    EXPECT_EQ(document.FindRecord(name + "x", 2), kNone);
+    EXPECT_EQ(document.FindRecord(name + ":1", 2), kNone);
+    EXPECT_EQ(document.FindRecord(name.substr(1), 2), kNone);
+    for (std::size_t at = 0; at < size; ++at) {
+      std::string other = name;
+      other[at] = at % 2 == 0 ? 'z' : ':';
+      ASSERT_EQ(document.FindRecord(other, 2), kNone) << at;
+    }
+  }
+}
+
+// Two names of one size that an index can't tell from each other.
+std::pair<std::string, std::string> LikeNames() {
+  const ConfIndex index(0);
+  std::map<std::uint64_t, std::string> names;
+  for (int number = 100'000;; ++number) {
+    const std::string name = std::to_string(number) + "@example.org";
+    const std::uint64_t hash = index.Hash(name);
+    const auto [like, added] = names.emplace(hash >> 54 << 24 | (hash & 0xFFFFFF), name);
+    if (!added) return {like->second, name};
+  }
+}
+
+TEST(ConfDocument, NamesWhoseHashesLookAlikeAreToldApart) {
+  const auto [one, other] = LikeNames();
+  const ConfDocument alone = Parse(one + ":1:x\n");
+  alone.Index();
+  EXPECT_EQ(alone.FindRecord(one, 3), 0U);
+  EXPECT_EQ(alone.FindRecord(other, 3), kNone);
+  const ConfDocument both = Parse(one + ":1:x\n" + other + ":2:y\n" + one + ":3:z\n");
+  both.Index();
+  EXPECT_EQ(both.FindRecord(one, 3), 0U);
+  EXPECT_EQ(both.FindRecord(other, 3), LinesOf(both)[1]);
+  EXPECT_EQ(both.AllNamed(one).size(), 2U);
 }
 
 // Names that look alike, and what an end of line may do to the last one.

@@ -94,13 +94,43 @@ TEST(ConfIndex, HoldsLinesUpToTheLimit) {
   EXPECT_EQ(FindLine(index, hash_of(last) - 1, last), ConfIndex::kNone);
 }
 
+// Homes at the table's end, so that probing goes on at its beginning.
+TEST(ConfIndex, TheFirstLineThatMayHaveAHashIsGiven) {
+  const Hash hashes[] = {~Hash{0xFF}, ~Hash{0xFE}, ~Hash{0xFD}};
+  const auto hash_of = [&](Line line) { return hashes[line % 3]; };
+  ConfIndex index(4);
+  EXPECT_EQ(index.First(hashes[0]), ConfIndex::kNone);
+  for (Line line = 0; line < 3; ++line) Insert(index, hashes[line], line, hash_of);
+  for (Line line = 0; line < 3; ++line) EXPECT_EQ(index.First(hashes[line]), line);
+  Insert(index, hashes[1], 7, hash_of);
+  EXPECT_EQ(index.First(hashes[1]), 1U);
+  index.Erase(hashes[1], 1, hash_of);
+  EXPECT_EQ(index.First(hashes[1]), 7U);
+  EXPECT_EQ(index.First(~Hash{0xFC}), ConfIndex::kNone);
+}
+
+TEST(ConfIndex, AHashTellsTheSizeOfAName) {
+  const ConfIndex index(0);
+  for (std::size_t size = 0; size < 300; ++size) {
+    const Hash want = size < ConfIndex::kLongName ? size : ConfIndex::kLongName;
+    EXPECT_EQ(index.Hash(std::string(size, 'x')) & 0xFF, want) << size;
+  }
+}
+
+TEST(ConfIndex, AllIndexesHashAlike) {
+  ConfIndex late;
+  late = ConfIndex(7);
+  EXPECT_EQ(late.Hash("name"), ConfIndex(0).Hash("name"));
+}
+
 // Whole steps of 16 bytes, parts of one, and the sizes between them.
 TEST(ConfIndex, HashesDependOnEveryByteAndOnTheLength) {
+  const ConfIndex index(0);
   std::set<Hash> hashes;
   std::size_t texts = 0;
   const auto add = [&](const std::string& text) {
-    const Hash hash = ConfIndex::Hash(text);
-    EXPECT_EQ(ConfIndex::Hash(std::string(text)), hash);
+    const Hash hash = index.Hash(text);
+    EXPECT_EQ(index.Hash(std::string(text)), hash);
     hashes.insert(hash);
     ++texts;
   };
@@ -115,17 +145,18 @@ TEST(ConfIndex, HashesDependOnEveryByteAndOnTheLength) {
   }
 }
 
-// The home comes from the upper bits, what is compared of a hash is its lower ones. Of 10,000 texts
-// about three pairs share their 24 bits by chance.
+// The home comes from the upper bits, what is compared of a hash is its lower ones and the size. Of
+// 10,000 texts about three pairs share 24 bits by chance.
 TEST(ConfIndex, HashesOfNumberedNamesDifferAtBothEnds) {
+  const ConfIndex index(0);
   for (const char* rest : {"", "x", "@d.org", "@d007.test", "@a-rather-long-name.example.org"}) {
     SCOPED_TRACE(rest);
     std::set<Hash> upper;
     std::set<Hash> lower;
     for (int number = 0; number < 10000; ++number) {
-      const Hash hash = ConfIndex::Hash(std::to_string(number) + rest);
+      const Hash hash = index.Hash(std::to_string(number) + rest);
       upper.insert(hash >> 40);
-      lower.insert(hash & 0xFFFFFF);
+      lower.insert(hash >> 8 & 0xFFFFFF);
     }
     EXPECT_GT(upper.size(), 9950U);
     EXPECT_GT(lower.size(), 9950U);
