@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <latch>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -160,20 +162,23 @@ TEST(ConfDocument, NamesOfEachSizeAreFoundAndNothingLikeThem) {
   }
 }
 
-// Two names of one size that an index can't tell from each other.
-std::pair<std::string, std::string> LikeNames() {
+// Two names that the index of a few lines can't tell from each other: the first two such of those
+// that `name_of` gives for numbers and that begin with the same byte.
+std::pair<std::string, std::string> LikeNames(
+    const std::function<std::string(std::size_t)>& name_of) {
   const ConfIndex index(0);
-  std::map<std::uint64_t, std::string> names;
-  for (int number = 100'000;; ++number) {
-    const std::string name = std::to_string(number) + "@example.org";
+  std::map<std::tuple<std::uint64_t, std::uint64_t, char>, std::string> names;
+  for (std::size_t number = 0;; ++number) {
+    const std::string name = name_of(number);
     const std::uint64_t hash = index.Hash(name);
-    const auto [like, added] = names.emplace(hash >> 54 << 24 | (hash & 0xFFFFFF), name);
+    const auto [like, added] = names.try_emplace({hash >> 58, hash & 0xFFFFFF, name[0]}, name);
     if (!added) return {like->second, name};
   }
 }
 
 TEST(ConfDocument, NamesWhoseHashesLookAlikeAreToldApart) {
-  const auto [one, other] = LikeNames();
+  const auto [one, other] = LikeNames(
+      [](std::size_t number) { return std::to_string(number + 100'000) + "@example.org"; });
   const ConfDocument alone = Parse(one + ":1:x\n");
   alone.Index();
   EXPECT_EQ(alone.FindRecord(one, 3), 0U);
@@ -183,6 +188,19 @@ TEST(ConfDocument, NamesWhoseHashesLookAlikeAreToldApart) {
   EXPECT_EQ(both.FindRecord(one, 3), 0U);
   EXPECT_EQ(both.FindRecord(other, 3), LinesOf(both)[1]);
   EXPECT_EQ(both.AllNamed(one).size(), 2U);
+}
+
+TEST(ConfDocument, ALongNameIsNotFoundWhereALongerOneLooksAlike) {
+  constexpr std::size_t kSizes = 2000;
+  const auto [one, longer] = LikeNames([](std::size_t number) {
+    return std::string(ConfIndex::kLongName + number % kSizes,
+                       static_cast<char>('A' + number / kSizes));
+  });
+  ASSERT_TRUE(longer.starts_with(one));
+  const ConfDocument document = Parse(longer + ":1:x\n");
+  document.Index();
+  EXPECT_EQ(document.FindRecord(longer, 3), 0U);
+  EXPECT_EQ(document.FindRecord(one, 3), kNone);
 }
 
 // Names that look alike, and what an end of line may do to the last one.
