@@ -68,7 +68,7 @@ pid_t Spawn(const std::string& command, const std::string& file) {
 
 std::string EditorCommand(const Console& console) {
   for (const char* name : {"VISUAL", "EDITOR"})
-    if (const std::string command = Given(name); !command.empty()) return command;
+    if (std::string command = Given(name); !command.empty()) return command;
   if (!console.interactive)
     throw mgr_err::Error("usage", "", "without a terminal this needs VISUAL or EDITOR to be set");
   return access(kSensible, X_OK) == 0 ? kSensible : "vi";

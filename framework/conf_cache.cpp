@@ -42,6 +42,7 @@ ConfRef ConfCache::Config(const std::string& name, const mgr_file::safe::Folder&
   return ConfRef(std::move(file), registry_->Registered(name));
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): plug-ins are built against it
 void ConfCache::SetSyntax(const std::string& name, std::shared_ptr<mgr_token::Params> params) {
   registry_->SetSyntax(name, *params);
 }

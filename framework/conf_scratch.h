@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "brisq_export.h"
 #include "framework/conf_stamp.h"
@@ -16,7 +17,7 @@ class BRISQ_API ConfScratch {
   /// Nothing for a file that was never saved here: the disk counts.
   std::optional<ConfContent> Find(const std::string& path) const;
   /// Keeps the content and returns the stamp by which it is known.
-  ConfStamp Keep(const std::string& path, std::string content);
+  ConfStamp Keep(const std::string& path, std::string_view content);
 
  private:
   mutable std::mutex mutex_;

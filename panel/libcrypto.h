@@ -52,6 +52,7 @@ struct BRISQ_API Libcrypto {
   /// @throws mgr_err::Error "file" with the library as object when it, or a function, is missing
   explicit Libcrypto(const std::string& library);
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a member is declared
 #define BRISQ_MEMBER(function) decltype(&::function) function = nullptr;
   BRISQ_LIBCRYPTO_FUNCTIONS(BRISQ_MEMBER)
 #undef BRISQ_MEMBER

@@ -102,7 +102,7 @@ std::string FormProblem(const std::string& hash, const std::string& scheme) {
 
 std::string HashProblem(const std::string& hash, const std::string& password,
                         const std::string& scheme) {
-  const std::string problem = FormProblem(hash, scheme);
+  std::string problem = FormProblem(hash, scheme);
   if (!problem.empty()) {
     return problem;
   }
