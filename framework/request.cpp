@@ -56,6 +56,7 @@ mgr_err::Error Misuse(const std::string& request, const std::string& rule) {
 Request::Request(std::string name)
     : id_(RandomHex()),
       name_(std::move(name)),
+      who_(ActingUser()),
       started_(std::chrono::system_clock::now()),
       database_(CurrentHooks()) {
   if (current_request != nullptr) {
@@ -136,8 +137,7 @@ std::shared_ptr<journal::Entry> Request::JournalEntry() {
   if (!entry_) {
     entry_ = std::make_shared<journal::Entry>(
         id_,
-        journal::Step{"request",
-                      {{"name", name_}, {"who", ActingUser()}, {"started", UtcText(started_)}}});
+        journal::Step{"request", {{"name", name_}, {"who", who_}, {"started", UtcText(started_)}}});
   }
   return entry_;
 }

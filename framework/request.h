@@ -129,6 +129,9 @@ class BRISQ_API Request {
   const std::vector<std::string>& Notes() const noexcept { return notes_; }
 
   const std::string& name() const noexcept { return name_; }
+  /// Who it is done for, as ActingUser (framework/acting_user.h) told when it began: the look takes
+  /// files, and is over before the database is locked.
+  const std::string& who() const noexcept { return who_; }
   std::chrono::system_clock::time_point started() const noexcept { return started_; }
 
   /// Sets how requests that begin from now on reach the database; a request keeps those that were
@@ -171,6 +174,7 @@ class BRISQ_API Request {
 
   const std::string id_;
   std::string name_;
+  const std::string who_;
   std::chrono::system_clock::time_point started_;
   std::shared_ptr<const DatabaseHooks> database_;
   bool transaction_ = false;

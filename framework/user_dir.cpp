@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -83,8 +83,6 @@ using safe_way::KindOf;
 using safe_way::NotSafe;
 using safe_way::OpenEntry;
 
-constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
-
 mgr_err::Error BadPath(const std::string& path, const std::string& rule) {
   return mgr_err::Error("value", path, rule);
 }
@@ -144,20 +142,27 @@ Descriptor OpenOwned(int parent, const std::string& name, const std::string& pat
   return fd;
 }
 
+// Reads on from where the descriptor stands, which is the beginning of a directory just opened.
 bool IsEmpty(int fd, const std::string& path) {
-  const int own = sys::Open(fd, ".", kDirectory);
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(own < 0 ? nullptr : ::fdopendir(own),
-                                                   &::closedir);
-  if (!stream) {
-    sys::Fail("open", path);
-  }
-  while (const dirent* entry = ::readdir(stream.get())) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") {
-      return false;
+  constexpr std::size_t kRoom = 1024;  // bytes; one entry takes 280 at most
+  alignas(dirent64) std::array<char, kRoom> entries;
+  for (;;) {
+    const ssize_t size = ::getdents64(fd, entries.data(), entries.size());
+    if (size < 0) {
+      sys::Fail("read", path);
+    }
+    if (size == 0) {
+      return true;
+    }
+    for (ssize_t at = 0; at < size;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(entries.data() + at);
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != "..") {
+        return false;
+      }
+      at += entry->d_reclen;
     }
   }
-  return true;
 }
 
 // The user may have put another directory in the place of the new one. An empty one of our own does

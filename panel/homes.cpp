@@ -20,6 +20,18 @@ std::string First(const std::string& condition, const Row& values) {
   return rows.empty() ? std::string() : rows.front().front();
 }
 
+// The nearest of those whose home holds this one.
+std::string AroundIt(const std::string& home, const std::string& id) {
+  Row values = {id};
+  std::string parents;
+  for (std::size_t slash = home.rfind('/'); slash != 0 && slash != std::string::npos;
+       slash = home.rfind('/', slash - 1)) {
+    values.push_back(home.substr(0, slash));
+    parents += (parents.empty() ? ":v" : ", :v") + std::to_string(values.size());
+  }
+  return First("mailboxes.home IN (" + parents + ") ORDER BY length(mailboxes.home) DESC", values);
+}
+
 void RefuseIf(const std::string& address, const std::string& rule) {
   if (!address.empty()) {
     throw Refused("home", rule + " " + address);
@@ -33,10 +45,7 @@ void CheckHomeIsFree(const std::string& home, int mailbox) {
   RefuseIf(First("mailboxes.home = :v2", {id, home}), "is already that of");
   RefuseIf(First("mailboxes.home > :v2 AND mailboxes.home < :v3", {id, home + "/", home + "0"}),
            "holds the home of");
-  for (std::size_t slash = home.rfind('/'); slash != 0 && slash != std::string::npos;
-       slash = home.rfind('/', slash - 1)) {
-    RefuseIf(First("mailboxes.home = :v2", {id, home.substr(0, slash)}), "lies in the home of");
-  }
+  RefuseIf(AroundIt(home, id), "lies in the home of");
 }
 
 }  // namespace brisq_panel

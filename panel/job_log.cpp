@@ -4,7 +4,6 @@
 #include <chrono>
 #include <list>
 
-#include "framework/acting_user.h"
 #include "framework/job_table.h"
 #include "framework/journal_record.h"
 #include "framework/rehearsal.h"
@@ -131,7 +130,7 @@ void JobLog::Write(const Request& request) {
   // Without a secret nothing needs the key, whose own mode may be what is mended.
   const std::string shown = ToText(changes, Secrets::kHidden);
   const std::string whole = ToText(changes, Secrets::kKept);
-  job_table::Add({0, request.id(), request.name(), ActingUser(), UtcText(request.started()),
+  job_table::Add({0, request.id(), request.name(), request.who(), UtcText(request.started()),
                   job_table::kDone, shown, whole == shown ? "" : mgr_seal::Seal(whole), undoes_});
   if (const auto kept = KeptFor(); kept.count() > 0) {
     job_table::ForgetBefore(UtcText(request.started() - kept));

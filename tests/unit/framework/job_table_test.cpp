@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/acting_user.h"
 #include "framework/database.h"
 #include "framework/journal.h"
 #include "framework/request.h"
@@ -87,7 +88,19 @@ TEST_F(JobTableTest, AMarkIsAPartOfItsRequest) {
   const auto job = job_table::OfEntry(request.id());
   ASSERT_TRUE(job);
   EXPECT_EQ("kept", job->name);
+  EXPECT_EQ(ActingUser(), job->who);
   EXPECT_EQ(job_table::kDone, job->state);
+}
+
+TEST_F(JobTableTest, TheJournalIsReadOnlyWhenThereIsAnOldJob) {
+  support::TempDir dir;
+  dir.Write("journal", "no folder");
+  journal::SetFolder(dir / "journal");
+  job_table::Add(Job("e1", "2024-01-01T00:00:00Z"));
+  EXPECT_NO_THROW(job_table::ForgetBefore("2024-01-01T00:00:00Z"));
+  EXPECT_THROW(job_table::ForgetBefore("2025"), mgr_err::Error);
+  journal::SetFolder("");
+  EXPECT_TRUE(job_table::OfEntry("e1"));
 }
 
 // Its row is what tells a recovery that the request was committed.

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include "framework/user_dir.h"
 #include "tests/support/racer.h"
 #include "tests/support/sanitized.h"
+#include "tests/support/sys_fault.h"
 #include "tests/unit/framework/user_dir_fixture.h"
 
 namespace {
@@ -144,6 +146,42 @@ class UserDirRaceTest : public UserDirTest {
 
   std::string box;
 };
+
+// The user puts a directory of the administrator's in the place of the new one before that is
+// opened: an empty one may become his, one with a file must not.
+TEST_F(UserDirRaceTest, ADirectoryInThePlaceOfTheNewOneMustBeEmpty) {
+  struct Case {
+    const char* name;
+    const char* entry;  // nothing: none
+    const char* error;
+  };
+  const std::string made = home + "/new";
+  const std::string other = home + "/other";
+  const Case cases[] = {
+      {"an empty one", "", "nothing was thrown"},
+      {"one with a file", "file", "was swapped while it was made"},
+      {"one with a hidden file", ".x", "was swapped while it was made"},
+      {"one with a name that begins as the parent's", "..x", "was swapped while it was made"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    MakeForeign(other, 0);
+    if (*c.entry != 0) {
+      tree.Write("home/other/" + std::string(c.entry), "");
+    }
+    support::SysFault calls;
+    calls.OnCall([&](std::string_view, std::size_t) {
+      if (fs::exists(made) && fs::exists(other)) {
+        fs::remove(made);
+        fs::rename(other, made);
+      }
+    });
+    EXPECT_THAT(ErrorOf([&] { user_dir::MakeOne(At(""), "new", kAttrs); }),
+                testing::HasSubstr(c.error));
+    EXPECT_EQ(*c.entry == 0 ? kUser : 0, StateOf(made).st_uid);
+    fs::remove_all(made);
+  }
+}
 
 TEST_F(UserDirRaceTest, ASwappedParentNeverLeadsOutside) {
   const RaceResult result =

@@ -1,5 +1,6 @@
 #include "panel/homes.h"
 
+#include "framework/database.h"
 #include "panel/mailbox_changes.h"
 #include "panel/mailbox_removal.h"
 #include "panel/mailboxes.h"
@@ -38,6 +39,27 @@ TEST_F(HomesTest, HomesThatWouldMixAreRefused) {
     SCOPED_TRACE(c.name);
     const std::string error = TextOf([&] { CheckHomeIsFree(c.home, 0); });
     EXPECT_EQ(*c.rule ? "value: home: " + std::string(c.rule) : "none", error);
+  }
+}
+
+// Rows of before the rule may lie in each other.
+TEST_F(HomesTest, OfSeveralHomesAroundTheNearestIsNamed) {
+  Add("bo");
+  const auto move = [](const std::string& name, const std::string& home) {
+    mgr_db::ThreadConnection()->Change("UPDATE mailboxes SET home = :v1 WHERE name = :v2",
+                                       {home, name});
+  };
+  struct Case {
+    const char* name;
+    const char* near;
+    const char* far;
+  };
+  for (const Case& c : {Case{"the older row", "al", "bo"}, Case{"the younger row", "bo", "al"}}) {
+    SCOPED_TRACE(c.name);
+    move(c.near, Home() + "/mail/example.org");
+    move(c.far, Home());
+    EXPECT_EQ("value: home: lies in the home of " + std::string(c.near) + "@example.org",
+              TextOf([&] { CheckHomeIsFree(AlsHome(), 3); }));
   }
 }
 
