@@ -1,7 +1,5 @@
 #include "conf_dataset.h"
 
-#include <string.h>
-
 #include <algorithm>
 #include <numeric>
 
@@ -13,34 +11,10 @@
 
 namespace {
 
-// Columns that hold the values of one record, in memory that is there from the record before.
-class Filled {
- public:
-  using Columns = ConfDataSet::Columns;
-
-  Filled(Columns& columns, const std::map<unsigned long, std::string>& values) : columns_(columns) {
-    auto at = columns_.begin();
-    for (const auto& [column, value] : values) {
-      if (at == columns_.end()) at = columns_.emplace(at);
-      at->first = column;
-      at->second = value;
-      ++at;
-    }
-    columns_.erase(at, columns_.end());
-  }
-  // Values may be secrets: memory that stays may not keep them.
-  ~Filled() {
-    for (auto& [column, value] : columns_) {
-      ::explicit_bzero(value.data(), value.size());
-      value.clear();
-    }
-  }
-  Filled(const Filled&) = delete;
-  Filled& operator=(const Filled&) = delete;
-
- private:
-  Columns& columns_;
-};
+auto FindColumn(ConfDataSet::Columns& columns, unsigned long column) {
+  return std::find_if(columns.begin(), columns.end(),
+                      [&](const auto& each) { return each.first == column; });
+}
 
 }  // namespace
 
@@ -103,20 +77,20 @@ void ConfDataSet::onAfterDelete() {}
 ConfDataSet* ConfDataSet::Base() { return parent_ == nullptr ? this : parent_->Base(); }
 
 void ConfDataSet::Modify() {
+  Columns& values = SetValues();
   if (IsNew()) {
-    const Filled filled(columns_, SetValues());
-    std::string text = NewRecord(columns_);
-    const auto name = std::find_if(columns_.begin(), columns_.end(),
-                                   [](const auto& column) { return column.first == 1; });
-    if (name == columns_.end() || name->second.empty()) RefuseNoName();
+    std::string text = NewRecord(values);
+    const auto name = FindColumn(values, 1);
+    if (name == values.end() || name->second.empty()) RefuseNoName();
     MoveTo(View().Make(ConfChange::Add(name->second, std::move(text)), true));
     return;
   }
-  if (const auto name = SetValues().find(1); name != SetValues().end() && name->second.empty()) {
+  if (const auto name = FindColumn(values, 1); name != values.end() && name->second.empty()) {
     RefuseNoName();
   }
-  MoveTo(
-      View().Make(ConfChange::Set(View().TargetAt(Current()), Fields().size(), SetValues()), true));
+  MoveTo(View().Make(
+      ConfChange::Set(View().TargetAt(Current()), Fields().size(), {values.begin(), values.end()}),
+      true));
 }
 
 void ConfDataSet::RefuseNoName() const {
@@ -186,6 +160,16 @@ std::string ConfDataSet::NewField(const std::string& name, const std::string& va
   return text;
 }
 
+void ConfDataSet::AppendField(std::string& line, const dd::Field& field, const std::string& value) {
+  if (!is_plain_) {
+    line += NewField(field.Name(), value);
+    return;
+  }
+  GetCache().CheckValue(field.Column(), field.Name(), value);
+  if (field.Column() > 1) line += getParams()->separator;
+  line += value;
+}
+
 std::string ConfDataSet::NewRecordTemplate() {
   Columns none;
   return NewRecord(none);
@@ -219,13 +203,17 @@ std::string UnixDataSet::NewRecord(Columns& columns) {
                                                  [](std::size_t sum, const auto& column) {
                                                    return sum + column.second.size();
                                                  }));
+  auto value = columns.begin();
   for (const dd::Field* field : Fields()) {
-    auto value = std::find_if(columns.begin(), columns.end(),
-                              [&](const auto& column) { return column.first == field->Column(); });
-    if (value == columns.end()) {
-      value = columns.emplace(columns.end(), field->Column(), DummyString());
+    // The one that follows, as a rule.
+    if (value == columns.end() || value->first != field->Column()) {
+      value = FindColumn(columns, field->Column());
     }
-    line += NewField(field->Name(), value->second);
+    if (value == columns.end()) {
+      value = AddColumn(columns, columns.end(), field->Column(), DummyString());
+    }
+    AppendField(line, *field, value->second);
+    ++value;
   }
   return line;
 }

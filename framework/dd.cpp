@@ -1,5 +1,9 @@
 #include "dd.h"
 
+#include <string.h>
+
+#include <algorithm>
+
 #include "mgr_err.h"
 
 namespace dd {
@@ -38,7 +42,9 @@ void Record::New() {
 }
 
 std::string Record::GetField(unsigned long column) const {
-  if (const auto set = set_.find(column); set != set_.end()) return set->second;
+  const auto set = std::find_if(set_.begin(), set_.end(),
+                                [&](const auto& each) { return each.first == column; });
+  if (set != set_.end()) return set->second;
   if (is_new_) return DummyString();
   return current_ ? const_cast<Record*>(this)->GetCache().Value(current_, column) : std::string();
 }
@@ -49,7 +55,31 @@ void Record::SetField(unsigned long column, const std::string& value) {
   }
   GetCache().CheckValue(column, fields_[column - 1]->Name(), value);
   // Columns are set in their order, as a rule.
-  set_.insert_or_assign(set_.end(), column, value);
+  auto place = set_.end();
+  while (place != set_.begin() && std::prev(place)->first >= column) --place;
+  AddColumn(set_, place, column, value);
+  if (place != set_.end() && place->first == column) Drop(place, std::next(place));
+}
+
+Record::Columns::iterator Record::AddColumn(Columns& columns, Columns::const_iterator before,
+                                            unsigned long column, const std::string& value) {
+  if (spare_.empty()) spare_.emplace_back();
+  const auto added = spare_.begin();
+  added->first = column;
+  added->second = value;
+  columns.splice(before, spare_, added);
+  return added;
+}
+
+void Record::Drop(Columns::iterator first, Columns::iterator last) noexcept {
+  for (auto each = first; each != last; ++each) {
+    std::string& value = each->second;
+    if (!value.empty()) ::explicit_bzero(value.data(), value.size());
+    value.clear();
+  }
+  spare_.splice(spare_.begin(), set_, first, last);
+  // Whoever stores a record may have added any number.
+  while (spare_.size() > fields_.size()) spare_.pop_back();
 }
 
 void Record::First() { MoveTo(GetCache().First()); }
@@ -63,7 +93,7 @@ void Record::Assert(const std::string& key) {
 void Record::MoveTo(RecordPtr place) {
   current_ = place;
   is_new_ = false;
-  set_.clear();
+  if (!set_.empty()) Drop(set_.begin(), set_.end());
 }
 
 Field::Field(Record* owner, const std::string& name, bool (*check)(std::string&))

@@ -52,7 +52,9 @@ class BRISQ_API ConfCache {
   /// Factory of a dataset class, as Add takes it: a new, empty dataset that the caller owns.
   template <class T>
   static HeadDataSet* Create() {
-    return new T;
+    T* const dataset = new T;
+    dataset->ConfDataSet::is_plain_ = ConfPlainDataSet<T>;
+    return dataset;
   }
 
   /// Has `hook` of `object` called once after each save of a file of this configuration, on a

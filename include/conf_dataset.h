@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <list>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -39,8 +39,6 @@ struct BRISQ_API Cf {
 /// for dd::Record.
 class BRISQ_API ConfDataSet : public virtual dd::Record {
  public:
-  using Columns = std::list<std::pair<unsigned long, std::string>>;
-
   /// @param parent  dataset of which this one is a part; null for one that stands for a whole file
   explicit ConfDataSet(ConfDataSet* parent);
   ~ConfDataSet() override;
@@ -117,17 +115,29 @@ class BRISQ_API ConfDataSet : public virtual dd::Record {
   void _Delete(bool save);
 
  private:
+  friend class ConfCache;
   friend class ConfRef;
+  friend class UnixDataSet;
   void Attach(std::unique_ptr<ConfView> view);
   ConfView& View() const;
   unsigned long ColumnOf(const std::string& name) const;
+  void AppendField(std::string& line, const dd::Field& field, const std::string& value);
   [[noreturn]] void RefuseNoFile() const;
   [[noreturn]] void RefuseNoName() const;
 
   ConfDataSet* parent_;
   std::unique_ptr<ConfView> view_;
-  Columns columns_;  // of a record that is posted
+  bool is_plain_ = false;  // as ConfPlainDataSet says of the class of this object
 };
+
+/// True for a class of datasets that overrides nothing of what makes a part of a line of a value:
+/// then the parts need not be made one by one as texts of their own.
+template <class T>
+concept ConfPlainDataSet =
+    std::is_same_v<decltype(&T::NewField), decltype(&ConfDataSet::NewField)> &&
+    std::is_same_v<decltype(&T::FieldValue), decltype(&ConfDataSet::FieldValue)> &&
+    std::is_same_v<decltype(&T::FieldPrefix), decltype(&ConfDataSet::FieldPrefix)> &&
+    std::is_same_v<decltype(&T::FieldSuffix), decltype(&ConfDataSet::FieldSuffix)>;
 
 /// A dataset that stands for a whole file, as the cache's factories make it.
 class BRISQ_API HeadDataSet : public virtual ConfDataSet {

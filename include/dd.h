@@ -2,8 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "brisq_export.h"
@@ -57,6 +58,9 @@ class BRISQ_API RecordCache {
 /// storage may be used by different threads at once.
 class BRISQ_API Record {
  public:
+  /// Values by the number of their column.
+  using Columns = std::list<std::pair<unsigned long, std::string>>;
+
   Record();
   virtual ~Record();
   Record(const Record&) = delete;
@@ -106,14 +110,23 @@ class BRISQ_API Record {
  protected:
   RecordPtr Current() const noexcept { return current_; }
   bool IsNew() const noexcept { return is_new_; }
-  /// Columns that were set since the record became current, with their values.
-  const std::map<unsigned long, std::string>& SetValues() const noexcept { return set_; }
+  /// Columns that were set since the record became current, in column order, with their values.
+  /// Moving overwrites the values, which may be secrets, and keeps their memory for the next ones.
+  const Columns& SetValues() const noexcept { return set_; }
+  /// As SetValues, for who adds what was not set before the record is stored.
+  Columns& SetValues() noexcept { return set_; }
+  /// Adds a column before a place in a list, in memory that earlier values have left.
+  Columns::iterator AddColumn(Columns& columns, Columns::const_iterator before,
+                              unsigned long column, const std::string& value);
   /// Makes a stored record current and forgets what was set.
   void MoveTo(RecordPtr place);
 
  private:
+  void Drop(Columns::iterator first, Columns::iterator last) noexcept;
+
   std::vector<Field*> fields_;
-  std::map<unsigned long, std::string> set_;
+  Columns set_;
+  Columns spare_;  // memory for values that come to be set
   RecordPtr current_;
   bool is_new_ = false;
 };

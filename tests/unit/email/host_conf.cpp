@@ -91,12 +91,16 @@ void Record::Next() {
 }
 
 std::string Record::GetField(unsigned long column) const {
-  const auto set = set_.find(column);
+  const auto set = std::find_if(set_.begin(), set_.end(),
+                                [&](const auto& each) { return each.first == column; });
   if (set != set_.end()) return set->second;
   return current_ ? storage.Value(current_, column) : "";
 }
 
-void Record::SetField(unsigned long column, const std::string& value) { set_[column] = value; }
+void Record::SetField(unsigned long column, const std::string& value) {
+  set_.remove_if([&](const auto& each) { return each.first == column; });
+  set_.emplace_back(column, value);
+}
 
 Field::Field(Record* owner, const std::string& name, bool (*check)(std::string&))
     : owner_(owner), name_(name), check_(check), column_(owner->Fields().size() + 1) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -383,6 +384,122 @@ TEST_F(ConfDataSetTest, EachPartOfANewLineCanBeMadeByADerivedClass) {
   marked->flags.Set("x");
   marked->Post("");
   EXPECT_EQ(Content(), "a name of some length@:-:-:-:-:</home/of/some/length>:/-:f:-\n");
+}
+
+// Each overrides one part alone, of which one not in sight and one by a class between.
+std::string Mark(const std::string& field) { return field == "home" ? "+" : ""; }
+
+class OwnValue : public Users {
+ public:
+  OwnValue() : ConfDataSet(nullptr) {}
+
+ private:
+  std::string FieldValue(const std::string& field, const std::string& value) override {
+    return Users::FieldValue(field, value) + Mark(field);
+  }
+};
+
+class OwnPrefix : public Users {
+ public:
+  OwnPrefix() : ConfDataSet(nullptr) {}
+  std::string FieldPrefix(const std::string& field) override {
+    return Mark(field) + Users::FieldPrefix(field);
+  }
+};
+
+class OwnSuffix : public Users {
+ public:
+  OwnSuffix() : ConfDataSet(nullptr) {}
+  std::string FieldSuffix(const std::string& field) override { return Mark(field); }
+};
+
+class OwnSuffixToo : public OwnSuffix {
+ public:
+  OwnSuffixToo() : ConfDataSet(nullptr) {}
+};
+
+class OwnField : public Users {
+ public:
+  OwnField() : ConfDataSet(nullptr) {}
+  std::string NewField(const std::string& field, const std::string& value) override {
+    return Users::NewField(field, value) + Mark(field);
+  }
+};
+
+class OwnSyntax : public Users {
+ public:
+  OwnSyntax() : ConfDataSet(nullptr) { params_.separator = ';'; }
+  const mgr_token::Params* getParams() override { return &params_; }
+
+ private:
+  mgr_token::Params params_;
+};
+
+class PartsConfig : public MgrCachedConfig<PartsConfig> {
+ public:
+  PartsConfig() {
+    RegisterSyntax(UnixConfParams());
+    RegisterDataSet<Users>();
+    RegisterDataSet<OwnValue>();
+    RegisterDataSet<OwnPrefix>();
+    RegisterDataSet<OwnSuffix>();
+    RegisterDataSet<OwnSuffixToo>();
+    RegisterDataSet<OwnField>();
+    RegisterDataSet<OwnSyntax>();
+  }
+  template <class DataSet>
+  static std::string LineOf(const std::string& path) {
+    Users::Columns columns = {{6, "/h"}, {1, "a"}};
+    return Get<DataSet>(path, true)->NewRecord(columns);
+  }
+};
+
+TEST_F(ConfDataSetTest, OnePartOfALineThatADerivedClassMakesIsEnoughForItToBeAsked) {
+  EXPECT_EQ(PartsConfig::LineOf<Users>(path_), "a:::::/h:::");
+  EXPECT_EQ(PartsConfig::LineOf<OwnValue>(path_), "a:::::/h+:::");
+  EXPECT_EQ(PartsConfig::LineOf<OwnPrefix>(path_), "a::::+:/h:::");
+  EXPECT_EQ(PartsConfig::LineOf<OwnSuffix>(path_), "a:::::/h+:::");
+  EXPECT_EQ(PartsConfig::LineOf<OwnSuffixToo>(path_), "a:::::/h+:::");
+  EXPECT_EQ(PartsConfig::LineOf<OwnField>(path_), "a:::::/h+:::");
+  EXPECT_EQ(PartsConfig::LineOf<OwnSyntax>(path_), "a;;;;;/h;;;");
+}
+
+TEST_F(ConfDataSetTest, ALineIsThatOfItsPartsAndMissingColumnsAreAdded) {
+  const struct {
+    const char* name;
+    Users::Columns columns;
+  } cases[] = {
+      {"none", {}},
+      {"all",
+       {{1, "a"},
+        {2, "b"},
+        {3, "c"},
+        {4, "d"},
+        {5, "e"},
+        {6, "f"},
+        {7, "g"},
+        {8, "h"},
+        {9, "i:j"}}},
+      {"in no order", {{9, "m:n"}, {1, "a"}, {4, "7"}, {2, ""}}},
+      {"one twice", {{2, "first"}, {2, "second"}, {1, "a"}}},
+      {"of no field", {{10, "x"}, {1, "a"}}},
+  };
+  const auto users = Open();
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Users::Columns columns = test.columns;
+    const std::string line = users->NewRecord(columns);
+    std::string parts;
+    for (const dd::Field* field : users->Fields()) {
+      const auto value = std::find_if(columns.begin(), columns.end(), [&](const auto& column) {
+        return column.first == field->Column();
+      });
+      ASSERT_NE(value, columns.end());
+      parts += users->NewField(field->Name(), value->second);
+    }
+    EXPECT_EQ(line, parts);
+    EXPECT_TRUE(std::equal(test.columns.begin(), test.columns.end(), columns.begin()));
+  }
 }
 
 TEST_F(ConfDataSetTest, MemoryThatACursorKeepsHoldsNoValue) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "mgr_err.h"
@@ -58,6 +60,7 @@ class Pair : public dd::Record {
     MoveTo(Current());
   }
   void Erase(unsigned long column) override { SetField(column, ""); }
+  using dd::Record::SetValues;
 
   Rows storage;
   dd::Field key{this, "key"};
@@ -103,6 +106,59 @@ TEST(Record, SetValuesAreReadBackUntilTheCursorMoves) {
   pair.Next();
   pair.First();
   EXPECT_EQ(pair.number.Str(), "1");
+}
+
+TEST(Record, SetValuesStandInTheOrderOfTheirColumnsAndTheLastOneCounts) {
+  const struct {
+    const char* name;
+    Pair::Columns set;
+    Pair::Columns values;
+  } cases[] = {
+      {"in order", {{1, "c"}, {2, "3"}}, {{1, "c"}, {2, "3"}}},
+      {"against it", {{2, "3"}, {1, "c"}}, {{1, "c"}, {2, "3"}}},
+      {"set again", {{1, "c"}, {2, "3"}, {1, "d"}}, {{1, "d"}, {2, "3"}}},
+      {"the last one again", {{2, "3"}, {2, "4"}}, {{2, "4"}}},
+      {"empty", {{2, "3"}, {2, ""}}, {{2, ""}}},
+      {"none", {}, {}},
+  };
+  Pair pair;
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    pair.First();
+    for (const auto& [column, value] : test.set) pair.SetField(column, value);
+    EXPECT_EQ(pair.SetValues(), test.values);
+  }
+}
+
+TEST(Record, WhatWasRefusedIsNotSetAndWhatWasSetBeforeStays) {
+  Pair pair;
+  pair.First();
+  pair.key.Set("c");
+  EXPECT_EQ(ErrorOf([&] { pair.key.Set("forbidden"); }), "value: key: not storable");
+  EXPECT_EQ(pair.SetValues(), (Pair::Columns{{1, "c"}}));
+}
+
+// The record keeps the memory of values, which may be secrets.
+TEST(Record, ValuesThatAreNotSetAnyMoreAreOverwritten) {
+  const std::string secret(40, 's');
+  const struct {
+    const char* name;
+    std::function<void(Pair&)> leave;
+  } cases[] = {
+      {"moved", [](Pair& pair) { pair.Next(); }},
+      {"new record", [](Pair& pair) { pair.New(); }},
+      {"stored", [](Pair& pair) { pair.Post(""); }},
+      {"set to another value", [](Pair& pair) { pair.key.Set("x"); }},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Pair pair;
+    pair.First();
+    pair.key.Set(secret);
+    const std::string_view memory = pair.SetValues().front().second;
+    test.leave(pair);
+    EXPECT_EQ(memory, std::string(secret.size(), '\0'));
+  }
 }
 
 TEST(Record, ANewRecordReadsAsUnsetAndIsNoEnd) {
