@@ -20,10 +20,20 @@ ConfChange::ConfChange(Kind kind, Target target, unsigned long columns)
       columns_(columns),
       before_(std::move(target_.text)) {}
 
-ConfChange ConfChange::Add(std::string name, std::string text) {
-  ConfChange change(Kind::kAdd, {std::move(name), {}, {}, ConfDocument::kNone}, 0);
+ConfChange ConfChange::Add(std::string_view name, std::string text) {
+  ConfChange change(Kind::kAdd, {}, 0);
   change.after_ = std::move(text);
+  if (change.after_.starts_with(name)) {
+    change.name_in_text_ = name.size();
+  } else {
+    change.target_.name = name;
+  }
   return change;
+}
+
+std::string_view ConfChange::Name() const noexcept {
+  return name_in_text_ > 0 ? std::string_view(after_).substr(0, name_in_text_)
+                           : std::string_view(target_.name);
 }
 
 ConfChange ConfChange::Set(Target target, unsigned long columns, Values values) {
@@ -46,6 +56,7 @@ ConfChange ConfChange::Edit(std::string from, std::string to) {
 ConfChange ConfChange::Reverse() const {
   if (kind_ == Kind::kEdit) return Edit(after_, before_);
   ConfChange change(Kind::kRestore, target_, columns_);
+  change.target_.name = Name();
   change.before_ = after_;
   change.after_ = before_;
   change.end_ = end_;
@@ -78,8 +89,8 @@ void ConfChange::Make(ConfDocument& document) {
 }
 
 void ConfChange::ApplyAdd(ConfDocument& document, const std::string& text) {
-  if (document.FindNamed(target_.name) != ConfDocument::kNone) {
-    throw mgr_err::Error("exists", "name", target_.name);
+  if (document.FindNamed(Name()) != ConfDocument::kNone) {
+    throw mgr_err::Error("exists", "name", std::string(Name()));
   }
   const Line last = document.Last();
   const std::string end(document.LineEnd());
@@ -222,13 +233,13 @@ void ConfChange::ForgetUndo() noexcept {
 
 line_undo::Change ConfChange::Trace(const ConfDocument& document) const {
   const Line before = document.LineBefore(target_.line);
-  return {target_.name, before_, after_,
+  return {std::string(Name()), before_, after_,
           before == ConfDocument::kNone ? std::string() : std::string(document.Text(before))};
 }
 
 std::string ConfChange::Words() const {
   if (kind_ == Kind::kEdit) return "edit of the whole file";
-  const std::string line = "line of " + target_.name;
+  const std::string line = "line of " + std::string(Name());
   switch (kind_) {
     case Kind::kAdd:
       return line + " added";

@@ -29,7 +29,7 @@ class BRISQ_API ConfChange {
   };
 
   /// A new line at the end; `text` begins with its name.
-  static ConfChange Add(std::string name, std::string text);
+  static ConfChange Add(std::string_view name, std::string text);
   /// Other values in some of the `columns` columns of a record.
   static ConfChange Set(Target target, unsigned long columns, Values values);
   static ConfChange Remove(Target target, unsigned long columns);
@@ -75,6 +75,7 @@ class BRISQ_API ConfChange {
   void Revive(ConfDocument& document);
   void ApplyEdit(ConfDocument& document);
   void Rewrite(ConfDocument& document, std::string_view text);
+  std::string_view Name() const noexcept;
   mgr_err::Error TooLate() const;
   Line FindTarget(const ConfDocument& document) const;
   Line FindExact(const ConfDocument& document) const;
@@ -84,6 +85,7 @@ class BRISQ_API ConfChange {
 
   Kind kind_;
   Target target_;
+  std::size_t name_in_text_ = 0;  // size of a name that is kept as the beginning of `after_` only
   unsigned long columns_;
   Values values_;
   // Texts of the line: what Apply found and left; empty for no line. Of an edit the whole content.

@@ -1,11 +1,13 @@
 #include "framework/conf_defer.h"
 
+#include <utility>
+
 #include "framework/doubts.h"
 #include "mgr_log.h"
 
 namespace {
 
-constexpr auto kLongestDelay = std::chrono::seconds(1);
+constexpr std::int64_t kLongestDelay = 1'000'000'000;  // nanoseconds
 
 thread_local DeferSaves* current = nullptr;
 
@@ -44,30 +46,28 @@ bool DeferSaves::IsOpen() noexcept { return current != nullptr; }
 void DeferSaves::Look() noexcept {
   if (current == nullptr || current->noted_.empty()) return;
   if (current->between_ == Between::kNever) return;
-  if (Clock::now() - current->last_save_ >= kLongestDelay) current->SaveNoted();
+  if (RecentLook::Now() - current->last_save_ >= kLongestDelay) current->SaveNoted();
 }
 
 void DeferSaves::SaveOrNote(const std::shared_ptr<ConfFile>& file,
                             const std::shared_ptr<ConfFile::Waiting>& waiting) {
   if (current == nullptr) return file->Save(waiting);
-  if (current->noted_.empty()) current->last_save_ = Clock::now();
-  current->noted_.emplace_back(file, waiting);
+  std::vector<Noted>& noted = current->noted_;
+  if (noted.empty()) current->last_save_ = RecentLook::Now();
+  if (noted.empty() || noted.back().file != file) noted.push_back({file, {}});
+  noted.back().changes.push_back(waiting);
   Look();
   current->Throw();
 }
 
 void DeferSaves::SaveNoted() noexcept {
-  // Files that come in a row are saved once; one that comes again has nothing left to save.
+  // A file that comes again has nothing left to save.
   const auto noted = std::exchange(noted_, {});
-  const ConfFile* last = nullptr;
-  for (const auto& [file, waiting] : noted) {
-    if (file.get() != last) SaveOne(*file);
-    last = file.get();
+  for (const Noted& each : noted) SaveOne(*each.file);
+  for (const Noted& each : noted) {
+    if (!error_) error_ = each.file->FirstErrorOf(each.changes);
   }
-  for (const auto& [file, waiting] : noted) {
-    if (!error_) error_ = file->ErrorOf(*waiting);
-  }
-  last_save_ = Clock::now();
+  last_save_ = RecentLook::Now();
 }
 
 void DeferSaves::SaveOne(ConfFile& file) noexcept {

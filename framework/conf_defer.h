@@ -1,13 +1,13 @@
 #pragma once
 
-#include <chrono>
+#include <cstdint>
 #include <exception>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include "brisq_export.h"
 #include "framework/conf_file.h"
+#include "framework/recent_look.h"
 
 /// While it lives, posts of its thread return when the change is in the document, and a save makes
 /// many of them durable together: for imports and for walks that change many lines.
@@ -44,7 +44,11 @@ class BRISQ_API DeferSaves {
                          const std::shared_ptr<ConfFile::Waiting>& waiting);
 
  private:
-  using Clock = std::chrono::steady_clock;
+  // Changes that follow each other, of one file.
+  struct Noted {
+    std::shared_ptr<ConfFile> file;
+    std::vector<std::shared_ptr<ConfFile::Waiting>> changes;
+  };
 
   void SaveNoted() noexcept;
   void SaveOne(ConfFile& file) noexcept;
@@ -52,7 +56,7 @@ class BRISQ_API DeferSaves {
 
   bool outermost_;
   Between between_;
-  Clock::time_point last_save_ = Clock::now();
-  std::vector<std::pair<std::shared_ptr<ConfFile>, std::shared_ptr<ConfFile::Waiting>>> noted_;
+  std::int64_t last_save_ = RecentLook::Now();
+  std::vector<Noted> noted_;
   std::exception_ptr error_;
 };

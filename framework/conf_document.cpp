@@ -448,8 +448,24 @@ ConfSnapshot ConfDocument::Snapshot() const {
   ConfSnapshot snapshot{bytes_, std::make_unique_for_overwrite<char[]>(edited_bytes_), {}};
   char* copy = snapshot.changed.get();
   const char* run = copy;
+  // Texts that are kept one behind the other, as those of lines added in a row are, are copied at
+  // once.
+  std::string_view row;
+  const auto copy_row = [&] {
+    copy = std::copy(row.begin(), row.end(), copy);
+    row = {};
+  };
+  const auto take = [&](std::string_view raw) {
+    if (row.data() + row.size() == raw.data()) {
+      row = {row.data(), row.size() + raw.size()};
+    } else {
+      copy_row();
+      row = raw;
+    }
+  };
   // Changed lines that follow each other are one piece: many small ones cost the system more.
   const auto end_run = [&] {
+    copy_row();
     if (copy > run) snapshot.pieces.emplace_back(run, static_cast<std::size_t>(copy - run));
     run = copy;
   };
@@ -459,7 +475,6 @@ ConfSnapshot ConfDocument::Snapshot() const {
     end_run();
     snapshot.pieces.push_back(bytes_->View().substr(done, end - done));
   };
-  const auto take = [&](std::string_view raw) { copy = std::copy(raw.begin(), raw.end(), copy); };
   for (const auto& [line, raw] : changed_) {
     take_up_to(line);
     done = line + RawInBytes(line).size();

@@ -212,9 +212,12 @@ void ConfFile::Save(const std::shared_ptr<Waiting>& waiting) {
   if (waiting->error) std::rethrow_exception(waiting->error);
 }
 
-std::exception_ptr ConfFile::ErrorOf(const Waiting& waiting) const {
+std::exception_ptr ConfFile::FirstErrorOf(
+    const std::vector<std::shared_ptr<Waiting>>& changes) const {
   const std::shared_lock lock(mutex_);
-  return waiting.error;
+  const auto first = std::find_if(changes.begin(), changes.end(),
+                                  [](const auto& waiting) { return waiting->error != nullptr; });
+  return first == changes.end() ? nullptr : (*first)->error;
 }
 
 void ConfFile::SaveAll() {

@@ -98,9 +98,11 @@ class BRISQ_API ConfFile : public std::enable_shared_from_this<ConfFile> {
   /// @throws mgr_err::Error what became of the change, "file" and "locked" included: the file and
   /// the document are without it; what the after-save hook throws: the change is saved
   void Save(const std::shared_ptr<Waiting>& waiting);
-  /// What became of a change; null when nothing is wrong with it so far.
-  std::exception_ptr ErrorOf(const Waiting& waiting) const;
-  /// Saves all that waits, if anything does. Errors of single changes are told by ErrorOf alone.
+  /// What became of the first of some changes with which anything is wrong; null when nothing is so
+  /// far.
+  std::exception_ptr FirstErrorOf(const std::vector<std::shared_ptr<Waiting>>& changes) const;
+  /// Saves all that waits, if anything does. Errors of single changes are told by FirstErrorOf
+  /// alone.
   void SaveAll();
   /// Applies what takes back a change, as ConfChange::Reverse says; null when the change was not
   /// made.

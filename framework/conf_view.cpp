@@ -29,6 +29,15 @@ void SaveOrDoubt(const std::shared_ptr<ConfFile>& file,
   doubts::NoteInRequest([&] { DeferSaves::SaveOrNote(file, waiting); });
 }
 
+// What a column can't hold, of a value that has such; apart from what is done for each value.
+[[gnu::cold]] std::string BrokenRule(const std::string& value, char separator) {
+  const auto has = [&](char byte) { return value.find(byte) != std::string::npos; };
+  if (has('\n') || has('\r')) return "line break not allowed";
+  if (has('\0')) return "NUL not allowed";
+  if (has(separator)) return std::string("must not contain '") + separator + "'";
+  return "must not begin as a comment does";
+}
+
 }  // namespace
 
 ConfView::ConfView(std::shared_ptr<ConfFile> file, ConfDataSet& dataset)
@@ -151,17 +160,13 @@ std::string ConfView::Value(dd::RecordPtr place, unsigned long column) {
 
 void ConfView::CheckValue(unsigned long column, const std::string& field,
                           const std::string& value) const {
-  const auto refuse = [&](const std::string& rule) { throw mgr_err::Error("value", field, rule); };
-  const auto has = [&](char byte) { return value.find(byte) != std::string::npos; };
-  // What is special in the last column is its separators, as a rule.
-  if (conf_line::HasSpecial(value, syntax_.separator)) {
-    if (has('\n') || has('\r')) refuse("line break not allowed");
-    if (has('\0')) refuse("NUL not allowed");
-    if (column < Columns()) refuse(std::string("must not contain '") + syntax_.separator + "'");
+  if (value.empty()) return;
+  // The last column may hold separators.
+  const char separator = column < Columns() ? syntax_.separator : '\n';
+  const bool comment = column == 1 && syntax_.comment.find(value[0]) != std::string::npos;
+  if (comment || conf_line::HasSpecial(value, separator)) {
+    throw mgr_err::Error("value", field, BrokenRule(value, separator));
   }
-  if (column != 1 || value.empty()) return;
-  const bool comment = syntax_.comment.find(value[0]) != std::string::npos;
-  if (comment) refuse("must not begin as a comment does");
 }
 
 void ConfView::BeforeNew() { dataset_.onBeforeNew(); }

@@ -126,6 +126,7 @@ TEST(ConfChange, IsRefusedWithNothingChanged) {
     const char* error;
   } cases[] = {
       {"taken", ConfChange::Add("a", "a:4:w"), "exists: name: a"},
+      {"taken, in a text that begins otherwise", ConfChange::Add("a", "<a:4:w"), "exists: name: a"},
       {"taken by a short line", ConfChange::Add("short", "short:4:w"), "exists: name: short"},
       {"missing", SetSecond("nobody", "1"), "missed: name: nobody"},
       {"short line", SetSecond("short", "1"), "missed: name: short"},
@@ -174,6 +175,8 @@ TEST(ConfChange, OfEqualNamesTheLineLookedAtIsChanged) {
 
 TEST(ConfChange, SaysInWordsWhatItDoes) {
   EXPECT_EQ(ConfChange::Add("a", "a:secret").Words(), "line of a added");
+  EXPECT_EQ(ConfChange::Add("a", "<a>:secret").Words(), "line of a added");
+  EXPECT_EQ(ConfChange::Add("a", "a:secret").Reverse().Words(), "line of a restored");
   EXPECT_EQ(SetSecond("a", "secret").Words(), "line of a changed");
   EXPECT_EQ(Remove("a").Words(), "line of a removed");
   EXPECT_EQ(Remove("a").Reverse().Words(), "line of a restored");

@@ -123,6 +123,24 @@ TEST_F(DeferSavesTest, ARefusalBySomebodyElsesEditIsToldToo) {
   EXPECT_EQ(Content(), Line("a") + "\n" + Line("b", "by hand") + "\n");
 }
 
+TEST_F(DeferSavesTest, OfSeveralRefusalsInFilesByTurnsTheFirstIsTold) {
+  const std::string other_path = folder_ / "others";
+  const auto users = Open();
+  const auto others = UsersConfig::Open(other_path);
+  DeferSaves scope;
+  AddUser(users, "a");
+  AddUser(others, "b");
+  AddUser(others, "c");
+  AddUser(users, "d");
+  AddUser(others, "e");
+  Write(Line("d", "by hand") + "\n");
+  folder_.Write("others", Line("b", "by hand") + "\n" + Line("c", "by hand") + "\n");
+  EXPECT_EQ(ErrorOf([&] { scope.Save(); }), "exists: name: b");
+  EXPECT_EQ(ErrorOf([&] { scope.Save(); }), "");
+  EXPECT_EQ(Names(Open()), (std::vector<std::string>{"d", "a"}));
+  EXPECT_EQ(Names(UsersConfig::Open(other_path)), (std::vector<std::string>{"b", "c", "e"}));
+}
+
 TEST_F(DeferSavesTest, AFailureAtTheEndIsLogged) {
   support::LogCapture log;
   log.ExpectError("a deferred change was not saved: file: " + path_ + ": fsync");
