@@ -90,8 +90,9 @@ inline bool AreSame(const char* one, const char* other, std::size_t size) noexce
   if (size < kBlock) return ShortText(one, size) == ShortText(other, size);
   // The last block may look at some bytes again.
   const std::size_t last = size - kBlock;
-  std::uint64_t same = ByteBlock(one + last).Equal(ByteBlock(other + last));
-  for (std::size_t at = 0; at < last; at += kBlock) {
+  std::uint64_t same =
+      ByteBlock(one).Equal(ByteBlock(other)) & ByteBlock(one + last).Equal(ByteBlock(other + last));
+  for (std::size_t at = kBlock; at < last; at += kBlock) {
     same &= ByteBlock(one + at).Equal(ByteBlock(other + at));
   }
   return same == ByteBlock::kAll;

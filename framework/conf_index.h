@@ -148,9 +148,10 @@ inline std::uint64_t ConfIndex::Hash(std::string_view name) const noexcept {
   constexpr std::size_t kStep = 16;
   std::uint64_t hash = seeds_.first;
   if (name.size() > kStep) {
-    // The last step may take some bytes again.
+    // The last step may take some bytes again. Most names have two steps, and no loop.
     const char* const last = name.data() + name.size() - kStep;
-    for (const char* at = name.data(); at < last; at += kStep) {
+    hash = Step(hash, ShortText(name.data(), kStep));
+    for (const char* at = name.data() + kStep; at < last; at += kStep) {
       hash = Step(hash, ShortText(at, kStep));
     }
     hash = Step(hash, ShortText(last, kStep));
