@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "framework/safe_program.h"
 #include "framework/toml.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
@@ -62,6 +63,8 @@ Settings Reader::Read() {
 }
 
 toml::table Reader::Parse() const {
+  // It names libraries and tools.
+  mgr_proc::RefuseUnsafe(file_.string());
   std::string text;
   try {
     text = mgr_file::ReadE(file_.string());

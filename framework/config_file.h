@@ -43,7 +43,7 @@ struct Settings {
 ///
 /// @throws mgr_err::Error "config" with object "FILE:LINE" and the broken rule as value: no TOML,
 /// a table or a key of [panel] that is not listed here, a value of a wrong type or out of its
-/// range. Object "FILE" when it can't be read.
+/// range. Object "FILE" when it can't be read, or somebody else could change it (safe_program.h).
 BRISQ_API Settings ReadSettings(const std::string& file);
 
 /// Sets the parameters and path keys of `settings` in place of everything set earlier; declared

@@ -13,6 +13,7 @@
 #include "framework/conf_stamp.h"
 #include "framework/module_registry.h"
 #include "framework/plugin_probe.h"
+#include "framework/safe_program.h"
 #include "framework/shared_library.h"
 #include "mgr_err.h"
 #include "mgr_file.h"
@@ -77,15 +78,22 @@ std::vector<PluginReport> FilesOf(const std::vector<std::string>& files_or_folde
   return files;
 }
 
+// An absolute path: a name without a slash would be looked for among the system's libraries.
+std::string Absolute(const std::string& file) { return std::filesystem::absolute(file).string(); }
+
+void RefuseUnsafeFiles(const std::vector<PluginReport>& files) {
+  for (const PluginReport& report : files) {
+    mgr_proc::RefuseUnsafe(Absolute(report.file));
+  }
+}
+
 }  // namespace
 
 // The trial comes first: an exception can't pass through the loader, so that it ends the process as
 // a crash does.
 class PluginLoading::Trial {
  public:
-  // An absolute path: a name without a slash would be looked for among the system's libraries.
-  explicit Trial(const std::string& file)
-      : file_(std::filesystem::absolute(file).string()), is_loaded_(IsLoaded(file_)) {
+  explicit Trial(const std::string& file) : file_(Absolute(file)), is_loaded_(IsLoaded(file_)) {
     if (!is_loaded_) {
       Begin();
     }
@@ -121,6 +129,7 @@ class PluginLoading::Trial {
 
 PluginLoading::PluginLoading(const std::vector<std::string>& files_or_folders)
     : files_(FilesOf(files_or_folders)) {
+  RefuseUnsafeFiles(files_);
   if (files_.empty() || !files_.front().error.empty()) {
     return;
   }

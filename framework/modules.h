@@ -26,6 +26,8 @@ struct PluginReport {
 class BRISQ_API PluginLoading {
  public:
   /// Looks for the files and starts the trial of the first.
+  /// @throws mgr_err::Error "config" with the file as object when somebody else could change one of
+  /// them (safe_program.h), who would be what this process is: nothing has been loaded then
   explicit PluginLoading(const std::vector<std::string>& files_or_folders);
   ~PluginLoading();
   PluginLoading(const PluginLoading&) = delete;
@@ -45,6 +47,7 @@ class BRISQ_API PluginLoading {
 };
 
 /// Loads plug-ins at once.
+/// @throws as PluginLoading
 BRISQ_API std::vector<PluginReport> LoadPlugins(const std::vector<std::string>& files_or_folders);
 
 /// Calls the constructor functions registered under `category` that have not been called yet, in

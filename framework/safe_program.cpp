@@ -1,5 +1,6 @@
 #include "framework/safe_program.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,8 +8,11 @@
 #include <array>
 #include <climits>
 #include <cstddef>
+#include <filesystem>
+#include <system_error>
 
 #include "framework/path_names.h"
+#include "mgr_err.h"
 
 namespace mgr_proc {
 
@@ -18,6 +22,27 @@ namespace {
 constexpr int kMostLinks = 40;
 
 bool IsOthers(const struct stat& state) { return state.st_uid != 0 && state.st_uid != ::geteuid(); }
+
+bool IsForeignGroups(const struct stat& state) {
+  return S_ISREG(state.st_mode) && (state.st_mode & S_IWGRP) != 0 && state.st_gid != 0 &&
+         state.st_gid != ::getegid();
+}
+
+// Without links; empty when it can't be found.
+std::string FolderOfThisLibrary() {
+  Dl_info library{};
+  std::error_code error;
+  if (::dladdr(reinterpret_cast<void*>(&FolderOfThisLibrary), &library) == 0) {
+    return {};
+  }
+  return std::filesystem::canonical(library.dli_fname, error).parent_path();
+}
+
+// The place, without links, has this program in it, at any depth.
+bool HoldsThisProgram(const std::string& place) {
+  static const std::string& own = *new std::string(FolderOfThisLibrary());
+  return own == place || own.starts_with(place + "/");
+}
 
 // Walks to a program as the system does, link by link, and judges each step.
 class Way {
@@ -46,7 +71,8 @@ class Way {
     if (::lstat(next.c_str(), &state) != 0) {
       // There is nothing to start. Where everybody may put something there could be in a moment.
       left_.clear();
-      return everybody_adds_ ? at_ + " is writable by other users" : std::string();
+      return everybody_adds_ ? next + " does not exist, and " + at_ + " is writable by other users"
+                             : std::string();
     }
     if (S_ISLNK(state.st_mode)) {
       Follow(next);
@@ -74,8 +100,11 @@ class Way {
     }
     const bool open = (state.st_mode & S_IWOTH) != 0;
     everybody_adds_ = open && S_ISDIR(state.st_mode) && (state.st_mode & S_ISVTX) != 0;
-    if (IsOthers(state)) {
+    if (IsOthers(state) && !HoldsThisProgram(at_)) {
       return place + " belongs to another user";
+    }
+    if (IsForeignGroups(state)) {
+      return place + " is writable by the group " + std::to_string(state.st_gid);
     }
     return open && !everybody_adds_ ? place + " is writable by other users" : std::string();
   }
@@ -89,14 +118,23 @@ class Way {
 
 }  // namespace
 
-std::string WhyUnsafe(const std::string& program) {
-  if (program.find('/') == std::string::npos) {
+std::string WhyUnsafe(const std::string& file) {
+  if (file.find('/') == std::string::npos) {
     return {};
   }
-  if (program.front() != '/') {
-    return program + " is no absolute path";
+  if (file.front() != '/') {
+    return file + " is no absolute path";
   }
-  return Way(program).WhyUnsafe();
+  return Way(file).WhyUnsafe();
+}
+
+void RefuseUnsafe(const std::string& file) {
+  const std::string why = WhyUnsafe(file);
+  if (!why.empty()) {
+    throw mgr_err::Error(
+        "config", file,
+        "not safe: " + why + "; only root may be able to change it: chown root and chmod go-w");
+  }
 }
 
 }  // namespace mgr_proc

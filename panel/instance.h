@@ -28,7 +28,8 @@ class BRISQ_API Instance {
   /// @param meanwhile  called once when the database can be read, before plug-ins are loaded, which
   /// takes longest, for what may go on beside that; what it throws fails the opening
   /// @throws mgr_err::Error "config" for a state or database path that is not given, for a number
-  /// that is none, or when the mail back-end's "dovecot-passwd" is no absolute path; "file" when
+  /// that is none, for a plug-in that somebody else could change, or when the mail back-end's
+  /// "dovecot-passwd" is no absolute path; "file" when
   /// the state directory or the database's can't be made or lets other users write; "db" and
   /// "locked" from the database; "internal" when another instance is open: nothing stays open
   explicit Instance(const mgr_cf::Settings& settings,

@@ -121,8 +121,9 @@ const Plant kPlants[] = {
      "mkdir -p -m 700 state/journal; cp SWAP state/journal/0123456789abcdef; mkdir certs/d;"
      " ln -s x certs/.brisq-job-0123456789abcdef",
      kLeft},
-    {"a folder that everybody writes", "CHECK-FAILED", "chmod 777 .", kLeft},
-    {"a folder that everybody writes, for the file", "PASSWD-DIRECTORY", "chmod 777 .", kLeft},
+    {"a link to itself", "CHECK-FAILED", "rm passwd; ln -s passwd passwd", kLeft},
+    {"a folder that everybody writes, for the file", "PASSWD-DIRECTORY",
+     "mkdir -m 777 open; mv passwd open; ln -s open/passwd passwd", kLeft},
 };
 
 // A record of the journal, with its checksum (FNV-1a).

@@ -254,6 +254,23 @@ TEST(ConfigFile, NamesAFileThatCannotBeRead) {
   }
 }
 
+// Who can change it can have any library loaded.
+TEST(ConfigFile, AFileThatOthersMayChangeIsRefused) {
+  const TempDir dir;
+  const std::string file = dir.Write("brisq.toml", "");
+  std::filesystem::permissions(file, std::filesystem::perms(0666));
+  try {
+    ReadSettings(file);
+    ADD_FAILURE() << "no error";
+  } catch (const mgr_err::Error& error) {
+    EXPECT_EQ("config", error.type());
+    EXPECT_EQ(file, error.object());
+    EXPECT_TRUE(error.value().starts_with("not safe: " + file + " is writable by other users"));
+  }
+  std::filesystem::permissions(file, std::filesystem::perms(0664));
+  EXPECT_EQ(file, ReadSettings(file).file);
+}
+
 // A file that somebody is just writing may end anywhere.
 TEST(ConfigFile, EveryPrefixIsReadOrRefusedCleanly) {
   const TempDir dir;

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "mgr_err.h"
 #include "tests/support/places.h"
 #include "tests/support/temp_dir.h"
 
@@ -152,6 +153,25 @@ TEST_F(ModulesTest, AFolderStandsForItsLibrariesInNameOrder) {
   ASSERT_EQ(2U, reports.size());
   EXPECT_EQ(directory / "a.so", reports[0].file);
   EXPECT_EQ(directory / "b.so", reports[1].file);
+}
+
+// Who can change a library is whatever this process is.
+TEST_F(ModulesTest, OneThatOthersMayChangeIsRefusedBeforeAnyIsTried) {
+  const std::string good = CopyOf("good_module", "first.so");
+  const std::string open = CopyOf("good_module", "open.so");
+  fs::permissions(open, fs::perms(0666));
+  for (const std::vector<std::string>& files :
+       {std::vector<std::string>{good, open}, std::vector<std::string>{directory.path()}}) {
+    try {
+      const brisq_api::PluginLoading loading(files);
+      ADD_FAILURE() << "no error";
+    } catch (const mgr_err::Error& error) {
+      EXPECT_EQ("config", error.type());
+      EXPECT_EQ(open, error.object());
+    }
+    EXPECT_FALSE(HasChild());
+    EXPECT_EQ(nullptr, ::dlopen(good.c_str(), RTLD_NOW | RTLD_NOLOAD));
+  }
 }
 
 TEST_F(ModulesTest, WhatIsOnlyBegunLoadsNothing) {

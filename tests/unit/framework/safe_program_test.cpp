@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "framework/config_file.h"
+#include "mgr_err.h"
 #include "mgr_proc.h"
 #include "tests/support/stub_program.h"
 #include "tests/support/temp_dir.h"
@@ -60,6 +60,12 @@ TEST_F(SafeProgram, WhatAnotherUserCanReplaceIsNamedAndNeverStarted) {
        program_ + " belongs to another user"},
       {"file open to all", [this] { ::chmod(program_.c_str(), 0777); },
        program_ + " is writable by other users"},
+      {"file open to a group",
+       [this] {
+         ::chown(program_.c_str(), 0, kOther);
+         ::chmod(program_.c_str(), 0775);
+       },
+       program_ + " is writable by the group 54322"},
       {"folder of another", [this] { ::chown(folder_.c_str(), kOther, 0); },
        folder_ + " belongs to another user"},
       {"folder open to all", [this] { ::chmod(folder_.c_str(), 0777); },
@@ -107,15 +113,42 @@ TEST_F(SafeProgram, LinksThatLeadNowhereEnd) {
 TEST_F(SafeProgram, WhatIsMissingWhereEverybodyAddsIsNotSafe) {
   ::chmod(folder_.c_str(), 01777);
   EXPECT_EQ("", WhyUnsafe(program_));
-  EXPECT_EQ(folder_ + " is writable by other users", WhyUnsafe(folder_ + "/missing"));
-  EXPECT_EQ(folder_ + " is writable by other users", WhyUnsafe(folder_ + "/missing/tool"));
+  const std::string why =
+      folder_ + "/missing does not exist, and " + folder_ + " is writable by other users";
+  EXPECT_EQ(why, WhyUnsafe(folder_ + "/missing"));
+  EXPECT_EQ(why, WhyUnsafe(folder_ + "/missing/tool"));
 }
 
 // Debian's /usr/local is open to a group.
-TEST_F(SafeProgram, WhatAGroupMayWriteIsTheAdministratorsChoice) {
+TEST_F(SafeProgram, WhichGroupMayWriteToAFolderIsTheAdministratorsChoice) {
   ::chown(folder_.c_str(), 0, kOther);
   ::chmod(folder_.c_str(), 02775);
   EXPECT_EQ("", WhyUnsafe(program_));
+}
+
+TEST_F(SafeProgram, TheGroupOfRootOrOfThisProcessMayWriteToAFile) {
+  ::chmod(program_.c_str(), 0775);
+  EXPECT_EQ("", WhyUnsafe(program_));
+  ::chown(program_.c_str(), 0, kOther);
+  EXPECT_EQ(program_ + " is writable by the group 54322", WhyUnsafe(program_));
+  const gid_t before = ::getegid();
+  ASSERT_EQ(0, ::setegid(kOther));
+  EXPECT_EQ("", WhyUnsafe(program_));
+  ASSERT_EQ(0, ::setegid(before));
+}
+
+TEST_F(SafeProgram, ARefusalNamesTheFileTheRuleAndTheWayOut) {
+  EXPECT_NO_THROW(mgr_proc::RefuseUnsafe(program_));
+  ::chmod(program_.c_str(), 0777);
+  try {
+    mgr_proc::RefuseUnsafe(program_);
+    ADD_FAILURE() << "not refused";
+  } catch (const mgr_err::Error& error) {
+    EXPECT_EQ("config: " + program_ + ": not safe: " + program_ +
+                  " is writable by other users; only root may be able to change it: chown root and "
+                  "chmod go-w",
+              error.what());
+  }
 }
 
 // Who is not root trusts himself and root.
