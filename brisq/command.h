@@ -89,6 +89,10 @@ struct Command {
   std::function<void(Call&)> begin = {};
 };
 
+/// Of every command that makes passwords which its output alone tells: INT, TERM and HUP wait, once
+/// it changes something, until that is written or its loss has been said.
+inline constexpr const char* kGenerate = "--generate";
+
 /// Offered by every command that changes something; the program itself obeys it.
 inline const Option kDryRun = {"--dry-run", "", "show what would be changed, change nothing"};
 

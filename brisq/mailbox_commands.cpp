@@ -18,7 +18,7 @@
 namespace brisq {
 namespace {
 
-bool Generates(const Call& call) { return call.arguments.Has("--generate"); }
+bool Generates(const Call& call) { return call.arguments.Has(kGenerate); }
 
 std::unique_ptr<GivenPassword> TakeIn(const Call& call) {
   return std::make_unique<GivenPassword>([&] {
@@ -152,7 +152,7 @@ void Restore(Call& call) {
 const Operand kAddress = {"ADDRESS", "full address, LOCAL@DOMAIN"};
 const Operand kAddresses = {"ADDRESS", "full addresses, LOCAL@DOMAIN", true};
 const Option kPasswordStdin = {"--password-stdin", "", "read the password from standard input"};
-const Option kGenerate = {"--generate", "", "make a password and print it"};
+const Option kGenerateOne = {kGenerate, "", "make a password and print it"};
 const Option kQuota = {"--quota", "SIZE", "500 or 500M, 2G; none or 0 for no limit"};
 
 std::vector<Command> Basics() {
@@ -162,10 +162,10 @@ std::vector<Command> Basics() {
        .summary = "Add a mailbox to a domain.",
        .operands = {kAddress},
        .options = {kPasswordStdin,
-                   kGenerate,
+                   kGenerateOne,
                    kQuota,
                    {"--home", "DIR", "home directory, else OWNERHOME/mail/DOMAIN/LOCAL"}},
-       .one_of = {kPasswordStdin.name, kGenerate.name},
+       .one_of = {kPasswordStdin.name, kGenerate},
        .changes = true,
        .run = Add,
        .begin = BeginToAdd},
@@ -199,8 +199,8 @@ std::vector<Command> Changes() {
        .verb = "passwd",
        .summary = "Set a mailbox's password.",
        .operands = {kAddress},
-       .options = {kPasswordStdin, kGenerate},
-       .one_of = {kPasswordStdin.name, kGenerate.name},
+       .options = {kPasswordStdin, kGenerateOne},
+       .one_of = {kPasswordStdin.name, kGenerate},
        .changes = true,
        .run = Passwd,
        .begin = BeginPasswd},

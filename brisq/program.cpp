@@ -1,6 +1,7 @@
 #include "brisq/program.h"
 
 #include <exception>
+#include <optional>
 #include <ostream>
 
 #include "brisq/command_line.h"
@@ -10,6 +11,7 @@
 #include "framework/config_file.h"
 #include "framework/doubts.h"
 #include "framework/modules.h"
+#include "panel/held_signals.h"
 #include "panel/instance.h"
 #include "panel/run_request.h"
 
@@ -34,7 +36,13 @@ void TellDoubts(const Console& console) {
     console.err << "brisq: warning: " << Printable(text) << "\n";
 }
 
-int Run(const CommandLine& line, const Console& console) {
+bool TellsNewPasswords(const CommandLine& line) {
+  return line.arguments.Has(kGenerate) && !line.arguments.Has(kDryRun.name);
+}
+
+// Signals are held, from the command on, for as long as the caller wants.
+int Run(const CommandLine& line, const Console& console,
+        std::optional<brisq_panel::HeldSignals>& held) {
   const mgr_cf::Settings settings = mgr_cf::ReadSettings(line.config);
   Output output(console, line.json);
   Call call{line.arguments, output, console, settings.file};
@@ -44,6 +52,7 @@ int Run(const CommandLine& line, const Console& console) {
   WarnOfPlugins(instance, output);
   for (const std::string& words : instance.recovered()) output.Warn(words);
   const brisq_panel::NoteKeeper keeper;
+  if (TellsNewPasswords(line)) held.emplace();
   if (line.command->changes && line.arguments.Has(kDryRun.name)) {
     RunDry(call, [&] { line.command->run(call); });
   } else {
@@ -63,9 +72,11 @@ int Run(const CommandLine& line, const Console& console) {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& words, const Console& console) {
+  // Until the output is written or an error has named what is lost.
+  std::optional<brisq_panel::HeldSignals> held;
   try {
     const auto line = ParseCommandLine(words, console);
-    const int exit_code = line ? Run(*line, console) : 0;
+    const int exit_code = line ? Run(*line, console, held) : 0;
     console.out.flush();
     if (!console.out) throw mgr_err::Error("file", "standard output", "can't be written");
     return exit_code;

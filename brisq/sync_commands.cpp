@@ -80,7 +80,7 @@ void ShowPasswords(Call& call, const SyncReport& report) {
 
 // What was written goes to the person; the new passwords are the data.
 void Sync(Call& call) {
-  const SyncReport report = brisq_panel::Sync(call.arguments.Has("--generate"));
+  const SyncReport report = brisq_panel::Sync(call.arguments.Has(kGenerate));
   ShowDifferences(report, [&](const std::string& line, Record record) {
     call.output.Say(line);
     call.output.Silent(std::move(record));
@@ -109,7 +109,7 @@ std::vector<Command> SyncCommands() {
        .summary = "Have the passwd-file and the Maildirs serve what the panel's table holds; exit "
                   "code 5 when a Maildir had to be left alone.",
        .operands = {},
-       .options = {{"--generate", "",
+       .options = {{kGenerate, "",
                     "give each mailbox whose password nobody keeps a new one and print it"}},
        .one_of = {},
        .changes = true,

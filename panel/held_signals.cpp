@@ -1,18 +1,54 @@
 #include "panel/held_signals.h"
 
-#include <initializer_list>
+#include <algorithm>
+#include <array>
+#include <csignal>
 
 namespace brisq_panel {
 
-HeldSignals::HeldSignals() noexcept : before_() {
-  sigset_t held;
-  sigemptyset(&held);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaddset(&held, signal);
-  }
-  pthread_sigmask(SIG_BLOCK, &held, &before_);
+namespace {
+
+constexpr std::array kHeld = {SIGINT, SIGTERM, SIGHUP};
+
+struct Holding {
+  int holders = 0;
+  sigset_t before{};  ///< the mask without any holder
+};
+thread_local Holding holding;
+
+// A blocked signal waits even when nobody wants to know of it, as under nohup.
+bool IsIgnored(int signal) {
+  struct sigaction action {};
+  return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-HeldSignals::~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+}  // namespace
+
+HeldSignals::HeldSignals() noexcept {
+  if (holding.holders++ > 0) {
+    return;
+  }
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int signal : kHeld) {
+    sigaddset(&held, signal);
+  }
+  pthread_sigmask(SIG_BLOCK, &held, &holding.before);
+}
+
+HeldSignals::~HeldSignals() {
+  if (--holding.holders == 0) {
+    pthread_sigmask(SIG_SETMASK, &holding.before, nullptr);
+  }
+}
+
+bool HeldSignals::IsOneWaiting() noexcept {
+  sigset_t waiting;
+  sigemptyset(&waiting);
+  sigpending(&waiting);
+  return holding.holders > 0 && std::any_of(kHeld.begin(), kHeld.end(), [&](int signal) {
+           return sigismember(&waiting, signal) == 1 && !IsIgnored(signal);
+         });
+}
 
 }  // namespace brisq_panel

@@ -213,8 +213,8 @@ std::vector<std::string> Instance::RunDue() {
         problems.push_back(std::string(run.hard ? "restart" : "reload") + " failed: " + run.error);
       }
     }
-  } catch (const mgr_err::Error& error) {
-    // What the command was for has been done.
+  } catch (const std::exception& error) {
+    // What the command was for has been done, and its data is still to be written.
     problems.push_back(std::string("reload not done yet: ") + error.what());
   }
   return problems;

@@ -118,6 +118,7 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   Plan plan = CheckValues(mailbox);
   MailBackend();
   const auto hash = BeginHash(mailbox.address, mailbox.password, HashFor::kNewMailbox);
+  MailboxInfo added;
   DoRequest("mailbox add", [&](Request& request) {
     FindPlace(plan, mailbox.home);
     JobLog::Watch(kMailbox, plan.address.Full());
@@ -126,8 +127,9 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
     MakeLine(email, mailbox.password);
     request.AnnounceJobs();  // with the line's step: one wait for the disk does for both
     line.Save();
+    added = ShowMailbox(plan.address.Full());  // nothing may fail once it is committed
   });
-  return ShowMailbox(plan.address.Full());
+  return added;
 }
 
 std::vector<MailboxInfo> ListMailboxes() {

@@ -12,6 +12,7 @@
 #include "mgr_cf.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/held_signals.h"
 #include "panel/job_log.h"
 #include "panel/line_diff.h"
 #include "panel/line_saves.h"
@@ -88,6 +89,7 @@ class Work {
     std::set<std::string> names;
     const auto walk = Table<brisq_db::EmailTable>();
     for (walk->DbSelect(); !walk->Eof(); walk->Next()) {
+      StopWhenAskedTo();
       Mailbox mailbox = Table<brisq_db::EmailTable>();
       mailbox->Assert(walk->id);
       const std::string name = email::GetEmailName(mailbox);
@@ -102,6 +104,13 @@ class Work {
   }
 
  private:
+  // Many passwords take long to hash, and until the file is saved all of it is easily given up.
+  static void StopWhenAskedTo() {
+    if (HeldSignals::IsOneWaiting()) {
+      throw mgr_err::Error("later", "sync", "interrupted, nothing was changed");
+    }
+  }
+
   void Serve(Mailbox& mailbox, const std::string& name) {
     // One user's trap in the way must not keep all others out.
     if (!ProvideMaildir(mailbox, name) && !lines_.Has(name)) {
@@ -208,6 +217,7 @@ SyncReport Run(Passwords passwords) {
   SyncReport report;
   report.path = mgr_cf::GetPath("dovecot-passwd");
   MailBackend();
+  const HeldSignals held;  // ends last: the lines are taken back by a save behind the request
   // Around the request, so that one that fails leaves the file alone but for one save at the most.
   LineSaves saves;
   DoRequest("sync", [&](Request&) {

@@ -54,7 +54,12 @@ class ProgramTest : public testing::Test {
     const std::string line = Program() + " " + words + " <'" + (beside_ / "in") + "' >'" +
                              (beside_ / "out") + "' 2>'" + (beside_ / "err") + "'";
     const int status = std::system(line.c_str());
-    return {WEXITSTATUS(status), beside_.Read("out"), beside_.Read("err")};
+    return {StatusOf(status), beside_.Read("out"), beside_.Read("err")};
+  }
+
+  /// As the shell has it: 128 and the signal's number for what a signal has ended.
+  static int StatusOf(int status) {
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
   }
 
   void AddDomain() {

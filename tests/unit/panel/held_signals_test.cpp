@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <memory>
+
 namespace {
 
 using brisq_panel::HeldSignals;
@@ -56,6 +59,58 @@ TEST(HeldSignalsTest, AnInnerOneEndsNothingOfTheOuter) {
   sigset_t pending;
   sigpending(&pending);
   EXPECT_EQ(1, sigismember(&pending, SIGTERM));
+}
+
+TEST(HeldSignalsTest, TheLastToEndLetsGoThoughItBeganFirstOrLast) {
+  for (const bool first_ends_first : {true, false}) {
+    SCOPED_TRACE(first_ends_first);
+    const Counted counted(SIGINT);
+    auto first = std::make_unique<HeldSignals>();
+    auto last = std::make_unique<HeldSignals>();
+    std::raise(SIGINT);
+    (first_ends_first ? first : last).reset();
+    EXPECT_EQ(0, g_seen);
+    (first_ends_first ? last : first).reset();
+    EXPECT_EQ(1, g_seen);
+    std::raise(SIGINT);
+    EXPECT_EQ(2, g_seen) << "none is held any more";
+  }
+}
+
+TEST(HeldSignalsTest, OneThatHasComeIsSeenToWait) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    SCOPED_TRACE(signal);
+    const Counted counted(signal);
+    EXPECT_FALSE(HeldSignals::IsOneWaiting());
+    const HeldSignals held;
+    EXPECT_FALSE(HeldSignals::IsOneWaiting());
+    std::raise(signal);
+    EXPECT_TRUE(HeldSignals::IsOneWaiting());
+  }
+}
+
+// As it is below nohup(1).
+TEST(HeldSignalsTest, OneThatTheProcessIgnoresDoesNotWait) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  {
+    const HeldSignals held;
+    std::raise(SIGHUP);
+    EXPECT_FALSE(HeldSignals::IsOneWaiting());
+  }
+  std::signal(SIGHUP, before);
+}
+
+TEST(HeldSignalsTest, WhatOthersBlockIsNotWaitedFor) {
+  const Counted counted(SIGTERM);
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  std::raise(SIGTERM);
+  EXPECT_FALSE(HeldSignals::IsOneWaiting());
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(1, g_seen);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "framework/config_file.h"
@@ -19,6 +20,7 @@ namespace brisq_panel {
 namespace {
 
 using panel_test::ErrorOf;
+using panel_test::TextOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -83,6 +85,25 @@ TEST_F(SyncTest, PasswordsThatNobodyKeepsAreListedAndMadeOnRequest) {
               StartsWith("al@example.org:{CLEAR}" + with.passwords[0].second + ":"));
   EXPECT_THAT(with.diff.back(), Not(HasSubstr(with.passwords[0].second)));
   EXPECT_THAT(LineOf("bo@example.org"), StartsWith("bo@example.org:{CLEAR}now-in-the-file-alone:"));
+}
+
+// Hashing thousands of passwords takes minutes.
+TEST_F(SyncTest, OneThatIsInterruptedBeforeItsSaveChangesNothing) {
+  Use(true);
+  for (const char* address : {"al@example.org", "bo@example.org"}) RemoveLine(address);
+  const std::string before = Lines();
+  static volatile std::sig_atomic_t ended = 0;
+  const auto handler = std::signal(SIGTERM, [](int) { ended = 1; });
+  calls_.effects["passwords.Update"] = [] {
+    std::raise(SIGTERM);
+    EXPECT_EQ(0, ended);
+  };
+  EXPECT_EQ("later: sync: interrupted, nothing was changed", TextOf([] { Sync(true); }));
+  std::signal(SIGTERM, handler);
+  EXPECT_EQ(1, ended) << "it is obeyed once all is taken back";
+  EXPECT_EQ(before, Lines());
+  calls_.effects.clear();
+  EXPECT_EQ(2u, Sync(true).passwords.size());
 }
 
 TEST_F(SyncTest, AKeptPasswordIsHashedAnewWhereTheLineHasNone) {
