@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -10,6 +11,14 @@
 #include "brisq/program.h"
 
 namespace {
+
+// A file that is opened must not come to stand where the output is written to: what was closed by
+// the caller stays unreadable or unwritable, as it was.
+void OccupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(stream, F_GETFD) == -1)
+      open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);  // the lowest that is free
+}
 
 // What would end the process in the middle of a request becomes an error of the call instead.
 void StayAlive() {
@@ -33,6 +42,7 @@ void KeepSecrets() {
 int main(int argc, char** argv) {
   // Our own files say their mode; those of the tools that are run must depend on no shell's umask.
   umask(S_IWGRP | S_IWOTH);
+  OccupyStandardStreams();
   StayAlive();
   KeepSecrets();
   const brisq::Console console{std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) == 1};
