@@ -16,13 +16,17 @@ namespace {
 
 using Mend = std::function<void()>;
 
+// The rights of a passwd-file that a save makes where there is none.
+constexpr mode_t kMost = 0640;
+
 mode_t ModeOf(const std::string& path) {
   const auto state = StateAt(path, Links::kFollow);
-  return state ? state->st_mode & 07777 : 0640;
+  return state ? state->st_mode & 07777 : kMost;
 }
 
+// The group that reads it has no need to write, whatever gave both rights away.
 Mend ShutOut(const Finding& finding) {
-  return [path = finding.object] { new SetAccess(path, ModeOf(path) & 07770); };
+  return [path = finding.object] { new SetAccess(path, ModeOf(path) & kMost); };
 }
 
 // Only the file's own group and mode: the folders above are somebody's choice.
@@ -32,7 +36,7 @@ Mend LetDovecotIn(const Finding& finding) {
     return {};
   }
   return [path = finding.object, gid = dovecot->gr_gid] {
-    new SetAccess(path, 0640, SetAccess::kSame, gid);
+    new SetAccess(path, kMost, SetAccess::kSame, gid);
   };
 }
 

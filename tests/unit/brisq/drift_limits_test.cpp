@@ -1,5 +1,6 @@
 // What checks must not touch and must not tell, by the built program.
 
+#include <grp.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -50,6 +51,32 @@ TEST_F(DriftLimitsTest, NothingBesideTheDatabaseIsTakenForTheInstances) {
   EXPECT_EQ("", Expect(0, "check --fix").out);
   EXPECT_EQ(0755u, Mode("mail of others"));
   EXPECT_EQ(0644u, Mode("brisq.toml"));
+}
+
+// Its group is there to read it.
+TEST_F(DriftLimitsTest, ThePasswdFileThatWasOpenedGetsTheModeOfAFreshOne) {
+  if (::getgrnam("dovecot") == nullptr) GTEST_SKIP() << "no group dovecot here";
+  AddDomain();
+  AddMailbox("al@example.org");
+  EXPECT_EQ(0640u, Mode("passwd"));
+  struct Case {
+    const char* name;
+    mode_t opened;
+    mode_t mended;
+  };
+  const Case cases[] = {
+      {"open to all", 0666, 0640},
+      {"open to all, as a program", 0777, 0640},
+      {"for all to read, for the group to write", 0664, 0640},
+      {"open to others, closed to the group of Dovecot", 0604, 0640},
+      {"read-only for its owner", 0446, 0440},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Chmod("passwd", c.opened);
+    Expect(0, "check --fix --only passwd");
+    EXPECT_EQ(c.mended, Mode("passwd"));
+  }
 }
 
 TEST_F(DriftLimitsTest, ADatabaseOfAnotherIsFoundWhereverItLies) {
