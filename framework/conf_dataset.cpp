@@ -160,14 +160,20 @@ std::string ConfDataSet::NewField(const std::string& name, const std::string& va
   return text;
 }
 
-void ConfDataSet::AppendField(std::string& line, const dd::Field& field, const std::string& value) {
-  if (!is_plain_) {
-    line += NewField(field.Name(), value);
+void ConfDataSet::CheckPlain(std::string_view line, Columns& columns) {
+  if (line.empty()) return;
+  const mgr_token::Params& params = *getParams();
+  const auto last = FindColumn(columns, Fields().size());
+  // The last column may hold separators.
+  const std::string_view checked = line.substr(0, line.size() - last->second.size());
+  if (conf_line::CountColumns(checked, params.separator) == Fields().size() &&
+      !conf_line::HasSpecial(line, '\n') && params.comment.find(line[0]) == std::string::npos) {
     return;
   }
-  GetCache().CheckValue(field.Column(), field.Name(), value);
-  if (field.Column() > 1) line += getParams()->separator;
-  line += value;
+  for (const dd::Field* field : Fields()) {
+    GetCache().CheckValue(field->Column(), field->Name(),
+                          FindColumn(columns, field->Column())->second);
+  }
 }
 
 std::string ConfDataSet::NewRecordTemplate() {
@@ -203,6 +209,7 @@ std::string UnixDataSet::NewRecord(Columns& columns) {
                                                  [](std::size_t sum, const auto& column) {
                                                    return sum + column.second.size();
                                                  }));
+  const char separator = getParams()->separator;
   auto value = columns.begin();
   for (const dd::Field* field : Fields()) {
     // The one that follows, as a rule.
@@ -212,9 +219,15 @@ std::string UnixDataSet::NewRecord(Columns& columns) {
     if (value == columns.end()) {
       value = AddColumn(columns, columns.end(), field->Column(), DummyString());
     }
-    AppendField(line, *field, value->second);
+    if (!is_plain_) {
+      line += NewField(field->Name(), value->second);
+    } else {
+      if (field->Column() > 1) line += separator;
+      line += value->second;
+    }
     ++value;
   }
+  if (is_plain_) CheckPlain(line, columns);
   return line;
 }
 

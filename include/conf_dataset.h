@@ -121,7 +121,8 @@ class BRISQ_API ConfDataSet : public virtual dd::Record {
   void Attach(std::unique_ptr<ConfView> view);
   ConfView& View() const;
   unsigned long ColumnOf(const std::string& name) const;
-  void AppendField(std::string& line, const dd::Field& field, const std::string& value);
+  // Checks all values of a line that consists of nothing but them and separators at once.
+  void CheckPlain(std::string_view line, Columns& columns);
   [[noreturn]] void RefuseNoFile() const;
   [[noreturn]] void RefuseNoName() const;
 
@@ -131,13 +132,14 @@ class BRISQ_API ConfDataSet : public virtual dd::Record {
 };
 
 /// True for a class of datasets that overrides nothing of what makes a part of a line of a value:
-/// then the parts need not be made one by one as texts of their own.
+/// then the parts need not be made, and checked, one by one as texts of their own.
 template <class T>
 concept ConfPlainDataSet =
     std::is_same_v<decltype(&T::NewField), decltype(&ConfDataSet::NewField)> &&
     std::is_same_v<decltype(&T::FieldValue), decltype(&ConfDataSet::FieldValue)> &&
     std::is_same_v<decltype(&T::FieldPrefix), decltype(&ConfDataSet::FieldPrefix)> &&
-    std::is_same_v<decltype(&T::FieldSuffix), decltype(&ConfDataSet::FieldSuffix)>;
+    std::is_same_v<decltype(&T::FieldSuffix), decltype(&ConfDataSet::FieldSuffix)> &&
+    std::is_same_v<decltype(&T::getParams), decltype(&ConfDataSet::getParams)>;
 
 /// A dataset that stands for a whole file, as the cache's factories make it.
 class BRISQ_API HeadDataSet : public virtual ConfDataSet {

@@ -526,6 +526,8 @@ TEST_F(ConfDataSetTest, ALineIsNeverMadeOfValuesThatItCannotHold) {
   } cases[] = {
       {"line break", 2, "p\nroot:x", "value: passwd: line break not allowed"},
       {"carriage return", 9, "m\r", "value: maildir: line break not allowed"},
+      {"line break beside separators", 9, "m:x\nroot:x", "value: maildir: line break not allowed"},
+      {"separator before the last column", 8, ":", "value: flags: must not contain ':'"},
       {"NUL", 6, std::string("/\0", 2), "value: home: NUL not allowed"},
       {"separator", 1, "a:b", "value: name: must not contain ':'"},
       {"separator in a long value", 2, std::string(60, 'p') + ":",
