@@ -25,8 +25,9 @@ void BindOperand(Bound& bound, const Operand& operand) {
   CLI::Option* option =
       bound.app->add_option(operand.name, bound.values[operand.name], operand.help);
   option->required(operand.required)->type_name("");
-  option->expected(operand.required ? 1 : 0,
-                   operand.many ? CLI::detail::expected_max_vector_size : 1);
+  option->expected(1, operand.many ? CLI::detail::expected_max_vector_size : 1);
+  // Else it takes what is meant for the next operand, and has one too many then.
+  option->allow_extra_args(operand.many);
 }
 
 void BindOption(Bound& bound, const Option& option) {

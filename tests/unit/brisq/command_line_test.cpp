@@ -160,6 +160,53 @@ TEST_F(CommandLineTest, AnOperandMayBeginWithADashBehindTwoDashes) {
   EXPECT_EQ("-x", line->arguments.Text("NAME"));
 }
 
+TEST_F(CommandLineTest, EachOperandTakesItsOwnWords) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> words;
+    std::vector<std::string> first;
+    std::vector<std::string> second;
+  };
+  const Case cases[] = {
+      {"the one that must be", {"action", "run", "a.b"}, {"a.b"}, {}},
+      {"and one that may be", {"action", "run", "a.b", "x=1&y=2"}, {"a.b"}, {"x=1&y=2"}},
+      {"an option between them", {"action", "run", "a.b", "--dry-run", "x"}, {"a.b"}, {"x"}},
+      {"dashes in front", {"action", "run", "--", "a.b", "--x"}, {"a.b"}, {"--x"}},
+      {"an empty one", {"action", "run", "a.b", ""}, {"a.b"}, {""}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto line = Parse(c.words);
+    ASSERT_TRUE(line);
+    EXPECT_EQ(c.first, line->arguments.List("NAME"));
+    EXPECT_EQ(c.second, line->arguments.List("PARAMS"));
+  }
+}
+
+// What every command declares is what it takes.
+TEST_F(CommandLineTest, EveryCommandTakesItsOperandsAndNoMore) {
+  for (const Command& command : Commands()) {
+    SCOPED_TRACE(command.noun + " " + command.verb);
+    std::vector<std::string> words = {command.noun};
+    if (!command.verb.empty()) words.push_back(command.verb);
+    if (!command.one_of.empty()) words.push_back(command.one_of.front());
+    for (const Option& option : command.options)
+      if (option.required) words.insert(words.end(), {option.name, "value"});
+    bool many = false;
+    for (const Operand& operand : command.operands) {
+      words.push_back("of-" + operand.name);
+      many = many || operand.many;
+    }
+    const auto line = Parse(words);
+    ASSERT_TRUE(line);
+    for (const Operand& operand : command.operands)
+      EXPECT_EQ(std::vector<std::string>{"of-" + operand.name}, line->arguments.List(operand.name));
+    words.push_back("more");
+    EXPECT_EQ(many ? "accepted" : "usage: \"more\" is not known here; see brisq --help",
+              std::string(ErrorOf(words).what()));
+  }
+}
+
 TEST_F(CommandLineTest, AnEmptyValueIsOneAndNotTheNextWord) {
   const auto line = Parse({"mailbox", "set", "--quota=", "a@b.org"});
   ASSERT_TRUE(line);

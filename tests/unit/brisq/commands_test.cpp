@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "tests/support/places.h"
 #include "tests/unit/brisq/program_fixture.h"
@@ -347,6 +348,26 @@ TEST_F(CommandsTest, ActionsAreListedAndRun) {
   EXPECT_EQ("0xe0000000", actions[0]["access"]);
   EXPECT_EQ(0, Run("action run dovecot.certs.check").status);
   EXPECT_EQ(4, Run("action run nonsense").status);
+}
+
+// Each of them answers differently with them than without.
+TEST_F(CommandsTest, ActionsGetTheirParameters) {
+  dir_.Write("brisq.toml", std::regex_replace(dir_.Read("brisq.toml"), std::regex("\"true\""),
+                                              "\"touch '" + (dir_ / "restarted") + "'\""));
+  EXPECT_EQ(0, Run("action run dovecot.reload").status);
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "restarted"));
+  EXPECT_EQ(0, Run("action run dovecot.reload hard=on").status);
+  EXPECT_TRUE(std::filesystem::exists(dir_ / "restarted"));
+
+  EXPECT_EQ("brisq: invalid-input: domain: must not be empty\n",
+            Run("action run panel.tls.prune").err);
+  EXPECT_EQ("brisq: invalid-input: domain: '/' not allowed\n",
+            Run("action run panel.tls.prune domain=../x").err);
+  const std::string snippet = dir_ / "certs/example.org.conf";
+  dir_.Write("certs/example.org.conf",
+             "local_name example.org {\n\tssl_cert = </gone\n\tssl_key = </gone\n}\n");
+  EXPECT_EQ(0, Run("action run panel.tls.prune 'domain=example.org&x=1'").status);
+  EXPECT_FALSE(std::filesystem::exists(snippet));
 }
 
 TEST_F(CommandsTest, ACertificateIsSetCheckedAndUnset) {
