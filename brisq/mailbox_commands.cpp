@@ -33,11 +33,16 @@ const std::string* TakeInEarly(Call& call) {
   return call.password->IfAny();
 }
 
+std::optional<std::string> Given(const Call& call, const std::string& option) {
+  if (!call.arguments.Has(option)) return std::nullopt;
+  return call.arguments.Text(option);
+}
+
 brisq_panel::NewMailbox Wished(const Call& call, const std::string& password) {
   return {.address = call.arguments.Text("ADDRESS"),
           .password = password,
-          .quota = call.arguments.Text("--quota"),
-          .home = call.arguments.Text("--home")};
+          .quota = Given(call, "--quota"),
+          .home = Given(call, "--home")};
 }
 
 void BeginToAdd(Call& call) {
@@ -101,11 +106,6 @@ void List(Call& call) {
 
 void Show(Call& call) {
   call.output.Show(RecordOf(brisq_panel::ShowMailbox(call.arguments.Text("ADDRESS"))));
-}
-
-std::optional<std::string> Given(const Call& call, const std::string& option) {
-  if (!call.arguments.Has(option)) return std::nullopt;
-  return call.arguments.Text(option);
 }
 
 void Set(Call& call) {

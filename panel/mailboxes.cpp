@@ -52,8 +52,9 @@ struct Plan {
   std::string quota;
 };
 
-std::string Home(const std::string& wish, const Address& address, const std::string& owner_home) {
-  std::string home = CheckHome(wish.empty() ? DefaultHome(owner_home, address) : wish);
+std::string Home(const std::optional<std::string>& wish, const Address& address,
+                 const std::string& owner_home) {
+  std::string home = CheckHome(wish ? *wish : DefaultHome(owner_home, address));
   CheckHomeBelow(home, owner_home);
   return home;
 }
@@ -62,16 +63,16 @@ std::string Home(const std::string& wish, const Address& address, const std::str
 Plan CheckValues(const NewMailbox& mailbox) {
   Plan plan;
   plan.address = ParseAddress(mailbox.address);
-  plan.quota = QuotaText(ParseQuota(mailbox.quota));
+  plan.quota = QuotaText(mailbox.quota ? ParseQuota(*mailbox.quota) : 0);
   CheckPassword(mailbox.password, mgr_cf::GetParam("DovecotPwScheme"));
-  if (!mailbox.home.empty()) {
-    CheckHome(mailbox.home);
+  if (mailbox.home) {
+    CheckHome(*mailbox.home);
   }
   return plan;
 }
 
 // The rest, with the database's write lock: a domain may have changed until then.
-void FindPlace(Plan& plan, const std::string& home) {
+void FindPlace(Plan& plan, const std::optional<std::string>& home) {
   plan.domain = FindDomain(plan.address.domain);
   RequireSwitchedOn(*plan.domain);
   plan.owner = Table<brisq_db::User>();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,8 @@ struct BRISQ_API MailboxInfo {
 struct BRISQ_API NewMailbox {
   std::string address;
   std::string password;
-  std::string quota;  ///< as for ParseQuota
-  std::string home;   ///< empty: OWNERHOME/mail/DOMAIN/LOCALPART
+  std::optional<std::string> quota = {};  ///< as for ParseQuota; not given: no limit
+  std::optional<std::string> home = {};   ///< not given: OWNERHOME/mail/DOMAIN/LOCALPART
 };
 
 /// Adds an active mailbox, owned by its domain's owner: the row, the mail back-end's part, and the

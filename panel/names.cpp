@@ -206,16 +206,20 @@ void CheckHomeBelow(const std::string& home, const std::string& owner_home) {
 
 int ParseQuota(const std::string& text) {
   const std::string object = "quota";
+  if (text == "none") {
+    return 0;
+  }
   RefuseControl(object, text);
+  RefuseEmpty(object, text);
   std::string digits = text;
   long long unit = 1;
-  if (!digits.empty() && (digits.back() == 'M' || digits.back() == 'G')) {
+  if (digits.back() == 'M' || digits.back() == 'G') {
     unit = digits.back() == 'G' ? 1024 : 1;
     digits.pop_back();
     RefuseEmpty(object, digits);
   }
   if (!std::all_of(digits.begin(), digits.end(), IsDigit)) {
-    throw Refused(object, "must be a whole number of megabytes, like 500, 500M or 2G");
+    throw Refused(object, "must be a whole number of megabytes, like 500, 500M or 2G, or none");
   }
   const std::size_t significant =
       digits.size() - std::min(digits.find_first_not_of('0'), digits.size());

@@ -43,8 +43,8 @@ BRISQ_API std::string CheckHome(const std::string& text);
 /// "home".
 BRISQ_API void CheckHomeBelow(const std::string& home, const std::string& owner_home);
 
-/// Megabytes of a size: a whole number alone or with "M" (megabytes) or "G" (1024 megabytes); 0 for
-/// an empty text or zero, which is no limit; at most 1073741824 (one pebibyte). Object "quota".
+/// Megabytes of a size: a whole number alone or with "M" (megabytes) or "G" (1024 megabytes), at
+/// most 1073741824 (one pebibyte). No limit is 0, for zero and for "none". Object "quota".
 BRISQ_API int ParseQuota(const std::string& text);
 
 /// A quota's text in the table: decimal megabytes, empty for no limit.

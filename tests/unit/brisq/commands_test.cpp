@@ -92,6 +92,27 @@ TEST_F(CommandsTest, AMailboxIsChanged) {
   EXPECT_EQ(10, Run("mailbox set bob@example.org --active maybe").status);
 }
 
+TEST_F(CommandsTest, NoLimitIsWrittenAsNoneOrZero) {
+  AddDomain();
+  EXPECT_EQ(0, Run("mailbox add al@example.org --generate --quota none").status);
+  EXPECT_EQ(0, Data("mailbox show al@example.org")[0]["quota_mb"]);
+  for (const char* none : {"none", "0"}) {
+    SCOPED_TRACE(none);
+    EXPECT_EQ(0, Run("mailbox set al@example.org --quota 5").status);
+    EXPECT_EQ(0, Run("mailbox set al@example.org --quota " + std::string(none)).status);
+    EXPECT_EQ(0, Data("mailbox show al@example.org")[0]["quota_mb"]);
+    EXPECT_THAT(dir_.Read("passwd"), HasSubstr("bytes=0M"));
+  }
+  EXPECT_EQ(0, Run("mailbox set al@example.org --quota 5").status);
+  for (const char* words : {"set al@example.org", "add bo@example.org --generate"}) {
+    const Ran ran = Run("mailbox " + std::string(words) + " --quota ''");
+    EXPECT_EQ(10, ran.status);
+    EXPECT_EQ("brisq: invalid-input: quota: must not be empty\n", ran.err);
+  }
+  EXPECT_EQ(5, Data("mailbox list")[0]["quota_mb"]);
+  EXPECT_EQ(1u, Data("mailbox list").size());
+}
+
 TEST_F(CommandsTest, APasswordIsChanged) {
   AddDomain();
   AddMailbox("bob@example.org");

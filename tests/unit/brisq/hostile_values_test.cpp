@@ -51,7 +51,7 @@ const Texts kLocalSet = {"only letters, digits, '.', '-' and '_' allowed", kFirs
 const Texts kOwnerSet = {"only lower-case letters, digits, '-' and '_' allowed", kFirstOfOwner};
 const Texts kId = {"must be 1 to 2147483647", "0 not allowed"};
 const Texts kOnOff = {"must be on or off"};
-const Texts kNumber = {"must be a whole number of megabytes, like 500, 500M or 2G"};
+const Texts kNumber = {"must be a whole number of megabytes, like 500, 500M or 2G, or none"};
 const std::string kNoDomain = "not a valid domain name (";
 const Texts kDomainSet = {kNoDomain,
                           kFirst,
@@ -221,8 +221,9 @@ const std::vector<Whole> kWholes = {
     {"owner name", {"-x", "--uid", "0", "Root", "1000", "."}, {kFirstOfOwner}},
     {"owner name", {"rOOT", "a.b", "a$", "a b"}, {kOwnerSet[0]}},
     {"quota",
-     {"-1",  "1.5", "1e3", "1e9", "0x10", "0b1", "MB",  "1MB", "M1", "500Mb",
-      "1GG", "M",   "G",   "1T",  "1K",   "5MM", "NaN", "inf", "--", "1 M"},
+     {"-1",    "1.5", "1e3", "1e9",  "0x10", "0b1",   "MB",    "1MB", "M1",
+      "500Mb", "1GG", "M",   "G",    "1T",   "1K",    "5MM",   "NaN", "inf",
+      "--",    "1 M", "",    "None", "NONE", "none0", "noneM", "no"},
      {kNumber[0], "must not be empty"}},
     {"quota",
      {"1073741825", "99999999999", "18446744073709551616", "18446744073709551617", "1048577G",

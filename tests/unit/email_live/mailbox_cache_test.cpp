@@ -83,7 +83,7 @@ class LiveRefresh : public live::LiveTest {
 
   void AddMailboxes() {
     for (const std::string name : {"ann", "bob", "cy", "dee", "gone"}) {
-      brisq_panel::AddMailbox({name + "@x.org", "secret", "", ""});
+      brisq_panel::AddMailbox({name + "@x.org", "secret"});
     }
   }
 
@@ -210,7 +210,7 @@ TEST_F(LiveRefreshFault, EachKeepsWhatWasDoneBeforeAndTheNextRefreshWalksAgain) 
     SCOPED_TRACE(fault.name);
     Sql("UPDATE mailboxes SET used = 0, tag = 0");
     Sql("DELETE FROM panel_state WHERE name = 'password-run-ms'");
-    if (Rows() == "ann bob cy dee") brisq_panel::AddMailbox({"gone@x.org", "secret", "", ""});
+    if (Rows() == "ann bob cy dee") brisq_panel::AddMailbox({"gone@x.org", "secret"});
     SetByHand();
     auto* const mailboxes = brisq_db::GetCache().Get<brisq_db::EmailTable>().get();
     auto* const domains = brisq_db::GetCache().Get<brisq_db::EmailDomainTable>().get();
@@ -248,7 +248,7 @@ TEST_F(LiveRefresh, TagsOfBothSignsSweepAndKeepTheRightRows) {
   bool positive = false;
   for (int walk = 0; walk < 64 && !(negative && positive); ++walk) {
     if (Rows() == "ann bob cy dee") {
-      brisq_panel::AddMailbox({"gone@x.org", "secret", "", ""});
+      brisq_panel::AddMailbox({"gone@x.org", "secret"});
       SetByHand();
     }
     ASSERT_THAT(brisq_panel::Refresh(false).swept, ElementsAre("gone@x.org"));

@@ -127,7 +127,7 @@ TEST_P(AddMailbox, MakesRowLineAndMaildir) {
   EXPECT_IN_OWN_PROCESS({
     Start(GetParam());
     AddDomain();
-    brisq_panel::AddMailbox({"joe@x.org", "s3cret", "500", ""});
+    brisq_panel::AddMailbox({"joe@x.org", "s3cret", "500"});
     EXPECT_EQ(Line("joe", "{CRAM-MD5}hash", MailHome("joe"), "500"), File());
     EXPECT_EQ("s3cret\ns3cret\n", doveadm_.Input());
     EXPECT_EQ("[pw][-s][CRAM-MD5][-u][joe@x.org]", doveadm_.Arguments());
@@ -146,11 +146,11 @@ TEST_P(AddMailbox, LeavesNothingWhenHashingFails) {
   EXPECT_IN_OWN_PROCESS({
     Start(GetParam());
     AddDomain();
-    brisq_panel::AddMailbox({"joe@x.org", "s3cret", "500", ""});
+    brisq_panel::AddMailbox({"joe@x.org", "s3cret", "500"});
     const std::string before = File();
     doveadm_.Answers("", 75, "no such scheme\n");
     try {
-      brisq_panel::AddMailbox({"ann@x.org", "s3cret", "500", ""});
+      brisq_panel::AddMailbox({"ann@x.org", "s3cret", "500"});
       ADD_FAILURE() << "added";
     } catch (const mgr_err::Error& error) {
       EXPECT_EQ("email", error.type());
@@ -172,8 +172,8 @@ class Refresh : public LoadedPlugin {
 
   void AddTwo() const {
     AddDomain();
-    brisq_panel::AddMailbox({"ann@x.org", "pa", "", ""});
-    brisq_panel::AddMailbox({"joe@x.org", "pj", "", ""});
+    brisq_panel::AddMailbox({"ann@x.org", "pa"});
+    brisq_panel::AddMailbox({"joe@x.org", "pj"});
   }
 };
 

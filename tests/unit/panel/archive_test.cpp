@@ -17,7 +17,7 @@ class Archive : public panel_test::PanelTest {
   Archive() {
     AddBobsDomain();
     email::RegisterPop3(&mail_);
-    brisq_panel::AddMailbox({"alice@example.org", "secret", "500", ""});
+    brisq_panel::AddMailbox({"alice@example.org", "secret", "500"});
   }
 };
 

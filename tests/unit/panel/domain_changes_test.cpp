@@ -26,7 +26,7 @@ class DomainChanges : public panel_test::FilePanelTest {
 };
 
 TEST_F(DomainChanges, SwitchingADomainSwitchesItsMailboxes) {
-  brisq_panel::AddMailbox({"kept@other.org", "secret", "", ""});
+  brisq_panel::AddMailbox({"kept@other.org", "secret"});
   const std::string before = LineOf("alice@example.org");
   EXPECT_FALSE(SetDomain("EXAMPLE.org", {.active = false}).active);
   EXPECT_EQ("off off on", Column("SELECT active FROM mailboxes ORDER BY name"));

@@ -52,8 +52,8 @@ TEST_F(Domains, MailboxesAreCountedByDomain) {
   email::RegisterPop3(&mail_);
   AddBobsDomain();
   AddDomain("other.org", "bob");
-  brisq_panel::AddMailbox({"a@example.org", "secret", "", ""});
-  brisq_panel::AddMailbox({"b@example.org", "secret", "", ""});
+  brisq_panel::AddMailbox({"a@example.org", "secret"});
+  brisq_panel::AddMailbox({"b@example.org", "secret"});
   EXPECT_EQ(2, brisq_panel::ShowDomain("example.org").mailboxes);
   EXPECT_EQ(0, brisq_panel::ShowDomain("other.org").mailboxes);
 }

@@ -15,7 +15,7 @@ class EmailModule : public panel_test::PanelTest {
   EmailModule() {
     AddBobsDomain();
     email::RegisterPop3(&mail_);
-    brisq_panel::AddMailbox({"alice@example.org", "secret", "", ""});
+    brisq_panel::AddMailbox({"alice@example.org", "secret"});
   }
   bool Find(const std::string& name) { return email::FindByEmailName(name, email_, domain_); }
 

@@ -87,7 +87,7 @@ TEST_F(FiguresGuard, FiguresComeBackForTheMailboxesThatAreStillThere) {
   AddBobsDomain();
   email::RegisterPop3(&mail_);
   for (const char* address : {"a@example.org", "b@example.org", "c@example.org"}) {
-    brisq_panel::AddMailbox({address, "secret", "", ""});
+    brisq_panel::AddMailbox({address, "secret"});
   }
   mgr_db::ThreadConnection()->Change("UPDATE mailboxes SET used = id * 10");
   const MailboxSnapshot before = brisq_panel::TakeMailboxSnapshot();

@@ -86,7 +86,7 @@ class HashAhead : public panel_test::PanelTest {
 
 TEST_F(HashAhead, TheBackendTakesItOverSoThatTheToolRunsOnceARequest) {
   doveadm_.Answers("{CRAM-MD5}one\n");
-  AddMailbox({"ALICE@example.org", "secret", "", ""});
+  AddMailbox({"ALICE@example.org", "secret"});
   EXPECT_EQ("{CRAM-MD5}one\n", hash_);
   EXPECT_EQ("secret\nsecret\n", doveadm_.Input());
   EXPECT_EQ("[pw][-s][CRAM-MD5][-u][alice@example.org]", doveadm_.Arguments());
@@ -103,7 +103,7 @@ TEST_F(HashAhead, TheWishedSchemeIsTheLikelyOne) {
   mgr_cf::SetParam("DovecotPwScheme", "SHA512-CRYPT");
   scheme_ = "SHA512-CRYPT";
   doveadm_.Answers("{SHA512-CRYPT}x\n");
-  AddMailbox({kAlice, "secret", "", ""});
+  AddMailbox({kAlice, "secret"});
   EXPECT_EQ(1, doveadm_.Calls());
   EXPECT_EQ("{SHA512-CRYPT}x\n", hash_);
 }
@@ -119,7 +119,7 @@ TEST_F(HashAhead, AWrongGuessIsLeftAndTheToolRunsAsAsked) {
     begun = Begins();
     Hash();
   };
-  AddMailbox({kAlice, "secret", "", ""});
+  AddMailbox({kAlice, "secret"});
   EXPECT_TRUE(begun) << "it was no guess";
   EXPECT_EQ("{CRAM-MD5}right\n", hash_);
   EXPECT_EQ(0, status_);
@@ -127,7 +127,7 @@ TEST_F(HashAhead, AWrongGuessIsLeftAndTheToolRunsAsAsked) {
 
 TEST_F(HashAhead, AFailureOfTheToolIsToldAsEver) {
   doveadm_.Answers("", 75, "Fatal: no luck with secret\n");
-  AddMailbox({kAlice, "secret", "", ""});
+  AddMailbox({kAlice, "secret"});
   EXPECT_EQ(75, status_);
   EXPECT_EQ("Fatal: no luck with ***\n", hash_);
   EXPECT_EQ(1, doveadm_.Calls());
@@ -139,15 +139,15 @@ TEST_F(HashAhead, ItRunsWhileAnotherRequestHoldsTheDatabase) {
   std::jthread adding;
   bool begun = false;
   brisq_panel::DoRequest("domain set", [&](Request&) {
-    adding = std::jthread([&] { AddMailbox({kAlice, "secret", "", ""}); });
+    adding = std::jthread([&] { AddMailbox({kAlice, "secret"}); });
     begun = Begins();
   });
   EXPECT_TRUE(begun);
 }
 
 TEST_F(HashAhead, NothingIsBegunForWhatWillAskForNone) {
-  AddMailbox({kAlice, "secret", "", ""});
-  AddMailbox({"off@example.org", "secret", "", ""});
+  AddMailbox({kAlice, "secret"});
+  AddMailbox({"off@example.org", "secret"});
   brisq_panel::SetMailboxes({"off@example.org"}, {.active = false});
   brisq_panel::AddDomain("off.org", "bob");
   brisq_panel::DoRequest("domain set", [](Request&) {
@@ -198,12 +198,10 @@ TEST_F(HashAhead, ARefusedRequestLeavesNothingRunning) {
   UseOneThatHangs();
   calls_.failing = "mail.Create";
   calls_.effects["mail.Create"] = [this] { EXPECT_TRUE(Begins()); };
-  EXPECT_EQ("email: doveadm: stand-in failed", TextOf([&] {
-              AddMailbox({kAlice, "secret", "", ""});
-            }));
+  EXPECT_EQ("email: doveadm: stand-in failed", TextOf([&] { AddMailbox({kAlice, "secret"}); }));
   EXPECT_TRUE(NoChildIsLeft());
   EXPECT_EQ("value: home: must lie below its owner's home", TextOf([&] {
-              AddMailbox({kAlice, "secret", "", "/elsewhere"});
+              AddMailbox({kAlice, "secret", {}, "/elsewhere"});
             }));
   EXPECT_TRUE(NoChildIsLeft());
 }
@@ -227,16 +225,16 @@ TEST_F(HashAhead, CtrlCWaitsUntilTheToolHasEnded) {
 
 TEST_F(HashAhead, NothingIsBegunForAMailboxWithAWrongValue) {
   UseOneThatHangs();
-  EXPECT_EQ(nullptr, brisq_panel::BeginToAdd({kAlice, "secret", "much", ""}));
-  EXPECT_EQ(nullptr, brisq_panel::BeginToAdd({kAlice, "secret", "", "here"}));
-  EXPECT_NE(nullptr, brisq_panel::BeginToAdd({kAlice, "secret", "5", ""}));
+  EXPECT_EQ(nullptr, brisq_panel::BeginToAdd({kAlice, "secret", "much"}));
+  EXPECT_EQ(nullptr, brisq_panel::BeginToAdd({kAlice, "secret", {}, "here"}));
+  EXPECT_NE(nullptr, brisq_panel::BeginToAdd({kAlice, "secret", "5"}));
 }
 
 TEST_F(HashAhead, WhatWasBegunBeforeTheRequestIsNotBegunAgain) {
   doveadm_.Answers("{CRAM-MD5}one\n");
   const auto ahead = BeginHash(kAlice, "secret", HashFor::kNewMailbox);
   ASSERT_NE(nullptr, ahead);
-  AddMailbox({kAlice, "secret", "", ""});
+  AddMailbox({kAlice, "secret"});
   EXPECT_EQ("{CRAM-MD5}one\n", hash_);
   EXPECT_EQ(1, doveadm_.Calls());
 }
@@ -250,7 +248,7 @@ TEST_F(HashAhead, AToolThatGoesMissingInBetweenHasDoneItsWork) {
     }
     std::filesystem::remove(doveadm_.path());
   };
-  AddMailbox({kAlice, "secret", "", ""});
+  AddMailbox({kAlice, "secret"});
   EXPECT_EQ("{CRAM-MD5}one\n", hash_);
   password_ = "other";
   SetPassword(kAlice, "other");

@@ -71,7 +71,7 @@ TEST_F(HomesTest, AMailboxsOwnHomeDoesNotCount) {
 TEST_F(HomesTest, AddingChangingAndRestoringKeepHomesApart) {
   const std::string inside = AlsHome() + "/x";
   EXPECT_EQ("value: home: lies in the home of al@example.org", TextOf([&] {
-              AddMailbox({"bo@example.org", "secret", "", inside});
+              AddMailbox({"bo@example.org", "secret", {}, inside});
             }));
   Add("bo");
   EXPECT_EQ("value: home: is already that of al@example.org",

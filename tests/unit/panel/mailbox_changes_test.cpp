@@ -81,7 +81,7 @@ TEST_F(MailboxChanges, ValuesAreCheckedBeforeAnythingIsTouched) {
       {"quota",
        {kAlice},
        {.quota = "5T"},
-       "value: quota: must be a whole number of megabytes, like 500, 500M or 2G"},
+       "value: quota: must be a whole number of megabytes, like 500, 500M or 2G, or none"},
       {"home", {kAlice}, {.home = "x"}, "value: home: must be an absolute path"},
       {"home elsewhere",
        {kAlice},

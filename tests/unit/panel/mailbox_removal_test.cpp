@@ -141,7 +141,7 @@ TEST_P(MailboxRemoval, NoneComesBackToBeServedInADomainThatIsSwitchedOff) {
 
 TEST_P(MailboxRemoval, TheLatestOfSeveralComesBack) {
   DeleteMailboxes({kAlice});
-  brisq_panel::AddMailbox({kAlice, "second", "8", ""});
+  brisq_panel::AddMailbox({kAlice, "second", "8"});
   DeleteMailboxes({kAlice});
   EXPECT_EQ(8, RestoreMailbox(kAlice).mailbox.quota_mb);
   EXPECT_EQ(1u, ListArchived().size());

@@ -40,7 +40,7 @@ class Mailboxes : public panel_test::PanelTest {
 };
 
 TEST_F(Mailboxes, AnAddedMailboxIsShownAndListed) {
-  const auto added = AddMailbox({"Alice@EXAMPLE.org", "secret", "2G", ""});
+  const auto added = AddMailbox({"Alice@EXAMPLE.org", "secret", "2G"});
   EXPECT_EQ("alice@example.org", added.address);
   EXPECT_EQ("bob", added.owner);
   EXPECT_EQ(Home() + "/mail/example.org/alice", added.home);
@@ -54,7 +54,7 @@ TEST_F(Mailboxes, AnAddedMailboxIsShownAndListed) {
 TEST_F(Mailboxes, ListIsInOrderOfDomainAndLocalPart) {
   brisq_panel::AddDomain("a.org", "bob");
   for (const char* address : {"z@example.org", "b@example.org", "c@a.org"}) {
-    AddMailbox({address, "secret", "", ""});
+    AddMailbox({address, "secret"});
   }
   std::vector<std::string> addresses;
   for (const auto& mailbox : brisq_panel::ListMailboxes()) {
@@ -64,7 +64,7 @@ TEST_F(Mailboxes, ListIsInOrderOfDomainAndLocalPart) {
 }
 
 TEST_F(Mailboxes, WithoutAPasswordBackendTheMailBackendReadsThePassword) {
-  AddMailbox({"alice@example.org", "s3cret", "500", ""});
+  AddMailbox({"alice@example.org", "s3cret", "500"});
   EXPECT_THAT(calls_.made,
               ElementsAre("mail.Create alice@example.org uid=1001 gid=1001 home=" + Home() +
                           "/mail/example.org/alice quota=500 "
@@ -73,7 +73,7 @@ TEST_F(Mailboxes, WithoutAPasswordBackendTheMailBackendReadsThePassword) {
 
 TEST_F(Mailboxes, WithAPasswordBackendTheTableKeepsNoPassword) {
   UsePasswordBackend();
-  AddMailbox({"alice@example.org", "s3cret", "", ""});
+  AddMailbox({"alice@example.org", "s3cret"});
   EXPECT_THAT(calls_.made, ElementsAre("mail.Create alice@example.org uid=1001 gid=1001 home=" +
                                            Home() + "/mail/example.org/alice quota= password=",
                                        "passwords.Create alice@example.org s3cret"));
@@ -81,14 +81,14 @@ TEST_F(Mailboxes, WithAPasswordBackendTheTableKeepsNoPassword) {
 }
 
 TEST_F(Mailboxes, AKeptPasswordLiesSealed) {
-  AddMailbox({"alice@example.org", "canary-password", "", ""});
+  AddMailbox({"alice@example.org", "canary-password"});
   EXPECT_THAT(DatabaseBytes(), Not(HasSubstr("canary")));
   EXPECT_EQ("canary-password", mgr_seal::Open(Column("SELECT password FROM mailboxes")));
 }
 
 TEST_F(Mailboxes, APasswordIsInNoFileWhenABackendKeepsIt) {
   UsePasswordBackend();
-  AddMailbox({"alice@example.org", "canary-password", "", ""});
+  AddMailbox({"alice@example.org", "canary-password"});
   EXPECT_THAT(DatabaseBytes(), Not(HasSubstr("canary")));
   for (const auto& entry : std::filesystem::recursive_directory_iterator(log_.directory())) {
     if (entry.is_regular_file()) {
@@ -100,7 +100,7 @@ TEST_F(Mailboxes, APasswordIsInNoFileWhenABackendKeepsIt) {
 TEST_F(Mailboxes, TheRowIsThereWhenTheBackendIsCalled) {
   std::string seen;
   calls_.effects["mail.Create"] = [&] { seen = Column("SELECT name FROM mailboxes"); };
-  AddMailbox({"alice@example.org", "secret", "", ""});
+  AddMailbox({"alice@example.org", "secret"});
   EXPECT_EQ("alice", seen);
 }
 
@@ -114,7 +114,7 @@ TEST_F(Mailboxes, ALineAndItsPasswordReachTheFileTogether) {
     between = dir_.Read("passwd");
     brisq_panel::StoreHash("a@example.org", "{CRAM-MD5}0123");
   };
-  AddMailbox({"a@example.org", "secret", "", ""});
+  AddMailbox({"a@example.org", "secret"});
   EXPECT_EQ("a@example.org::1:1::/h:::\n", between);
   EXPECT_EQ("a@example.org:{CRAM-MD5}0123:1:1::/h:::\n", dir_.Read("passwd"));
 }
@@ -124,13 +124,13 @@ TEST_F(Mailboxes, AFailureAtAnyStepLeavesNothingAndReachesTheUser) {
   for (const std::string step : {"mail.Create", "passwords.Create"}) {
     SCOPED_TRACE(step);
     calls_.failing = step;
-    const auto error = ErrorOf([] { AddMailbox({"alice@example.org", "secret", "", ""}); });
+    const auto error = ErrorOf([] { AddMailbox({"alice@example.org", "secret"}); });
     EXPECT_STREQ("email: doveadm: stand-in failed", error.what());
     EXPECT_TRUE(error.report());
     ExpectNothing();
   }
   calls_.failing.clear();
-  AddMailbox({"alice@example.org", "secret", "", ""});
+  AddMailbox({"alice@example.org", "secret"});
 }
 
 TEST_F(Mailboxes, StepsOfTheBackendsAreTakenBackInReverse) {
@@ -144,7 +144,7 @@ TEST_F(Mailboxes, StepsOfTheBackendsAreTakenBackInReverse) {
   calls_.effects["mail.Create"] = undo("line");
   calls_.effects["passwords.Create"] = undo("hash");
   calls_.failing = "passwords.Create";
-  ErrorOf([] { AddMailbox({"alice@example.org", "secret", "", ""}); });
+  ErrorOf([] { AddMailbox({"alice@example.org", "secret"}); });
   EXPECT_THAT(undone, ElementsAre("hash", "line"));
 }
 
@@ -159,7 +159,7 @@ TEST_F(Mailboxes, AJobThatFailsAtCommitLeavesNothing) {
     new Failing;
   };
   EXPECT_EQ("file: /maildir: no space", TextOf([] {
-              AddMailbox({"alice@example.org", "secret", "", ""});
+              AddMailbox({"alice@example.org", "secret"});
             }));
   EXPECT_TRUE(undone);
   ExpectNothing();
@@ -171,7 +171,7 @@ TEST_F(Mailboxes, WhatCouldNotBeTakenBackIsSaid) {
         "the line of alice", [] { throw mgr_err::Error("file", "/passwd", "changed since"); });
   };
   calls_.failing = "mail.Create";
-  const auto error = ErrorOf([] { AddMailbox({"alice@example.org", "secret", "", ""}); });
+  const auto error = ErrorOf([] { AddMailbox({"alice@example.org", "secret"}); });
   EXPECT_EQ("email", error.type());
   EXPECT_THAT(error.value(), testing::AllOf(HasSubstr("stand-in failed"), HasSubstr("alice"),
                                             HasSubstr("changed since")));
@@ -180,10 +180,10 @@ TEST_F(Mailboxes, WhatCouldNotBeTakenBackIsSaid) {
 }
 
 TEST_F(Mailboxes, ATakenAddressIsRefusedBeforeAnyBackendIsAsked) {
-  AddMailbox({"alice@example.org", "secret", "", ""});
+  AddMailbox({"alice@example.org", "secret"});
   calls_.made.clear();
   EXPECT_EQ("exists: mailbox: alice@example.org", TextOf([] {
-              AddMailbox({"ALICE@Example.org", "other", "", ""});
+              AddMailbox({"ALICE@Example.org", "other"});
             }));
   EXPECT_THAT(calls_.made, IsEmpty());
   EXPECT_EQ(1u, brisq_panel::ListMailboxes().size());
@@ -192,7 +192,7 @@ TEST_F(Mailboxes, ATakenAddressIsRefusedBeforeAnyBackendIsAsked) {
 TEST_F(Mailboxes, ANameInTheServersOwnListIsTakenToo) {
   calls_.failing = "mail.Create";
   calls_.error = mgr_err::Error("exists", "name", "alice@example.org");
-  const auto error = ErrorOf([] { AddMailbox({"alice@example.org", "secret", "", ""}); });
+  const auto error = ErrorOf([] { AddMailbox({"alice@example.org", "secret"}); });
   EXPECT_EQ("exists", error.type());
   EXPECT_EQ("mailbox", error.object());
   EXPECT_THAT(error.value(), HasSubstr("alice@example.org stands in the mail server's list"));
@@ -204,7 +204,7 @@ TEST_F(Mailboxes, AHashThatDoesNotFitItsColumnIsTheToolsFault) {
   calls_.failing = "passwords.Create";
   calls_.error = mgr_err::Error("value", "passwd", "':' not allowed");
   EXPECT_EQ("email: doveadm: its answer can't stand in a line: ':' not allowed", TextOf([] {
-              AddMailbox({"alice@example.org", "se:cret", "", ""});
+              AddMailbox({"alice@example.org", "se:cret"});
             }));
   ExpectNothing();
 }
@@ -215,7 +215,7 @@ TEST_F(Mailboxes, ADomainThatIsSwitchedOffMeanwhileTakesNone) {
   std::jthread adding;
   brisq_panel::DoRequest("domain set", [&](Request&) {
     adding = std::jthread([&] {
-      refused = TextOf([] { AddMailbox({"alice@example.org", "secret", "", ""}); });
+      refused = TextOf([] { AddMailbox({"alice@example.org", "secret"}); });
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // until it waits, most likely
     const auto domain = brisq_panel::FindDomain("example.org");
@@ -231,7 +231,7 @@ TEST_F(Mailboxes, WithoutAMailBackendTheReasonIsSaid) {
   brisq_panel::ForgetBackends();
   brisq_panel::SetBackendProblem("the parameter POP3 is not set");
   EXPECT_EQ("plugin: mail back-end: the parameter POP3 is not set", TextOf([] {
-              AddMailbox({"alice@example.org", "secret", "", ""});
+              AddMailbox({"alice@example.org", "secret"});
             }));
   ExpectNothing();
 }
@@ -245,41 +245,41 @@ TEST_F(Mailboxes, NothingIsTouchedWhenAValueIsRefused) {
   const std::string home = Home();
   const Case cases[] = {
       {"line break in the name",
-       {"al\nice@example.org", "secret", "", ""},
+       {"al\nice@example.org", "secret"},
        "value: mailbox name: line break not allowed"},
       {"colon in the name",
-       {"al:ice@example.org", "secret", "", ""},
+       {"al:ice@example.org", "secret"},
        "value: mailbox name: ':' not allowed"},
-      {"no domain", {"alice", "secret", "", ""}, "value: address: must be LOCALPART@DOMAIN"},
-      {"bad domain", {"alice@example.org:x", "secret", "", ""}, "value: domain: ':' not allowed"},
-      {"empty password", {"alice@example.org", "", "", ""}, "value: password: must not be empty"},
+      {"no domain", {"alice", "secret"}, "value: address: must be LOCALPART@DOMAIN"},
+      {"bad domain", {"alice@example.org:x", "secret"}, "value: domain: ':' not allowed"},
+      {"empty password", {"alice@example.org", ""}, "value: password: must not be empty"},
       {"line break in the password",
-       {"alice@example.org", "a\nb", "", ""},
+       {"alice@example.org", "a\nb"},
        "value: password: line break not allowed"},
       {"NUL in the password",
-       {"alice@example.org", std::string("abc\0def", 7), "", ""},
+       {"alice@example.org", std::string("abc\0def", 7)},
        "value: password: NUL not allowed"},
       {"quota",
-       {"alice@example.org", "secret", "5 nopassword", ""},
-       "value: quota: must be a whole number of megabytes, like 500, 500M or 2G"},
+       {"alice@example.org", "secret", "5 nopassword"},
+       "value: quota: must be a whole number of megabytes, like 500, 500M or 2G, or none"},
+      {"empty quota", {"alice@example.org", "secret", ""}, "value: quota: must not be empty"},
+      {"empty home", {"alice@example.org", "secret", {}, ""}, "value: home: must not be empty"},
       {"home of somebody else",
-       {"alice@example.org", "secret", "", "/etc/mail"},
+       {"alice@example.org", "secret", {}, "/etc/mail"},
        "value: home: must lie below its owner's home"},
       {"owner's own home",
-       {"alice@example.org", "secret", "", home},
+       {"alice@example.org", "secret", {}, home},
        "value: home: must lie below its owner's home"},
       {"home with a way out",
-       {"alice@example.org", "secret", "", home + "/../x"},
+       {"alice@example.org", "secret", {}, home + "/../x"},
        "value: home: must have no '.', '..', doubled or closing '/' in it"},
       {"home that Dovecot expands",
-       {"alice@example.org", "secret", "", home + "/%u"},
+       {"alice@example.org", "secret", {}, home + "/%u"},
        "value: home: '%' not allowed"},
       {"bad home of a domain that is missing",
-       {"alice@missing.org", "secret", "", "relative"},
+       {"alice@missing.org", "secret", {}, "relative"},
        "value: home: must be an absolute path"},
-      {"domain that is missing",
-       {"alice@missing.org", "secret", "", ""},
-       "missed: domain: missing.org"},
+      {"domain that is missing", {"alice@missing.org", "secret"}, "missed: domain: missing.org"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -292,10 +292,10 @@ TEST_F(Mailboxes, NothingIsTouchedWhenAValueIsRefused) {
 TEST_F(Mailboxes, ThePasswordsLimitIsThatOfTheConfiguredScheme) {
   mgr_cf::SetParam("DovecotPwScheme", "BLF-CRYPT");
   EXPECT_EQ("value: password: too long (max 72 bytes)", TextOf([] {
-              AddMailbox({"alice@example.org", std::string(73, 'x'), "", ""});
+              AddMailbox({"alice@example.org", std::string(73, 'x')});
             }));
   mgr_cf::SetParam("DovecotPwScheme", "SHA512-CRYPT");
-  AddMailbox({"alice@example.org", std::string(73, 'x'), "", ""});
+  AddMailbox({"alice@example.org", std::string(73, 'x')});
 }
 
 TEST_F(Mailboxes, AGivenHomeIsUsed) {
@@ -307,10 +307,10 @@ TEST_F(Mailboxes, NamesThatLookLikeSqlAreNeverSql) {
        {"x'--@example.org", "x\";--@example.org", "x@example.org' OR '1'='1"}) {
     SCOPED_TRACE(address);
     EXPECT_EQ("value", ErrorOf([&] { brisq_panel::ShowMailbox(address); }).type());
-    EXPECT_EQ("value", ErrorOf([&] { AddMailbox({address, "secret", "", ""}); }).type());
+    EXPECT_EQ("value", ErrorOf([&] { AddMailbox({address, "secret"}); }).type());
   }
   AddMailbox(
-      {"alice@example.org", "'; DROP TABLE mailboxes; --", "", Home() + "/x'; DROP TABLE y"});
+      {"alice@example.org", "'; DROP TABLE mailboxes; --", {}, Home() + "/x'; DROP TABLE y"});
   EXPECT_EQ(Home() + "/x'; DROP TABLE y", brisq_panel::ShowMailbox("alice@example.org").home);
 }
 
@@ -323,8 +323,8 @@ TEST_F(Mailboxes, AMissingMailboxIsNamed) {
 
 TEST_F(Mailboxes, ALocalPartIsUniqueWithinItsDomainOnly) {
   brisq_panel::AddDomain("other.org", "bob");
-  AddMailbox({"alice@example.org", "secret", "", ""});
-  AddMailbox({"alice@other.org", "secret", "", ""});
+  AddMailbox({"alice@example.org", "secret"});
+  AddMailbox({"alice@other.org", "secret"});
   EXPECT_EQ(2u, brisq_panel::ListMailboxes().size());
 }
 

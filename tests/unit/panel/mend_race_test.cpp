@@ -84,7 +84,7 @@ class MendRace : private user_dir_test::TemporaryFilesInMemory, public panel_tes
     ::chmod(dir_.path().c_str(), 0755);
     AddBobsDomain();
     email::RegisterPop3(&mail_);
-    const std::string home = brisq_panel::AddMailbox({"a@example.org", "secret", "", ""}).home;
+    const std::string home = brisq_panel::AddMailbox({"a@example.org", "secret"}).home;
     maildir_ = home + "/.maildir";
     for (const char* part : {"", "/new", "/cur", "/tmp"}) {
       std::filesystem::create_directories(maildir_ + part);

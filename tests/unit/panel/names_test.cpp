@@ -426,7 +426,7 @@ TEST(Names, QuotasAreWholeMegabytes) {
     const char* text;
     int megabytes;
   };
-  const Case good[] = {{"", 0},
+  const Case good[] = {{"none", 0},
                        {"0", 0},
                        {"00", 0},
                        {"0M", 0},
@@ -443,10 +443,14 @@ TEST(Names, QuotasAreWholeMegabytes) {
     SCOPED_TRACE(c.text);
     EXPECT_EQ(c.megabytes, brisq_panel::ParseQuota(c.text));
   }
-  const char* const form = "must be a whole number of megabytes, like 500, 500M or 2G";
+  const char* const form = "must be a whole number of megabytes, like 500, 500M or 2G, or none";
   const char* const large = "too large (max 1073741824M)";
   const Refusal bad[] = {
+      {"empty", "", "must not be empty"},
       {"unit alone", "M", "must not be empty"},
+      {"another spelling", "None", form},
+      {"none with a unit", "noneM", form},
+      {"a blank behind", "none ", form},
       {"negative", "-1", form},
       {"sign", "+1", form},
       {"fraction", "1.5G", form},

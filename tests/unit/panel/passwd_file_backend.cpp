@@ -178,7 +178,7 @@ void FilePanelTest::Use(bool passwords) {
 }
 
 void FilePanelTest::Add(const std::string& local) {
-  brisq_panel::AddMailbox({local + "@example.org", "secret", "", ""});
+  brisq_panel::AddMailbox({local + "@example.org", "secret"});
 }
 
 std::string FilePanelTest::LineOf(const std::string& address) const {

@@ -15,7 +15,7 @@ class FindRecords : public panel_test::PanelTest {
   FindRecords() {
     AddBobsDomain();
     email::RegisterPop3(&mail_);
-    brisq_panel::AddMailbox({"alice@example.org", "secret", "", ""});
+    brisq_panel::AddMailbox({"alice@example.org", "secret"});
   }
 };
 

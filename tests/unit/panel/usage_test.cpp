@@ -19,7 +19,7 @@ class UsageTest : public panel_test::PanelTest {
     brisq_panel::AddDomain("other.org", "bob");
     email::RegisterPop3(&mail_);
     for (const char* address : {"alice@example.org", "albert@other.org", "bob@example.org"}) {
-      brisq_panel::AddMailbox({address, "secret", "100", ""});
+      brisq_panel::AddMailbox({address, "secret", "100"});
     }
     mgr_db::ThreadConnection()->Change("UPDATE mailboxes SET used = id");
   }
