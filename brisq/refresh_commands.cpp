@@ -26,6 +26,12 @@ void Refresh(Call& call) {
                     {"homes_filled", Number(report.homes_filled)},
                     {"figures_changed", Number(report.figures_changed)},
                     {"swept", Joined(report.swept)}});
+  for (const std::string& line : report.spared)
+    call.output.Warn("left alone: " + line + "; the panel's mailbox stays");
+  if (report.walked && report.lines == 0 && !report.swept.empty())
+    call.output.Warn(
+        "the passwd-file holds no mailbox any more, so all are archived; "
+        "\"brisq mailbox restore ADDRESS\" brings each back");
   WarnOfQuota(call, report.quota_problem);
 }
 

@@ -24,6 +24,8 @@ void RefreshAction::Execute(brisq_api::Session&) const {
   const auto report = brisq_panel::Refresh(false);
   for (const std::string& address : report.swept)
     Warn("mailbox " + address + " had no line any more and was archived");
+  for (const std::string& line : report.spared)
+    Warn("left alone: " + line + "; the panel's mailbox stays");
   if (!report.quota_problem.empty()) Warn("Dovecot reports no used space: " + report.quota_problem);
 }
 

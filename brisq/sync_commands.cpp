@@ -47,8 +47,8 @@ void ShowLeft(Call& call, const SyncReport& report) {
 // What stays undone is no success, whatever else was done.
 void CloseUndone(Call& call, const SyncReport& report, const char* outcome, const char* command) {
   if (report.unsafe.empty()) return;
-  call.output.Say(fmt::format("{}; Maildirs left alone: {}; end what is named above, then {} again",
-                              outcome, report.unsafe.size(), command));
+  call.output.Say(fmt::format("{}; left alone: {}; end what is named above, then {} again", outcome,
+                              report.unsafe.size(), command));
   call.exit_code = kExitFindings;
 }
 
@@ -98,7 +98,7 @@ std::vector<Command> SyncCommands() {
       {.noun = "plan",
        .verb = "",
        .summary = "Show what sync would do, as a diff with masked hashes; exit code 5 when it is "
-                  "anything, or a Maildir can't be looked at.",
+                  "anything, or something can't be looked at.",
        .operands = {},
        .options = {},
        .one_of = {},
@@ -107,7 +107,7 @@ std::vector<Command> SyncCommands() {
       {.noun = "sync",
        .verb = "",
        .summary = "Have the passwd-file and the Maildirs serve what the panel's table holds; exit "
-                  "code 5 when a Maildir had to be left alone.",
+                  "code 5 when a Maildir or a line cut short had to be left alone.",
        .operands = {},
        .options = {{kGenerate, "",
                     "give each mailbox whose password nobody keeps a new one and print it"}},

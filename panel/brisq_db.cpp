@@ -8,6 +8,7 @@
 #include "panel/file_stamps.h"
 #include "panel/panel_state.h"
 #include "panel/refresh_watch.h"
+#include "panel/spared_mailboxes.h"
 
 namespace brisq_db {
 
@@ -107,10 +108,11 @@ std::string EmailTable::Schema() const {
 
 namespace {
 
-void SweepRows(const std::string& condition) {
-  if (!brisq_panel::IsAnyMailbox(condition)) {
+void SweepRows(const std::string& wanted) {
+  if (!brisq_panel::IsAnyMailbox(wanted)) {
     return;  // the usual case: one look at all rows instead of several
   }
+  const std::string condition = wanted + brisq_panel::SparedMailboxes(wanted);
   brisq_panel::RefuseLargeSweep(condition);
   brisq_panel::ArchiveMailboxes(condition, brisq_panel::kSwept);
   mgr_db::ThreadConnection()->Change("DELETE FROM mailboxes WHERE " + condition);

@@ -1,6 +1,7 @@
 #include "panel/domain_changes.h"
 
 #include "email.h"
+#include "panel/address_list.h"
 #include "panel/certificate_cleanup.h"
 #include "panel/email_module.h"
 #include "panel/job_log.h"
@@ -26,7 +27,18 @@ void ForEachMailbox(const Domain& domain, const Work& work) {
   }
 }
 
+void CheckLinesOf(const Domain& domain) {
+  std::vector<Address> addresses;
+  ForEachMailbox(domain, [&](const Mailbox& mailbox) {
+    addresses.push_back({std::string(mailbox->name), std::string(domain->name)});
+  });
+  CheckLinesThatLeave(addresses);
+}
+
 void SwitchDomain(const Domain& domain, bool active, Request& request) {
+  if (!active) {
+    CheckLinesOf(domain);
+  }
   domain->active = active;
   ForEachMailbox(domain, [&](Mailbox& mailbox) {
     if (mailbox->active != active) {
@@ -50,13 +62,16 @@ void GiveTo(const Domain& domain, const std::string& owner) {
 
 DomainInfo SetDomain(const std::string& text, const DomainChange& change) {
   const std::string name = CheckDomain(text);
-  const std::string owner = change.owner ? CheckOwnerName(*change.owner) : std::string();
+  std::string owner;
+  if (change.owner) {
+    InNameOf("domain", name, [&] { owner = CheckOwnerName(*change.owner); });
+  }
   email::Pop3Interface& backend = MailBackend();
   DoRequest("domain set", [&](Request& request) {
     JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
     if (change.owner) {
-      GiveTo(domain, owner);
+      InNameOf("domain", name, [&] { GiveTo(domain, owner); });
     }
     if (change.active) {
       SwitchDomain(domain, *change.active, request);
@@ -74,6 +89,7 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
   DoRequest("domain delete", [&](Request&) {
     JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
+    CheckLinesOf(domain);
     ForEachMailbox(domain,
                    [&](const Mailbox& mailbox) { removed.push_back(RemoveMailbox(mailbox)); });
     backend.OnDeleteDomain(domain);

@@ -1,6 +1,7 @@
 #include "panel/domains.h"
 
 #include "framework/database.h"
+#include "panel/address_list.h"
 #include "panel/job_log.h"
 #include "panel/names.h"
 #include "panel/records.h"
@@ -51,7 +52,8 @@ void InsertRow(const std::string& name, const std::string& owner) {
 
 DomainInfo AddDomain(const std::string& name, const std::string& owner) {
   const std::string stored = CheckDomain(name);
-  const std::string owner_name = CheckOwnerName(owner);
+  std::string owner_name;
+  InNameOf("domain", stored, [&] { owner_name = CheckOwnerName(owner); });
   DoRequest("domain add", [&](Request&) {
     JobLog::Watch(kDomain, stored);
     InsertRow(stored, owner_name);

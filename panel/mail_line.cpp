@@ -3,24 +3,42 @@
 #include <functional>
 
 #include "email.h"
+#include "mgr_cf.h"
 #include "panel/email_module.h"
 #include "panel/line_saves.h"
+#include "panel/lost_file.h"
 #include "panel/password_line.h"
+#include "panel/short_lines.h"
 #include "panel/stored_password.h"
 
 namespace brisq_panel {
 
 namespace {
 
+std::string ListOfUsers() {
+  const std::string path = mgr_cf::GetPath("dovecot-passwd");
+  return path.empty() ? "the mail server's list of users" : path;
+}
+
 // The back-end's words where they name its own columns.
 void InPlainWords(const Mailbox& mailbox, const std::function<void()>& calls) {
   try {
     calls();
   } catch (const mgr_err::Error& error) {
-    if (error.type() == "exists") {
-      throw mgr_err::Error(
-          "exists", "mailbox",
-          email::GetEmailName(mailbox) + " stands in the mail server's list of users already");
+    const std::string address = email::GetEmailName(mailbox);
+    const bool exists = error.type() == "exists";
+    const bool missed = error.type() == "missed" && error.object() == "name";
+    if (exists || missed) {
+      RefuseShortLine(address);
+    }
+    if (exists) {
+      throw mgr_err::Error("exists", "mailbox",
+                           address + " stands in " + ListOfUsers() + " already");
+    }
+    if (missed) {
+      throw mgr_err::Error("missed", "mailbox",
+                           address + " has no line in " + ListOfUsers() +
+                               "; brisq sync writes what is missing there");
     }
     if (const std::string unfit = UnfitAnswer(error); !unfit.empty()) {
       throw email::Fail("doveadm", unfit);
@@ -46,6 +64,7 @@ void UpdateWithPassword(Mailbox& mailbox) {
 }  // namespace
 
 void MakeLine(Mailbox& mailbox, const std::string& password) {
+  RefuseFirstLine(mailbox->id);
   InPlainWords(mailbox, [&] {
     MailBackend().Create(mailbox);
     if (email::PasswdInterface* passwords = PasswordBackend()) {
@@ -63,9 +82,10 @@ bool BringLineBack(Mailbox& mailbox, const std::string& hash) {
     return true;
   }
   if (present) {
-    MailBackend().Update(mailbox);
+    ChangeLine(mailbox);
     return !present->empty();
   }
+  RefuseFirstLine(mailbox->id);
   InPlainWords(mailbox, [&] {
     MailBackend().Create(mailbox);
     if (PanelKeepsPassword(mailbox)) {
@@ -78,16 +98,21 @@ bool BringLineBack(Mailbox& mailbox, const std::string& hash) {
   return PanelKeepsPassword(mailbox) || !hash.empty();
 }
 
-void ChangeLine(Mailbox& mailbox) { MailBackend().Update(mailbox); }
+void ChangeLine(Mailbox& mailbox) {
+  InPlainWords(mailbox, [&] { MailBackend().Update(mailbox); });
+}
 
 std::string TakeLineOut(Mailbox& mailbox) {
   const std::string address = email::GetEmailName(mailbox);
-  std::string hash = StoredHash(address).value_or("");
+  const std::optional<std::string> hash = StoredHash(address);
+  if (!hash) {
+    RefuseShortLine(address);  // it would stay, and let its user in
+  }
   MailBackend().Delete(mailbox);
   if (email::PasswdInterface* passwords = PasswordBackend()) {
     passwords->Delete(address);
   }
-  return hash;
+  return hash.value_or("");
 }
 
 void SetLinePassword(Mailbox& mailbox, const std::string& password) {

@@ -2,6 +2,7 @@
 
 #include "email.h"
 #include "mgr_cf.h"
+#include "panel/address_list.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
 #include "panel/hash_ahead.h"
@@ -70,14 +71,6 @@ void Change(const Address& address, const Checked& change, Request& request) {
   }
 }
 
-std::vector<Address> ParseAddresses(const std::vector<std::string>& texts) {
-  std::vector<Address> addresses;
-  for (const std::string& text : texts) {
-    addresses.push_back(ParseAddress(text));
-  }
-  return addresses;
-}
-
 }  // namespace
 
 ChangedMailboxes SetMailboxes(const std::vector<std::string>& texts, const MailboxChange& change) {
@@ -86,9 +79,10 @@ ChangedMailboxes SetMailboxes(const std::vector<std::string>& texts, const Mailb
   MailBackend();
   ChangedMailboxes changed;
   changed.notes = RunRequest("mailbox set", [&](Request& request) {
-    for (const Address& address : addresses) {
-      Change(address, checked, request);
+    if (addresses.size() > 1 && !checked.active.value_or(true)) {
+      CheckLinesThatLeave(addresses);
     }
+    ForEachAddress(addresses, [&](const Address& address) { Change(address, checked, request); });
   });
   for (const Address& address : addresses) {
     changed.mailboxes.push_back(ShowMailbox(address.Full()));
@@ -109,7 +103,8 @@ void SetPassword(const std::string& text, const std::string& password) {
       return;
     }
     if (PasswordBackend() != nullptr) {
-      throw Refused("mailbox", "is switched off: switch it on to set its password");
+      throw Refused("mailbox",
+                    address.Full() + " is switched off: switch it on to set its password");
     }
     mailbox->password = password;
     mailbox->Post();

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "email.h"
+#include "panel/address_list.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
 #include "panel/homes.h"
@@ -116,7 +117,8 @@ void Restore(const Address& address, const Find& find, Request& request) {
   if (!archive) {
     throw mgr_err::Error("missed", "archived mailbox", address.Full());
   }
-  Mailbox mailbox = InsertRow(*archive, address);
+  Mailbox mailbox;
+  InNameOf("mailbox", address.Full(), [&] { mailbox = InsertRow(*archive, address); });
   if (!mailbox->active) {
     request.AddNote(address.Full() + " is switched off, as it was");
     archive->reason = kSwitchedOff;  // the hash waits for its being switched on
@@ -142,16 +144,16 @@ RestoredMailbox RestoreFound(const std::string& text, const Find& find) {
 }  // namespace
 
 std::vector<RemovedMailbox> DeleteMailboxes(const std::vector<std::string>& texts) {
-  std::vector<Address> addresses;
-  for (const std::string& text : texts) {
-    addresses.push_back(ParseAddress(text));
-  }
+  const std::vector<Address> addresses = ParseAddresses(texts);
   MailBackend();
   std::vector<RemovedMailbox> removed;
   DoRequest("mailbox delete", [&](Request&) {
-    for (const Address& address : addresses) {
-      removed.push_back(RemoveMailbox(FindMailbox(address)));
+    if (addresses.size() > 1) {
+      CheckLinesThatLeave(addresses);
     }
+    ForEachAddress(addresses, [&](const Address& address) {
+      removed.push_back(RemoveMailbox(FindMailbox(address)));
+    });
   });
   return removed;
 }

@@ -1,9 +1,13 @@
 #include "panel/mailbox_steps.h"
 
 #include "email.h"
+#include "panel/address_list.h"
 #include "panel/archive.h"
 #include "panel/job_log.h"
 #include "panel/names.h"
+#include "panel/password_line.h"
+#include "panel/records.h"
+#include "panel/short_lines.h"
 
 namespace brisq_panel {
 
@@ -55,6 +59,14 @@ void RequireSwitchedOn(const brisq_db::EmailDomainTable& domain) {
   if (!domain.active) {
     throw mgr_err::Error("limit", "domain", std::string(domain.name) + " is switched off");
   }
+}
+
+void CheckLinesThatLeave(const std::vector<Address>& addresses) {
+  ForEachAddress(addresses, [](const Address& address) {
+    if (FindMailbox(address)->active && !StoredHash(address.Full())) {
+      RefuseShortLine(address.Full());
+    }
+  });
 }
 
 void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {

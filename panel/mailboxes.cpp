@@ -3,6 +3,7 @@
 #include "framework/conf_defer.h"
 #include "framework/database.h"
 #include "mgr_cf.h"
+#include "panel/address_list.h"
 #include "panel/email_module.h"
 #include "panel/hash_ahead.h"
 #include "panel/homes.h"
@@ -121,10 +122,11 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
   const auto hash = BeginHash(mailbox.address, mailbox.password, HashFor::kNewMailbox);
   MailboxInfo added;
   DoRequest("mailbox add", [&](Request& request) {
-    FindPlace(plan, mailbox.home);
+    InNameOf("mailbox", plan.address.Full(), [&] { FindPlace(plan, mailbox.home); });
     JobLog::Watch(kMailbox, plan.address.Full());
     DeferSaves line(DeferSaves::Between::kNever);
-    Mailbox email = InsertRow(plan, mailbox.password);
+    Mailbox email;
+    InNameOf("mailbox", plan.address.Full(), [&] { email = InsertRow(plan, mailbox.password); });
     MakeLine(email, mailbox.password);
     request.AnnounceJobs();  // with the line's step: one wait for the disk does for both
     line.Save();

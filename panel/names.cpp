@@ -200,7 +200,7 @@ std::string CheckHome(const std::string& text) {
 void CheckHomeBelow(const std::string& home, const std::string& owner_home) {
   const std::string prefix = owner_home + "/";
   if (home.size() <= prefix.size() || home.compare(0, prefix.size(), prefix) != 0) {
-    throw Refused("home", "must lie below its owner's home");
+    throw Refused("home", "must lie below its owner's home, " + owner_home);
   }
 }
 

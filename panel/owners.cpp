@@ -6,6 +6,7 @@
 
 #include "framework/file_error.h"
 #include "framework/safe_way.h"
+#include "panel/address_list.h"
 #include "panel/home_job.h"
 #include "panel/job_log.h"
 #include "panel/names.h"
@@ -23,8 +24,14 @@ OwnerInfo Info(const brisq_db::User& user) {
 }
 
 OwnerInfo Checked(const OwnerInfo& owner) {
-  return {CheckOwnerName(owner.name), CheckId("uid", owner.uid), CheckId("gid", owner.gid),
-          CheckHome(owner.home)};
+  OwnerInfo checked = owner;
+  checked.name = CheckOwnerName(owner.name);
+  InNameOf("owner", checked.name, [&] {
+    checked.uid = CheckId("uid", owner.uid);
+    checked.gid = CheckId("gid", owner.gid);
+    checked.home = CheckHome(owner.home);
+  });
+  return checked;
 }
 
 void InsertRow(const OwnerInfo& owner) {

@@ -9,6 +9,7 @@
 #include "conf_dataset.h"
 #include "framework/conf_document.h"
 #include "framework/conf_line.h"
+#include "panel/short_lines.h"
 #include "panel/text_rules.h"
 
 namespace brisq_panel {
@@ -139,11 +140,7 @@ class LineChecks {
   }
 
   void AddShort() {
-    const std::string_view text = document_.Text(line_);
-    const auto columns = std::count(text.begin(), text.end(), ':') + 1;
-    Error("PASSWD-SHORT",
-          Name() + " has " + std::to_string(columns) +
-              " of 9 columns: no mailbox for brisq, but a user for Dovecot",
+    Error("PASSWD-SHORT", ShortLineProblem(name_, document_.Text(line_)),
           "complete the line, or remove it or put # before it");
   }
 
@@ -248,7 +245,8 @@ std::vector<Finding> ComparePasswdNames(const std::string& path, std::string_vie
     }
   }
   for (const std::string& address : active) {
-    if (document.FindRecord(address, kColumns) != ConfDocument::kNone) continue;
+    // One that is short is found as such.
+    if (document.FindNamed(address) != ConfDocument::kNone) continue;
     findings.push_back({"PASSWD-NO-LINE", Severity::kError, address,
                         "the mailbox has no line in " + path + ", so nobody can log in",
                         "brisq sync, or brisq mailbox delete " + address});

@@ -117,6 +117,16 @@ std::optional<std::string> StoredHash(const std::string& address) {
   return lines->Find(address) ? std::optional(lines->passwd.Str()) : std::nullopt;
 }
 
+bool HasAnyLine() {
+  const std::string path = mgr_cf::GetPath("dovecot-passwd");
+  if (path.empty()) {
+    return true;
+  }
+  const Cursor<PasswordLines> lines = Open(path);
+  lines->First();
+  return !lines->Eof();
+}
+
 std::string PasswdFileText(const std::string& path) {
   return std::string(Open(path)->getConfig()->bytes);
 }

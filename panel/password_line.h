@@ -16,6 +16,10 @@ namespace brisq_panel {
 /// @throws mgr_err::Error "file", "locked" when the file can't be read
 BRISQ_API std::optional<std::string> StoredHash(const std::string& address);
 
+/// True when the file holds the line of a mailbox, the panel's or another; without a path too.
+/// @throws mgr_err::Error "file", "locked" when the file can't be read
+BRISQ_API bool HasAnyLine();
+
 /// Content of the file at `path` as the engine has it, the changes of this process included; empty
 /// when it does not exist. Waits while somebody writes into it.
 /// @throws mgr_err::Error "file", "locked" when the file can't be read

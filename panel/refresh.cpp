@@ -13,6 +13,7 @@
 #include "panel/figures_guard.h"
 #include "panel/file_stamps.h"
 #include "panel/hash_guard.h"
+#include "panel/lost_file.h"
 #include "panel/panel_state.h"
 #include "panel/records.h"
 #include "panel/refresh_lock.h"
@@ -133,6 +134,7 @@ void KeepFiguresOfFailure(const MailboxSnapshot& before, const RefreshWatch& wat
 RefreshReport Refresh(bool sweep) {
   email::Pop3Interface& backend = MailBackend();
   const RefreshLock lock;
+  RefuseMissingFile();
   std::optional<SweepPermit> permit;
   if (sweep) {
     permit.emplace();
@@ -155,6 +157,7 @@ RefreshReport Refresh(bool sweep) {
   report.walked = watch.walked();
   report.lines = watch.lines();
   report.unknown = watch.unknown();
+  report.spared = watch.spared();
   report.swept = SweptSince(archived);
   return report;
 }

@@ -16,6 +16,8 @@ struct BRISQ_API RefreshReport {
   std::size_t homes_filled = 0;
   std::size_t figures_changed = 0;  ///< mailboxes whose used space is another one now
   std::vector<std::string> swept;   ///< addresses of active mailboxes that had no line any more
+  /// "PATH, line N: REASON" of lines of mailboxes that nobody can read; these mailboxes stay.
+  std::vector<std::string> spared;
   /// Why the mail server told no used space at all, in its own words; empty when it did. The stored
   /// figures are those of the last good refresh then.
   std::string quota_problem;
@@ -27,7 +29,8 @@ struct BRISQ_API RefreshReport {
 /// back. One at a time on this machine; on the calling thread.
 /// @param sweep  true: any number of mailboxes may be swept; false: a sweep of more than
 /// "EmailSweepLimit" percent of the active ones, and more than 10, is refused
-/// @throws mgr_err::Error "limit" for a refused sweep, "email" for such hashes, "locked" while
+/// @throws mgr_err::Error "limit" for a refused sweep, and for a passwd-file that is missing while
+/// there are active mailboxes; "email" for such hashes, "locked" while
 /// another refresh goes on, "plugin" without a mail back-end; whatever the back-end throws
 BRISQ_API RefreshReport Refresh(bool sweep);
 

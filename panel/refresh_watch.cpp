@@ -52,6 +52,22 @@ void RefreshWatch::SawPutOff() noexcept {
   }
 }
 
+void RefreshWatch::SawSpared(const std::string& line) {
+  if (g_watch != nullptr) {
+    g_watch->spared_.push_back(line);
+  }
+}
+
+std::vector<std::string> RefreshWatch::PathsSeen() {
+  std::vector<std::string> paths;
+  if (g_watch != nullptr) {
+    for (const File& file : g_watch->files_) {
+      paths.push_back(file.path);
+    }
+  }
+  return paths;
+}
+
 std::string RefreshWatch::SweepLimit() {
   return g_watch == nullptr ? std::string()
                             : " AND id <= " + std::to_string(g_watch->last_mailbox_);

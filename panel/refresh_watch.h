@@ -37,6 +37,9 @@ class BRISQ_API RefreshWatch {
   /// Those among them that are no mailbox of the panel.
   const std::vector<std::string>& unknown() const noexcept { return unknown_; }
 
+  /// "PATH, line N: REASON" of lines whose mailboxes the sweep left, as they can't be read.
+  const std::vector<std::string>& spared() const noexcept { return spared_; }
+
   /// True when password work was put off to a later refresh, which must walk for it.
   bool put_off() const noexcept { return put_off_; }
 
@@ -45,12 +48,16 @@ class BRISQ_API RefreshWatch {
   static void SawName(const std::string& name, bool known);
   static void SawSweep() noexcept;
   static void SawPutOff() noexcept;
+  static void SawSpared(const std::string& line);
+  /// Files that the back-end asked about so far; none on a thread that nobody watches.
+  static std::vector<std::string> PathsSeen();
   /// What is to be added to the condition of a sweep; empty on a thread that nobody watches.
   static std::string SweepLimit();
 
  private:
   std::vector<File> files_;
   std::vector<std::string> unknown_;
+  std::vector<std::string> spared_;
   std::size_t lines_ = 0;
   std::size_t figures_ = 0;
   int last_mailbox_;

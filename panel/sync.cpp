@@ -22,6 +22,7 @@
 #include "panel/password_line.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
+#include "panel/short_lines.h"
 #include "panel/stored_password.h"
 
 namespace brisq_panel {
@@ -42,6 +43,10 @@ class Lines {
     const ConfDocument::Line line = Find(name);
     return line != ConfDocument::kNone &&
            !conf_line::Column(document_.Text(line), ':', kColumns, 2).empty();
+  }
+  /// A line of this name that is none for the mail server's mailbox, in its place.
+  std::optional<ShortLine> Short(const std::string& path, const std::string& name) const {
+    return FindShortLine(path, document_, name);
   }
   std::size_t Count(const std::string& name) const { return document_.AllNamed(name).size(); }
   std::vector<std::string> Strangers(const std::set<std::string>& known) const {
@@ -94,9 +99,13 @@ class Work {
       mailbox->Assert(walk->id);
       const std::string name = email::GetEmailName(mailbox);
       names.insert(name);
+      const bool has_line = lines_.Has(name);
+      if (!has_line && LeaveShortLine(name)) {
+        continue;
+      }
       if (mailbox->active) {
         Serve(mailbox, name);
-      } else if (lines_.Has(name)) {
+      } else if (has_line) {
         TakeOut(mailbox, name);
       }
     }
@@ -109,6 +118,15 @@ class Work {
     if (HeldSignals::IsOneWaiting()) {
       throw mgr_err::Error("later", "sync", "interrupted, nothing was changed");
     }
+  }
+
+  // True when a line of this name that only a person can complete stands in the mailbox's place.
+  bool LeaveShortLine(const std::string& name) {
+    const auto line = lines_.Short(report_.path, name);
+    if (line) {
+      report_.unsafe.push_back(line->place + ": " + line->problem + "; " + kShortLineFix);
+    }
+    return line.has_value();
   }
 
   void Serve(Mailbox& mailbox, const std::string& name) {

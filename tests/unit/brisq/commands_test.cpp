@@ -209,9 +209,8 @@ TEST_F(CommandsTest, ASyncThatLeavesAMaildirAloneIsNoSuccess) {
       const Ran ran = Run(words);
       EXPECT_EQ(5, ran.status);
       EXPECT_THAT(ran.err, HasSubstr(left));
-      EXPECT_THAT(ran.err,
-                  HasSubstr("Maildirs left alone: 1; end what is named above, then brisq " +
-                            std::string(words).substr(0, 4) + " again\n"));
+      EXPECT_THAT(ran.err, HasSubstr("; left alone: 1; end what is named above, then brisq " +
+                                     std::string(words).substr(0, 4) + " again\n"));
       EXPECT_THAT(ran.err, Not(HasSubstr("nothing to do")));
     }
   }

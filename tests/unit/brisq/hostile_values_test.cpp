@@ -402,14 +402,25 @@ class HostileValues : public InstanceTest {
     return std::string(input.good).insert(at, piece);
   }
 
+  // What is said of an input, perhaps behind the name of the thing that it was given for; empty
+  // when nothing is.
+  static std::string RuleIn(const std::string& line, const std::string& object) {
+    const std::string start = "brisq: invalid-input: ";
+    if (!line.starts_with(start)) return {};
+    const std::string said = line.substr(start.size());
+    const std::string behind = said.substr(std::min(said.find(": ") + 2, said.size()));
+    for (const std::string& text : {said, behind}) {
+      if (text.starts_with(object + ": ")) return text.substr(object.size() + 2);
+    }
+    return {};
+  }
+
   void Try(const Input& input, const std::string& text, const Texts& rules) {
     ++tries_;
     naive_ += IsFineToNaiveCode(text) ? 1 : 0;
     const Answer answer = Give(input, text);
-    const std::string named = std::string("brisq: invalid-input: ") + input.object + ": ";
     const bool right = answer.status == 10 && answer.data.empty() &&
-                       answer.error.starts_with(named) &&
-                       IsOneOf(rules, answer.error.substr(named.size()));
+                       IsOneOf(rules, RuleIn(answer.error, input.object));
     through_ += answer.status == 0 ? 1 : 0;
     wrong_ += right ? 0 : 1;
     EXPECT_TRUE(right) << testing::PrintToString(text.substr(0, 80)) << "\n"

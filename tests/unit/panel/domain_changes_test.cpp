@@ -31,7 +31,8 @@ TEST_F(DomainChanges, SwitchingADomainSwitchesItsMailboxes) {
   EXPECT_FALSE(SetDomain("EXAMPLE.org", {.active = false}).active);
   EXPECT_EQ("off off on", Column("SELECT active FROM mailboxes ORDER BY name"));
   EXPECT_EQ("none", LineOf("alice@example.org"));
-  EXPECT_EQ("limit: domain: example.org is switched off", TextOf([this] { Add("new"); }));
+  EXPECT_EQ("limit: mailbox new@example.org: domain: example.org is switched off",
+            TextOf([this] { Add("new"); }));
   EXPECT_TRUE(SetDomain("example.org", {.active = true}).active);
   EXPECT_EQ(before, LineOf("alice@example.org"));
 }
@@ -44,7 +45,7 @@ TEST_F(DomainChanges, TheBackendHearsOfAChangedDomain) {
 TEST_F(DomainChanges, AnEmptyDomainCanChangeHands) {
   brisq_panel::AddOwner({"eve", 1002, 1002, dir_ / "home/eve"});
   EXPECT_EQ("eve", SetDomain("other.org", {.owner = "eve"}).owner);
-  EXPECT_EQ("limit: owner: can't be changed while the domain has mailboxes",
+  EXPECT_EQ("limit: domain example.org: owner: can't be changed while the domain has mailboxes",
             TextOf([] { SetDomain("example.org", {.owner = "eve"}); }));
   EXPECT_EQ("bob", SetDomain("example.org", {.owner = "bob"}).owner) << "it has him already";
   EXPECT_EQ("missed: owner: nobody", TextOf([] { SetDomain("other.org", {.owner = "nobody"}); }));

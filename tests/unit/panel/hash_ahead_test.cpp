@@ -200,7 +200,8 @@ TEST_F(HashAhead, ARefusedRequestLeavesNothingRunning) {
   calls_.effects["mail.Create"] = [this] { EXPECT_TRUE(Begins()); };
   EXPECT_EQ("email: doveadm: stand-in failed", TextOf([&] { AddMailbox({kAlice, "secret"}); }));
   EXPECT_TRUE(NoChildIsLeft());
-  EXPECT_EQ("value: home: must lie below its owner's home", TextOf([&] {
+  EXPECT_EQ("value: mailbox alice@example.org: home: must lie below its owner's home, " + Home(),
+            TextOf([&] {
               AddMailbox({kAlice, "secret", {}, "/elsewhere"});
             }));
   EXPECT_TRUE(NoChildIsLeft());

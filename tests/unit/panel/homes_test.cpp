@@ -70,15 +70,15 @@ TEST_F(HomesTest, AMailboxsOwnHomeDoesNotCount) {
 
 TEST_F(HomesTest, AddingChangingAndRestoringKeepHomesApart) {
   const std::string inside = AlsHome() + "/x";
-  EXPECT_EQ("value: home: lies in the home of al@example.org", TextOf([&] {
+  EXPECT_EQ("value: mailbox bo@example.org: home: lies in the home of al@example.org", TextOf([&] {
               AddMailbox({"bo@example.org", "secret", {}, inside});
             }));
   Add("bo");
-  EXPECT_EQ("value: home: is already that of al@example.org",
+  EXPECT_EQ("value: mailbox bo@example.org: home: is already that of al@example.org",
             TextOf([&] { SetMailboxes({"bo@example.org"}, {.home = AlsHome()}); }));
   DeleteMailboxes({"al@example.org"});
   SetMailboxes({"bo@example.org"}, {.home = AlsHome()});
-  EXPECT_EQ("value: home: is already that of bo@example.org",
+  EXPECT_EQ("value: mailbox al@example.org: home: is already that of bo@example.org",
             TextOf([] { RestoreMailbox("al@example.org"); }));
 }
 

@@ -75,7 +75,7 @@ TEST_F(MailboxChanges, ValuesAreCheckedBeforeAnythingIsTouched) {
     const char* name;
     std::vector<std::string> addresses;
     MailboxChange change;
-    const char* text;
+    std::string text;
   };
   const Case cases[] = {
       {"quota",
@@ -86,7 +86,7 @@ TEST_F(MailboxChanges, ValuesAreCheckedBeforeAnythingIsTouched) {
       {"home elsewhere",
        {kAlice},
        {.home = "/etc/x"},
-       "value: home: must lie below its owner's home"},
+       "value: mailbox alice@example.org: home: must lie below its owner's home, " + Home()},
       {"one home for two",
        {kAlice, kCarol},
        {.home = "/x"},
@@ -139,7 +139,7 @@ TEST_P(SwitchedMailboxes, OffTakesTheLineOutAndOnBringsItBackAsItWas) {
 
 TEST_P(SwitchedMailboxes, NoneIsSwitchedOnInADomainThatIsSwitchedOff) {
   brisq_panel::SetDomain("example.org", {.active = false});
-  EXPECT_EQ("limit: domain: example.org is switched off",
+  EXPECT_EQ("limit: mailbox dave@example.org: domain: example.org is switched off",
             TextOf([&] { SetMailboxes({kDave}, {.active = true}); }));
   EXPECT_EQ("none", LineOf(kDave));
   brisq_panel::SetDomain("example.org", {.active = true});
@@ -180,7 +180,7 @@ TEST_P(SwitchedMailboxes, AFailureLeavesTheMailboxAsItWas) {
 TEST_P(SwitchedMailboxes, ANewPasswordOfOneThatIsOffNeedsAPlace) {
   SetMailboxes({kDave}, {.active = false});
   if (GetParam()) {
-    EXPECT_EQ("value: mailbox: is switched off: switch it on to set its password",
+    EXPECT_EQ("value: mailbox: dave@example.org is switched off: switch it on to set its password",
               TextOf([&] { SetPassword(kDave, "other"); }));
     return;
   }

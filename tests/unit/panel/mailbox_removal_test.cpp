@@ -124,8 +124,10 @@ TEST_P(MailboxRemoval, NoneComesBackIntoADomainOfAnotherOwner) {
   DeleteMailboxes({kAlice, kCarol});
   brisq_panel::AddOwner({"eve", 1002, 1002, dir_ / "eve"});
   brisq_panel::SetDomain("example.org", {.owner = "eve"});
-  EXPECT_EQ("limit: domain: example.org has another owner than bob, whose mailbox it was",
-            TextOf([&] { RestoreMailbox(kAlice); }));
+  EXPECT_EQ(
+      "limit: mailbox alice@example.org: domain: example.org has another owner than bob, whose "
+      "mailbox it was",
+      TextOf([&] { RestoreMailbox(kAlice); }));
   brisq_panel::SetDomain("example.org", {.owner = "bob"});
   EXPECT_EQ("bob", RestoreMailbox(kAlice).mailbox.owner);
 }
@@ -134,7 +136,8 @@ TEST_P(MailboxRemoval, NoneComesBackToBeServedInADomainThatIsSwitchedOff) {
   brisq_panel::SetMailboxes({kCarol}, {.active = false});
   DeleteMailboxes({kAlice, kCarol});
   brisq_panel::SetDomain("example.org", {.active = false});
-  EXPECT_EQ("limit: domain: example.org is switched off", TextOf([&] { RestoreMailbox(kAlice); }));
+  EXPECT_EQ("limit: mailbox alice@example.org: domain: example.org is switched off",
+            TextOf([&] { RestoreMailbox(kAlice); }));
   EXPECT_EQ("none", LineOf(kAlice));
   EXPECT_FALSE(RestoreMailbox(kCarol).mailbox.active);
 }

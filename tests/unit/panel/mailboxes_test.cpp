@@ -223,7 +223,7 @@ TEST_F(Mailboxes, ADomainThatIsSwitchedOffMeanwhileTakesNone) {
     domain->Post();
   });
   adding.join();
-  EXPECT_EQ("limit: domain: example.org is switched off", refused);
+  EXPECT_EQ("limit: mailbox alice@example.org: domain: example.org is switched off", refused);
   ExpectNothing();
 }
 
@@ -240,7 +240,7 @@ TEST_F(Mailboxes, NothingIsTouchedWhenAValueIsRefused) {
   struct Case {
     const char* name;
     NewMailbox mailbox;
-    const char* text;
+    std::string text;
   };
   const std::string home = Home();
   const Case cases[] = {
@@ -266,10 +266,10 @@ TEST_F(Mailboxes, NothingIsTouchedWhenAValueIsRefused) {
       {"empty home", {"alice@example.org", "secret", {}, ""}, "value: home: must not be empty"},
       {"home of somebody else",
        {"alice@example.org", "secret", {}, "/etc/mail"},
-       "value: home: must lie below its owner's home"},
+       "value: mailbox alice@example.org: home: must lie below its owner's home, " + Home()},
       {"owner's own home",
        {"alice@example.org", "secret", {}, home},
-       "value: home: must lie below its owner's home"},
+       "value: mailbox alice@example.org: home: must lie below its owner's home, " + Home()},
       {"home with a way out",
        {"alice@example.org", "secret", {}, home + "/../x"},
        "value: home: must have no '.', '..', doubled or closing '/' in it"},
