@@ -61,7 +61,8 @@ std::vector<std::string> ProvideHome(const OwnerInfo& owner) {
   if (!S_ISDIR(state.st_mode)) {
     throw mgr_err::Error("file", owner.home, "is no directory");
   }
-  if (state.st_uid != uid) {
+  // Root's home is safe: what a mailbox needs below it is made for the owner.
+  if (state.st_uid != uid && state.st_uid != 0) {
     return {"home directory " + owner.home + " belongs to uid " + std::to_string(state.st_uid) +
             ": no mailbox can be made in it"};
   }

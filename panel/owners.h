@@ -23,7 +23,7 @@ struct BRISQ_API AddedOwner {
 
 /// Adds an owner. A missing home directory is made (0750, the owner's), its missing parents too
 /// (0755, root's); a note says so. A home that is there is left as it is; a note says when it
-/// belongs to somebody else, as no mailbox can be made in it then.
+/// belongs to somebody else but root, as no mailbox can be made in it then.
 /// @throws mgr_err::Error "value" from the rules of names.h, "exists" for the name, "file" when the
 /// home can't be made or is no directory
 BRISQ_API AddedOwner AddOwner(const OwnerInfo& owner);

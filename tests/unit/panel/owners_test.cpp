@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "framework/safe_way.h"
 #include "tests/unit/panel/panel_fixture.h"
 
 namespace {
@@ -69,6 +70,14 @@ TEST_F(Owners, AHomeOfSomebodyElseIsReported) {
   EXPECT_THAT(AddOwner({"bob", 1001, 1001, Home()}).notes,
               ElementsAre(HasSubstr("belongs to uid 1234")));
   EXPECT_EQ(1234u, StateOf(Home()).st_uid);
+}
+
+// The folders of its mailboxes are made for the owner.
+TEST_F(Owners, AHomeOfRootIsFine) {
+  dir_.MakeFolder("home/bob");
+  EXPECT_THAT(AddOwner({"bob", 1001, 1001, Home()}).notes, IsEmpty());
+  EXPECT_NO_THROW(safe_way::Open(Home(), 1001)) << "no mailbox can be made in it";
+  EXPECT_EQ(0u, StateOf(Home()).st_uid);
 }
 
 // Eve could put a link there while root makes bob's home, or any time later.
