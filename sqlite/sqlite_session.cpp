@@ -4,6 +4,7 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <thread>
 #include <unordered_map>
@@ -14,6 +15,7 @@
 #include "framework/table_sql.h"
 #include "framework/write_turn.h"
 #include "mgr_err.h"
+#include "sqlite/sqlite_error.h"
 #include "str.h"
 
 namespace mgr_db {
@@ -38,55 +40,25 @@ void UseOneThreadAtATime() {
                                            sqlite_api::sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
 }
 
-// The library's words end in the statement with its values, which may be secrets, and begin with
-// the name of its function; what is left is SQLite's own text, which names columns only.
-std::string SystemsWords(const soci::soci_error& error) {
-  const std::string words = error.get_error_message();
-  const std::string marker = "_backend::";
-  const std::size_t function = words.find(marker);
-  const std::size_t text = function == std::string::npos ? function : words.find(": ", function);
-  return text == std::string::npos ? words : words.substr(text + 2);
+sqlite_api::sqlite3* Handle(soci::session& session) {
+  return static_cast<soci::sqlite3_session_backend*>(session.get_backend())->conn_;
 }
 
-mgr_err::Error TakenError(const std::string& words) {
-  return mgr_err::Error("exists", str::RGetWord(words, ": "), "the value is taken");
-}
-
-mgr_err::Error Translated(const std::string& file, const soci::soci_error& error) {
-  const std::string words = SystemsWords(error);
-  const auto* sqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
-  const int code = sqlite == nullptr ? SQLITE_ERROR : sqlite->result() & 0xff;
-  if (code == SQLITE_BUSY || code == SQLITE_LOCKED) {
-    return mgr_err::Error("locked", file, "another process is changing it");
-  }
-  if (code == SQLITE_READONLY || code == SQLITE_CANTOPEN) {
-    return mgr_err::Error("db", file, words + "; " + kMustBeWritable);
-  }
-  if (code == SQLITE_CONSTRAINT && str::StartsWith(words, "UNIQUE constraint failed")) {
-    return TakenError(words);
-  }
-  return mgr_err::Error("db", file, words);
-}
-
-// SQLite takes a lock for held that it could not give back, and then refuses every transaction of
-// this connection: only closing it lets go. Nothing was done yet when it says so.
-bool IsStuck(const soci::soci_error& error) {
-  const auto* sqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
-  return sqlite != nullptr && (sqlite->result() & 0xff) == SQLITE_PROTOCOL;
+// SQLite does not keep it of a refusal that ends a commit; other calls may have failed since then.
+int SystemError(int last, soci::session* session) {
+  const bool keeps = last == 0 && session != nullptr && session->is_connected();
+  return keeps ? sqlite_api::sqlite3_system_errno(Handle(*session)) : last;
 }
 
 // Errors name the file: it is what an administrator looks at, frees or puts back.
 template <class Work>
-auto Translating(const std::string& file, const Work& work) {
+auto Translating(const std::string& file, soci::session* session, const Work& work) {
+  errno = 0;
   try {
     return work();
   } catch (const soci::soci_error& error) {
-    throw Translated(file, error);
+    throw Translated(file, error, SystemError(errno, session));
   }
-}
-
-sqlite_api::sqlite3* Handle(soci::session& session) {
-  return static_cast<soci::sqlite3_session_backend*>(session.get_backend())->conn_;
 }
 
 // A SELECT of many rows without values, which gives its columns away without a copy in between.
@@ -182,12 +154,12 @@ struct SqliteSession::Statement {
 
 SqliteSession::SqliteSession(const std::string& file, int busy_limit_ms) {
   UseOneThreadAtATime();
-  Translating(file, [&] { database_ = std::make_unique<Database>(file, busy_limit_ms); });
+  Translating(file, nullptr, [&] { database_ = std::make_unique<Database>(file, busy_limit_ms); });
   SetUp();
 }
 
 void SqliteSession::SetUp() {
-  Translating(database_->file, [this] {
+  Translating(database_->file, &database_->session, [this] {
     soci::session& session = database_->session;
     session << "PRAGMA busy_timeout = " + std::to_string(database_->busy_limit_ms);
     session << "PRAGMA foreign_keys = ON";
@@ -213,7 +185,7 @@ void SqliteSession::Reopen() {
 // can't be opened either, the next operation tries it.
 template <class Work>
 auto SqliteSession::Unstuck(const Work& work) {
-  return Translating(database_->file, [&] {
+  return Translating(database_->file, &database_->session, [&] {
     if (!database_->session.is_connected()) {
       Reopen();
     }
@@ -235,7 +207,7 @@ void SqliteSession::UseWriteAheadLog() {
   for (;;) {
     try {
       std::string mode;
-      Translating(database_->file,
+      Translating(database_->file, &database_->session,
                   [&] { database_->session << "PRAGMA journal_mode = WAL", soci::into(mode); });
       if (mode != "wal") {
         throw mgr_err::Error("db", database_->file, "its file system can't hold a write-ahead log");

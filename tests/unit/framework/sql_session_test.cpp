@@ -179,7 +179,8 @@ TEST_F(SqlSessionTest, AFullDatabaseFailsTheWholeRequest) {
       }
       return mgr_err::Error("none");
     }();
-    EXPECT_EQ("db: " + (dir_ / "panel.db") + ": database or disk is full", error.what());
+    EXPECT_EQ("db: " + (dir_ / "panel.db") + ": No space left on device (the disk is full)",
+              error.what());
   }
   EXPECT_TRUE(db_->Query("SELECT name FROM parent", {}, 1).empty());
   db_->Insert(kInsert, {"later", "1"});
@@ -262,6 +263,80 @@ TEST_F(SqlSessionTest, ADatabaseThatCanOnlyBeReadIsNamedWithTheRule) {
       EXPECT_EQ(dir_ / name, error.object());
       EXPECT_THAT(error.value(), HasSubstr("must be writable"));
     }
+  }
+}
+
+// Has SQLite's writes to files refused.
+class RefusedWrites {
+ public:
+  explicit RefusedWrites(int error) {
+    error_ = error;
+    for (const char* call : kCalls) {
+      vfs_->xSetSystemCall(vfs_, call, reinterpret_cast<sqlite3_syscall_ptr>(&Refuse));
+    }
+  }
+  ~RefusedWrites() {
+    for (const char* call : kCalls) {
+      vfs_->xSetSystemCall(vfs_, call, nullptr);
+    }
+  }
+  RefusedWrites(const RefusedWrites&) = delete;
+  RefusedWrites& operator=(const RefusedWrites&) = delete;
+
+ private:
+  static ssize_t Refuse(int, const void*, std::size_t, off_t) {
+    errno = error_;
+    return -1;
+  }
+
+  static constexpr const char* kCalls[] = {"pwrite", "pwrite64", "write"};
+  static int error_;
+  sqlite3_vfs* const vfs_ = sqlite3_vfs_find(nullptr);
+};
+
+int RefusedWrites::error_ = 0;
+
+struct Refusal {
+  const char* name;
+  int error;
+  const char* words;
+};
+
+constexpr Refusal kRefusals[] = {
+    {"full disk", ENOSPC, "No space left on device (the disk is full)"},
+    {"no quota left", EDQUOT, "Disk quota exceeded (the disk quota is used up)"},
+    {"bad disk", EIO, "disk I/O error: Input/output error"},
+};
+
+TEST_F(SqlSessionTest, WhatTheSystemRefusesIsToldInItsWords) {
+  for (const Refusal& c : kRefusals) {
+    SCOPED_TRACE(c.name);
+    mgr_err::Error error("none");
+    {
+      const RefusedWrites refused(c.error);
+      error = ErrorOf("INSERT INTO parent (name) VALUES ('x')");
+    }
+    EXPECT_EQ("db: " + (dir_ / "panel.db") + ": " + c.words, std::string(error.what()));
+    EXPECT_EQ("exists", (ErrorOf("INSERT INTO parent (name) VALUES ('y')"),
+                         ErrorOf("INSERT INTO parent (name) VALUES ('y')"))
+                            .type())
+        << "no word of an older refusal";
+    EXPECT_EQ("none", ErrorOf("DELETE FROM parent").type());
+  }
+}
+
+// What is shared between processes is made then.
+TEST_F(SqlSessionTest, ADiskThatIsFullWhenTheDatabaseIsOpenedIsNamed) {
+  db_.reset();
+  mgr_db::CloseDatabase();
+  const RefusedWrites refused(ENOSPC);
+  try {
+    mgr_db::OpenDatabase(dir_ / "panel.db");
+    mgr_db::ThreadConnection()->Query("SELECT name FROM parent", {}, 1);
+    ADD_FAILURE() << "opened";
+  } catch (const mgr_err::Error& error) {
+    EXPECT_EQ("db: " + (dir_ / "panel.db") + ": No space left on device (the disk is full)",
+              std::string(error.what()));
   }
 }
 
