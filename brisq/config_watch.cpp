@@ -5,6 +5,7 @@
 
 #include "framework/config_file.h"
 #include "mgr_log.h"
+#include "panel/known_settings.h"
 #include "panel/numeric_settings.h"
 
 namespace brisq {
@@ -24,6 +25,9 @@ void ConfigWatch::TakeUpChanges() {
     const mgr_cf::Settings settings = mgr_cf::ReadSettings(file_);
     brisq_panel::CheckNumericSettings(settings);
     mgr_cf::Apply(settings);
+    for (const std::string& line : brisq_panel::UnknownSettings(settings))
+      if (log_channel.Check(mgr_log::kWarning))
+        log_channel.Write(mgr_log::kWarning, "%s", line.c_str());
     if (log_channel.Check(mgr_log::kInfo))
       log_channel.Write(mgr_log::kInfo, "%s taken up", file_.c_str());
   } catch (const std::exception& error) {

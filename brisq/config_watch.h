@@ -14,7 +14,8 @@ class ConfigWatch {
 
   /// Sets parameters and paths anew when the file has changed since the last look, and by the first
   /// look: it may have changed since the server read it. What modules have read at their start
-  /// stays. A file that can't be read or breaks a rule is logged once and changes nothing.
+  /// stays. A file that can't be read or breaks a rule is logged once and changes nothing;
+  /// a key that nothing reads is logged once.
   void TakeUpChanges();
 
  private:

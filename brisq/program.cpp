@@ -13,6 +13,7 @@
 #include "framework/modules.h"
 #include "panel/held_signals.h"
 #include "panel/instance.h"
+#include "panel/known_settings.h"
 #include "panel/run_request.h"
 
 namespace brisq {
@@ -21,6 +22,10 @@ namespace {
 void WarnOfPlugins(const brisq_panel::Instance& instance, Output& output) {
   for (const auto& report : instance.reports())
     if (!report.error.empty()) output.Warn("plug-in " + report.file + ": " + report.error);
+}
+
+void WarnOfUnknown(const mgr_cf::Settings& settings, Output& output) {
+  for (const std::string& line : brisq_panel::UnknownSettings(settings)) output.Warn(line);
 }
 
 // True when something that was changed may be lost.
@@ -50,6 +55,7 @@ int Run(const CommandLine& line, const Console& console,
     if (line.command->begin) line.command->begin(call);
   });
   WarnOfPlugins(instance, output);
+  WarnOfUnknown(settings, output);
   for (const std::string& words : instance.recovered()) output.Warn(words);
   const brisq_panel::NoteKeeper keeper;
   if (TellsNewPasswords(line)) held.emplace();

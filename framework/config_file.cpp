@@ -123,6 +123,7 @@ void Reader::ReadLogEntry(const std::string& key, const toml::node& value) {
     settings_.log_keep = Number(key, value, 0, 1000);
   } else {
     settings_.log_levels[key] = Number(key, value, 0, 9);
+    settings_.level_places[key] = Place(value.source().begin);
   }
 }
 
@@ -133,6 +134,7 @@ void Reader::ReadParam(const std::string& key, const toml::node& value) {
 
 void Reader::ReadPath(const std::string& key, const toml::node& value) {
   settings_.paths[key] = Text(key, value);
+  settings_.path_places[key] = Place(value.source().begin);
 }
 
 std::string Reader::Text(const std::string& what, const toml::node& value) const {

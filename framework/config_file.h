@@ -33,8 +33,10 @@ struct Settings {
   /// Parameters and path keys, as they stand.
   std::map<std::string, std::string> params;
   std::map<std::string, std::string> paths;
-  /// "FILE:LINE" of each parameter that the file sets.
+  /// "FILE:LINE" of each parameter, path key and level by module that the file sets.
   std::map<std::string, std::string> param_places;
+  std::map<std::string, std::string> path_places;
+  std::map<std::string, std::string> level_places;
 };
 
 /// Reads a TOML file with the tables [panel] (database, state, plugins), [log] (directory, level,
@@ -53,6 +55,10 @@ BRISQ_API void Apply(const Settings& settings);
 /// Sets one value, which wins over the file's and over the default. Any thread.
 BRISQ_API void SetParam(const std::string& name, const std::string& value);
 BRISQ_API void SetPath(const std::string& name, const std::string& value);
+
+/// Names that have been declared, by plug-ins or the host, in order. Any thread.
+BRISQ_API std::vector<std::string> DeclaredParams();
+BRISQ_API std::vector<std::string> DeclaredPaths();
 
 /// Forgets everything set and everything declared.
 BRISQ_API void Reset();

@@ -38,6 +38,15 @@ void Hub::Remove(Channel& channel) {
   channels_.erase(&channel);
 }
 
+std::vector<std::string> Hub::ModuleNames() {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> names;
+  for (const Channel* channel : channels_) {
+    names.push_back(channel->module);
+  }
+  return names;
+}
+
 void Hub::Configure(const Setup& setup) { Install(setup); }
 
 void Hub::Reset() { Install(std::nullopt); }

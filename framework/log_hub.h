@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "framework/log_setup.h"
 #include "framework/log_sink.h"
@@ -34,6 +35,9 @@ class Hub {
   /// Sets the channel's level, now and at each change of the set-up, until it is removed.
   void Add(Channel& channel);
   void Remove(Channel& channel);
+
+  /// Modules of the channels that are there.
+  std::vector<std::string> ModuleNames();
 
   /// Has all channels, those that are there and those to come, use this set-up; files are opened by
   /// the first message.

@@ -39,6 +39,8 @@ void Configure(const Setup& setup) {
   Hub::Instance().Configure(setup);
 }
 
+std::vector<std::string> ModuleNames() { return Hub::Instance().ModuleNames(); }
+
 void Reset() { Hub::Instance().Reset(); }
 
 }  // namespace mgr_log

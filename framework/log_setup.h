@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "brisq_export.h"
 
@@ -33,6 +34,9 @@ struct Setup {
 ///
 /// @throws mgr_err::Error "file" when the directory can't be made; the earlier setup stays
 BRISQ_API void Configure(const Setup& setup);
+
+/// Names of the modules that exist at present, for which a level can be set. Any thread.
+BRISQ_API std::vector<std::string> ModuleNames();
 
 /// Back to the state before the first Configure: errors and warnings go to standard error.
 BRISQ_API void Reset();

@@ -52,6 +52,16 @@ void Write(Layers Store::*space, Texts Layers::*layer, const std::string& name,
   (store.*space.*layer)[name] = value;
 }
 
+std::vector<std::string> Declared(Layers Store::*space) {
+  Store& store = TheStore();
+  const std::shared_lock lock(store.mutex);
+  std::vector<std::string> names;
+  for (const auto& [name, value] : (store.*space).declared) {
+    names.push_back(name);
+  }
+  return names;
+}
+
 }  // namespace
 
 std::string GetParam(const std::string& name) { return Read(&Store::params, name); }
@@ -73,6 +83,10 @@ void SetParam(const std::string& name, const std::string& value) {
 void SetPath(const std::string& name, const std::string& value) {
   Write(&Store::paths, &Layers::set, name, value);
 }
+
+std::vector<std::string> DeclaredParams() { return Declared(&Store::params); }
+
+std::vector<std::string> DeclaredPaths() { return Declared(&Store::paths); }
 
 void Apply(const Settings& settings) {
   Texts params = settings.params;

@@ -84,6 +84,20 @@ TEST_F(ConfigWatchTest, AFileThatBreaksARuleIsLoggedOnceAndChangesNothing) {
   EXPECT_EQ("3", Period());
 }
 
+TEST_F(ConfigWatchTest, AKeyThatNothingReadsIsLoggedOnceAndTheRestIsTakenUp) {
+  Write("[param]\nEmailRefreshPeriod = \"5\"\nEmailRefreshPeriode = \"6\"\n");
+  watch_.TakeUpChanges();
+  watch_.TakeUpChanges();
+  EXPECT_EQ("5", Period());
+  int warnings = 0;
+  for (const std::string& line : log_.Messages("brisq")) {
+    warnings += line == "warning config: " + file_ +
+                            ":3: \"EmailRefreshPeriode\" is not known in [param] and changes "
+                            "nothing: did you mean \"EmailRefreshPeriod\"?";
+  }
+  EXPECT_EQ(1, warnings);
+}
+
 TEST_F(ConfigWatchTest, AFileThatIsGoneForAMomentIsTakenUpWhenItIsBack) {
   ASSERT_EQ(0, std::remove(file_.c_str()));
   log_.ExpectError("changed settings not taken up");

@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -110,6 +111,21 @@ TEST_F(PluginsTest, AloneEachLeavesAHostThatListsAndSaysWhyNoMailboxCanBeMade) {
     EXPECT_THAT(ran.err, Not(HasSubstr("secret")));
     EXPECT_EQ("", Run("mailbox list").out);
     dir_.Write("brisq.toml", before);
+  }
+}
+
+// A slip would change nothing without a word.
+TEST_F(PluginsTest, EveryCommandWarnsOfAKeyThatNothingReads) {
+  EXPECT_EQ("", Expect(0, "owner list").err);
+  dir_.Write("brisq.toml", dir_.Read("brisq.toml") + "dovecot-certonf = \"/x\"\n");
+  const std::string text = dir_.Read("brisq.toml");
+  const auto line = std::to_string(std::count(text.begin(), text.end(), '\n'));
+  const std::string warning = "brisq: warning: " + (dir_ / "brisq.toml:") + line +
+                              ": \"dovecot-certonf\" is not known in [path] and changes nothing: "
+                              "did you mean \"dovecot-certconf\"?\n";
+  for (const char* words : {"owner list", "check", "mailbox list"}) {
+    SCOPED_TRACE(words);
+    EXPECT_EQ(warning, Expect(0, words).err);
   }
 }
 

@@ -78,6 +78,9 @@ dovecot-passwd = "etc/passwd"
   EXPECT_EQ((std::map<std::string, int>{{"email", 9}, {"with blank", 6}}), settings.log_levels);
   EXPECT_EQ((std::map<std::string, std::string>{{"POP3", "dovecot"}, {"EmailAuth", ""}}),
             settings.params);
+  EXPECT_TRUE(settings.param_places.at("POP3").starts_with(dir / "brisq.toml:"));
+  EXPECT_TRUE(settings.path_places.at("dovecot-passwd").starts_with(dir / "brisq.toml:"));
+  EXPECT_TRUE(settings.level_places.at("email").starts_with(dir / "brisq.toml:"));
   EXPECT_EQ((std::map<std::string, std::string>{{"dovecot-passwd", "etc/passwd"},
                                                 {"dovecot-restart", "service dovecot restart"}}),
             settings.paths);

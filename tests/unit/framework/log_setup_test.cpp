@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <thread>
@@ -40,6 +41,19 @@ TEST_F(LogSetup, MakesTheFolderAndItsParents) {
   ASSERT_EQ(0, ::stat((dir_ / "a/b").c_str(), &status));
   EXPECT_EQ(0U, status.st_mode & 0027) << "nobody else may list the logs";
   EXPECT_TRUE(std::filesystem::is_empty(dir_ / "a/b")) << "files come with messages";
+}
+
+TEST_F(LogSetup, ModulesAreNamedAsLongAsTheyExist) {
+  const auto count = [] {
+    const std::vector<std::string> names = mgr_log::ModuleNames();
+    return std::count(names.begin(), names.end(), "log_setup_test");
+  };
+  EXPECT_EQ(0, count());
+  {
+    const Module module("log_setup_test", "test");
+    EXPECT_EQ(1, count());
+  }
+  EXPECT_EQ(0, count());
 }
 
 TEST_F(LogSetup, TakesAFolderThatIsThere) {

@@ -20,6 +20,17 @@ TEST_F(MgrCf, UnknownKeyIsEmpty) {
   EXPECT_EQ("", mgr_cf::GetPath("dovecot-passwd"));
 }
 
+TEST_F(MgrCf, WhatWasDeclaredIsNamedInOrderAndWhatWasSetIsNot) {
+  mgr_cf::SetParam("A", "1");
+  mgr_cf::AddParam("C", "");
+  mgr_cf::AddParam("B", "2");
+  mgr_cf::SetPathDefault("d", "/d");
+  EXPECT_EQ((std::vector<std::string>{"B", "C"}), mgr_cf::DeclaredParams());
+  EXPECT_EQ(std::vector<std::string>{"d"}, mgr_cf::DeclaredPaths());
+  mgr_cf::Reset();
+  EXPECT_TRUE(mgr_cf::DeclaredParams().empty());
+}
+
 TEST_F(MgrCf, DefaultHoldsUntilAValueIsSet) {
   mgr_cf::AddParam("DovecotCheckPeriod", "5");
   mgr_cf::SetPathDefault("dovecot-doveadm", "/usr/bin/doveadm");
