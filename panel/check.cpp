@@ -22,7 +22,7 @@ void Attempt(const CheckArea& area, Drifts& drifts, const std::function<void()>&
     look();
   } catch (const mgr_err::Error& error) {
     drifts.Error("CHECK-FAILED", area.name, error.object() + ": " + error.value(),
-                 "end what is named there, then brisq check again");
+                 "end what is named there, then brisq check");
   }
 }
 

@@ -11,11 +11,15 @@
 #include "framework/user_dir.h"
 #include "mgr_err.h"
 #include "panel/home_job.h"
+#include "panel/homes.h"
 #include "panel/job_log.h"
 #include "panel/mail_line.h"
+#include "panel/mailboxes.h"
 #include "panel/maildir.h"
 #include "panel/mend_jobs.h"
+#include "panel/names.h"
 #include "panel/records.h"
+#include "panel/shell_word.h"
 #include "panel/state_at.h"
 
 namespace brisq_panel {
@@ -69,11 +73,11 @@ void CheckOwner(const Owner& owner, Drifts& drifts) {
     drifts.Error("OWNER-ACCESS", home,
                  "belongs to uid " + std::to_string(state->st_uid) + " instead of " +
                      std::to_string(uid) + ", so no mailbox can be made in it",
-                 "chown " + std::to_string(uid) + " " + home);
+                 "chown " + std::to_string(uid) + " " + ShellWord(home));
   } else if ((state->st_mode & S_IWOTH) != 0) {
     // As in a user's tree: the owner may have put a second name of another's file there since.
     const mgr_file::safe::Folder folder(home, home, uid, gid);
-    drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + home,
+    drifts.Error("OWNER-ACCESS", home, "everybody may write to it", "chmod o-w " + ShellWord(home),
                  [=] { new SetAccess(folder, ModeOf(folder) & 07775); });
   }
 }
@@ -137,7 +141,7 @@ class MailboxChecks {
     }
     drifts_.Warning("MAILDIR-MODE", folder.path(),
                     open ? "everybody may enter it" : "its owner may not use it",
-                    "chmod u+rwx,o= " + folder.path(),
+                    "chmod u+rwx,o= " + ShellWord(folder.path()),
                     [=] { new SetAccess(folder, (ModeOf(folder) & 07770) | S_IRWXU); });
   }
 
@@ -168,6 +172,32 @@ struct Home {
   }
 };
 
+bool IsFree(const std::string& home, int mailbox) {
+  try {
+    CheckHomeIsFree(CheckHome(home), mailbox);
+    return true;
+  } catch (const mgr_err::Error& error) {
+    if (error.type() != "value") {
+      throw;
+    }
+    return false;
+  }
+}
+
+// The command that gives a mailbox a home of its own: the one that a new mailbox would have, or one
+// beside it.
+std::string SetFreeHome(const std::string& address) {
+  const Address parsed = ParseAddress(address);
+  const Mailbox mailbox = FindMailbox(parsed);
+  const std::string usual = DefaultHome(email::GetEmailOwner(mailbox)->home, parsed);
+  constexpr int kMostTries = 100;
+  std::string home = usual;
+  for (int n = 2; n < kMostTries && !IsFree(home, mailbox->id); ++n) {
+    home = usual + "-" + std::to_string(n);
+  }
+  return "brisq mailbox set " + address + " --home " + ShellWord(home);
+}
+
 // Tells the addresses whose homes are shared.
 std::set<std::string> CheckShared(const std::set<Home>& homes, Drifts& drifts) {
   std::set<std::string> shared;
@@ -177,7 +207,7 @@ std::set<std::string> CheckShared(const std::set<Home>& homes, Drifts& drifts) {
       const bool same = home.path == outer->path;
       drifts.Error("HOME-SHARED", home.address,
                    (same ? "has the home of " : "has its home in that of ") + outer->address,
-                   "brisq mailbox set " + home.address + " --home DIR, and move its mail there");
+                   SetFreeHome(home.address) + ", and move its mail there");
       shared.insert(home.address);
     } else {
       outer = &home;
@@ -203,7 +233,7 @@ void CheckMailbox(const Mailbox& mailbox, const std::string& address, Drifts& dr
   if (!LiesIn(home, owner->home)) {
     drifts.Error("HOME-OUTSIDE", address,
                  "has its home " + home + " outside of its owner's, " + std::string(owner->home),
-                 "brisq mailbox set " + address + " --home DIR");
+                 SetFreeHome(address) + ", and move its mail there");
   } else if (mailbox->active && mgr_file::Exists(owner->home)) {
     MailboxChecks(owner, home, address, drifts).CheckMaildir();
   }

@@ -1,6 +1,7 @@
 #include "panel/check_journal.h"
 
 #include "framework/journal.h"
+#include "panel/shell_word.h"
 
 namespace brisq_panel {
 
@@ -13,12 +14,12 @@ void CheckJournal(Drifts& drifts) {
       continue;
     }
     const std::string steps = entry.steps.empty() ? "" : "; its last step: " + entry.steps.back();
-    drifts.Error(
-        "JOURNAL-OPEN", journal::Folder() + "/" + entry.id,
-        entry.request + " of " + entry.who + " at " + entry.started +
-            " was killed or could not end, and is neither finished nor taken back yet" + steps,
-        "end what the log \"brisq\" names, then brisq check again; or give it up: remove the "
-        "file, then brisq check");
+    drifts.Error("JOURNAL-OPEN", journal::Folder() + "/" + entry.id,
+                 entry.request + " of " + entry.who + " at " + entry.started +
+                     " was killed or could not end, and is neither finished nor taken back yet" +
+                     steps,
+                 "end what the log \"brisq\" names, then brisq check; or give it up: rm " +
+                     ShellWord(journal::Folder() + "/" + entry.id) + ", then brisq check");
   }
 }
 

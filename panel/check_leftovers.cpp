@@ -17,6 +17,7 @@
 #include "mgr_err.h"
 #include "mgr_file.h"
 #include "panel/mend_jobs.h"
+#include "panel/shell_word.h"
 
 namespace brisq_panel {
 
@@ -63,7 +64,7 @@ void CheckPasswdFolder(Drifts& drifts) {
     } else if (folder.name().starts_with(edited) && IsNumber(folder.name().substr(edited.size()))) {
       drifts.Warning("LEFTOVER-EDIT", folder.FullName(),
                      "is an edit by hand that a killed save had not taken over",
-                     "diff " + folder.FullName() + " " + target.path +
+                     "diff " + ShellWord(folder.FullName()) + " " + ShellWord(target.path) +
                          ", take over what is missing, then remove it");
     }
   }

@@ -3,9 +3,12 @@
 #include <grp.h>
 
 #include <map>
+#include <optional>
 
 #include "framework/conf_line.h"
+#include "mgr_err.h"
 #include "panel/mend_jobs.h"
+#include "panel/names.h"
 #include "panel/passwd_file_check.h"
 #include "panel/state_at.h"
 #include "panel/sync.h"
@@ -75,13 +78,47 @@ std::string Differences(const std::string& in_file, const std::string& in_table)
   return text;
 }
 
+// The quota of a mail location as `mailbox set` takes it; nothing for one that the panel does not
+// write.
+std::optional<std::string> QuotaOf(std::string_view maildir) {
+  constexpr std::string_view kFront = "maildir:~/.maildir userdb_quota_rule=*:bytes=";
+  if (!maildir.starts_with(kFront) || !maildir.ends_with('M')) {
+    return std::nullopt;
+  }
+  const std::string quota(maildir.substr(kFront.size()));
+  try {
+    const int megabytes = ParseQuota(quota);
+    return megabytes == 0 ? "none" : std::to_string(megabytes);
+  } catch (const mgr_err::Error&) {
+    return std::nullopt;
+  }
+}
+
+// The command that takes over what the file has; empty when none does. Uid and gid are the owner's.
+std::string TakeOver(const std::string& name, const std::string& in_file,
+                     const std::string& in_table) {
+  const auto column = [](const std::string& line, unsigned long number) {
+    return std::string(conf_line::Column(line, ':', 9, number));
+  };
+  const auto differs = [&](unsigned long number) {
+    return column(in_file, number) != column(in_table, number);
+  };
+  const std::optional<std::string> quota = QuotaOf(column(in_file, 9));
+  // A home may be taken or out of place, which the command says better.
+  if (differs(3) || differs(4) || differs(6) || !quota) {
+    return {};
+  }
+  return ", or brisq mailbox set " + name + " --quota " + *quota +
+         ", which keeps what the file has";
+}
+
 void CompareValues(Drifts& drifts) {
   const std::vector<std::string> diff = PlanSync().diff;
   for (std::size_t i = 1; i < diff.size(); ++i) {
     const std::string name = diff[i].substr(1, diff[i].find(':') - 1);
     if (diff[i][0] == '+' && diff[i - 1].starts_with("-" + name + ":")) {
       drifts.Warning("LINE-DIFFERS", name, Differences(diff[i - 1].substr(1), diff[i].substr(1)),
-                     "brisq sync, or brisq mailbox set " + name + " to keep what the file has");
+                     "brisq sync" + TakeOver(name, diff[i - 1].substr(1), diff[i].substr(1)));
     }
   }
 }

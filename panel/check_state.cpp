@@ -12,6 +12,7 @@
 #include "panel/instance_places.h"
 #include "panel/mend_jobs.h"
 #include "panel/sealed_texts.h"
+#include "panel/shell_word.h"
 #include "panel/state_at.h"
 
 namespace brisq_panel {
@@ -38,7 +39,7 @@ void CheckPrivate(const std::string& path, Drifts& drifts) {
   const mode_t mode = S_ISDIR(state.st_mode) ? 0700 : 0600;
   drifts.Error("STATE-ACCESS", path,
                foreign ? "belongs to uid " + std::to_string(state.st_uid) : "is open to others",
-               "chown root " + path + " && chmod go= " + path,
+               "chown root " + ShellWord(path) + " && chmod go= " + ShellWord(path),
                [=] { new SetAccess(path, mode, ::geteuid()); });
 }
 
@@ -111,7 +112,8 @@ void CheckKey(Drifts& drifts) {
     drifts.Error("KEY-LOST", key, "does not open " + lost + "; " + reason,
                  "put the key back from a backup; without one give up what it sealed: (umask 077; "
                  "head -c 32 /dev/urandom >" +
-                     key + "), then brisq mailbox passwd for each mailbox");
+                     ShellWord(key) +
+                     "), then a new password for each mailbox whose password the panel kept");
   }
 }
 
@@ -120,7 +122,8 @@ void CheckLogEntry(const std::string& path, mode_t wrong, const std::string& tex
   if (S_ISLNK(state.st_mode) || (state.st_mode & wrong) == 0) {
     return;
   }
-  drifts.Warning("LOG-ACCESS", path, text, "take that right away with chmod",
+  drifts.Warning("LOG-ACCESS", path, text,
+                 (wrong == S_IWOTH ? "chmod o-w " : "chmod o= ") + ShellWord(path),
                  [=] { new SetAccess(path, StateOf(path).st_mode & 07777 & ~wrong); });
 }
 

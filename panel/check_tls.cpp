@@ -18,6 +18,7 @@
 #include "panel/job_log.h"
 #include "panel/mend_jobs.h"
 #include "panel/path_key.h"
+#include "panel/shell_word.h"
 #include "panel/state_at.h"
 #include "panel/tls_state.h"
 
@@ -65,7 +66,8 @@ std::function<void()> SetAnew(const std::string& name) {
 }
 
 std::string Command(const DomainInfo& domain) {
-  return "brisq tls set " + domain.name + " --cert " + domain.cert + " --key " + domain.key;
+  return "brisq tls set " + domain.name + " --cert " + ShellWord(domain.cert) + " --key " +
+         ShellWord(domain.key);
 }
 
 // False when setting the certificate anew would make Dovecot fail.
@@ -108,7 +110,7 @@ void CheckAccess(const std::string& snippet, Drifts& drifts) {
     return;
   }
   drifts.Error("TLS-ACCESS", snippet, "others than root may change it",
-               "chown root " + snippet + " && chmod 0600 " + snippet,
+               "chown root " + ShellWord(snippet) + " && chmod 0600 " + ShellWord(snippet),
                [=] { new SetAccess(snippet, 0600, ::geteuid()); });
 }
 
@@ -144,7 +146,7 @@ void CheckSnippets(const std::set<std::string>& known, Drifts& drifts) {
                    "brisq tls prune", Prune(snippet));
     } else {
       drifts.Warning("TLS-STRANGER", snippet, "belongs to no domain that has a certificate",
-                     "remove it, or brisq tls set for its domain");
+                     "rm " + ShellWord(snippet) + ", or leave it when it is meant");
     }
   }
 }
@@ -157,7 +159,7 @@ void CheckLinks(const std::set<std::string>& known, Drifts& drifts) {
     if ((folder.HasExt(".crt") || folder.HasExt(".key")) && known.count(link) == 0 &&
         std::filesystem::is_symlink(link, none)) {
       drifts.Warning("TLS-STRANGER", link, "belongs to no domain that has a certificate",
-                     "remove it, or brisq tls set for its domain");
+                     "rm " + ShellWord(link) + ", or leave it when it is meant");
     }
   }
 }
@@ -167,7 +169,7 @@ void CheckFolder(const std::string& folder, Drifts& drifts) {
   const auto state = StateAt(folder, Links::kFollow);
   if (state && (state->st_mode & S_IWOTH) != 0) {
     drifts.Error("TLS-ACCESS", folder, "everybody may replace what lies in it",
-                 "chmod o-w " + folder);
+                 "chmod o-w " + ShellWord(folder));
   }
 }
 

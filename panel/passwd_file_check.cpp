@@ -26,6 +26,7 @@
 #include "panel/mailboxes.h"
 #include "panel/passwd_lines.h"
 #include "panel/password_line.h"
+#include "panel/shell_word.h"
 
 namespace brisq_panel {
 
@@ -113,7 +114,8 @@ std::string KindOf(const struct stat& info) {
 class FileChecks {
  public:
   /// @param path  with its links followed
-  FileChecks(std::string path, const struct stat& info) : path_(std::move(path)), info_(info) {}
+  FileChecks(std::string path, const struct stat& info)
+      : path_(std::move(path)), word_(ShellWord(path_)), info_(info) {}
 
   std::vector<Finding> All() {
     CheckReader();
@@ -134,20 +136,20 @@ class FileChecks {
     if (reach == Reach::kFileRefuses) {
       Add("PASSWD-UNREADABLE", Severity::kError,
           "Dovecot, which reads it as user dovecot, may not, so every login is refused",
-          "chgrp dovecot " + path_ + " && chmod 0640 " + path_);
+          "chgrp dovecot " + word_ + " && chmod 0640 " + word_);
     } else if (reach == Reach::kWayRefuses) {
       Add("PASSWD-UNREADABLE", Severity::kError,
           "a directory above it keeps user dovecot out, so every login is refused",
-          "namei -l " + path_ + " shows which; let the group dovecot search it");
+          "namei -l " + word_ + ", which shows it: let the group dovecot search it");
     }
   }
 
   void CheckMode() {
     if ((info_.st_mode & S_IWOTH) != 0) {
-      Add("PASSWD-WRITABLE", Severity::kError, "everybody may change it", "chmod 0640 " + path_);
+      Add("PASSWD-WRITABLE", Severity::kError, "everybody may change it", "chmod 0640 " + word_);
     } else if ((info_.st_mode & S_IROTH) != 0) {
       Add("PASSWD-READABLE", Severity::kWarning, "everybody may read it, hashes included",
-          "chmod o= " + path_);
+          "chmod o= " + word_);
     }
   }
 
@@ -155,7 +157,7 @@ class FileChecks {
     if (info_.st_uid == 0 || info_.st_uid == ::geteuid()) return;
     Add("PASSWD-OWNER", Severity::kWarning,
         UserName(info_.st_uid) + " owns it and may change every mailbox's password",
-        "chown root " + path_);
+        "chown root " + word_);
   }
 
   void CheckDirectory() {
@@ -164,18 +166,18 @@ class FileChecks {
     if (::stat(folder.c_str(), &info) != 0) throw mgr_file::FileError(folder, "stat");
     if ((info.st_mode & S_IWOTH) == 0 || (info.st_mode & S_ISVTX) != 0) return;
     Add("PASSWD-DIRECTORY", Severity::kError, "everybody may replace it, because of its directory",
-        "chmod o-w " + folder);
+        "chmod o-w " + ShellWord(folder));
   }
 
   void CheckReplaceable() {
     if (info_.st_nlink > 1) {
       Add("PASSWD-LINKS", Severity::kError,
           "it has " + std::to_string(info_.st_nlink) + " names (hard links), so it is not changed",
-          "find its names with find -samefile " + path_ + " and keep one");
+          "find / -xdev -samefile " + word_ + ", which tells its names: keep one");
     }
     if (IsImmutable(path_)) {
       Add("PASSWD-IMMUTABLE", Severity::kError, "it is immutable, so it can't be changed",
-          "chattr -i " + path_);
+          "chattr -i " + word_);
     }
     if (IsMounted(path_)) {
       Add("PASSWD-MOUNT", Severity::kError, "it is mounted by itself, so it can't be replaced",
@@ -184,6 +186,7 @@ class FileChecks {
   }
 
   const std::string path_;
+  const std::string word_;  // for commands
   const struct stat info_;
   std::vector<Finding> findings_;
 };
@@ -247,7 +250,7 @@ std::vector<Finding> CheckPasswdFile() {
     return findings;
   }
   const std::string content = PasswdFileText(path);
-  Append(findings, CheckPasswdLines(path, content));
+  Append(findings, CheckPasswdLines(path, content, &active));
   Append(findings, ComparePasswdNames(path, content, active, inactive));
   return findings;
 }

@@ -57,8 +57,13 @@ bool HasWord(std::string_view text, std::string_view word) {
 /// The checks of the lines of one document.
 class LineChecks {
  public:
-  LineChecks(const std::string& path, const ConfDocument& document)
-      : path_(path), document_(document) {}
+  LineChecks(const std::string& path, const ConfDocument& document,
+             const std::vector<std::string>* active = nullptr)
+      : path_(path), document_(document), in_words_(active == nullptr) {
+    if (active != nullptr) {
+      active_.insert(active->begin(), active->end());
+    }
+  }
 
   std::vector<Found> All() {
     for (line_ = document_.NextLine(0); line_ != ConfDocument::kNone;
@@ -75,9 +80,27 @@ class LineChecks {
     return conf_line::Column(document_.Text(line_), ':', kColumns, column);
   }
 
-  void Add(const char* code, Severity severity, std::string text, std::string fix) {
+  void Add(const char* code, Severity severity, std::string text, const std::string& by_hand) {
     found_.push_back(
-        {line_, {code, severity, At(path_, lines_.size()), std::move(text), std::move(fix)}});
+        {line_, {code, severity, At(path_, lines_.size()), std::move(text), Fix(code, by_hand)}});
+  }
+
+  // What ends a finding of a line that the panel writes itself; empty when nothing of its does.
+  std::string Command(std::string_view code) const {
+    if (code == "PASSWD-ROOT" || code == "PASSWD-ID" || code == "PASSWD-HOME") return "brisq sync";
+    const std::string passwd = "brisq mailbox passwd " + Name() + " --generate";
+    if (code == "PASSWD-OPEN") return passwd;
+    return code == "PASSWD-NO-HASH" ? passwd + ", or brisq sync --generate" : "";
+  }
+
+  std::string Fix(std::string_view code, const std::string& by_hand) const {
+    if (in_words_) return by_hand;
+    const std::string edit = "brisq passwd-file edit: " + by_hand;
+    if (active_.count(name_) == 0) return edit;
+    if (code == "PASSWD-SHORT") return edit + "; then brisq sync";
+    const bool is_its_line = document_.FindRecord(name_, kColumns) == line_;
+    const std::string command = is_its_line ? Command(code) : "";
+    return command.empty() ? edit : command;
   }
   void Error(const char* code, std::string text, std::string fix) {
     Add(code, Severity::kError, std::move(text), std::move(fix));
@@ -131,17 +154,17 @@ class LineChecks {
     const std::string_view hash = Column(2);
     if (hash.empty()) {
       Warning("PASSWD-NO-HASH", Name() + " has no password, so nobody can log in",
-              "brisq mailbox passwd " + Name());
+              "put a hash there, or take the line out");
     } else if (hash.starts_with('{') && hash.find('}') + 1 == hash.size()) {
       Error("PASSWD-OPEN",
             Name() + " has a password scheme without a hash; with PLAIN the empty password logs in",
-            "brisq mailbox passwd " + Name());
+            "put a hash behind the scheme, or take the line out");
     }
   }
 
   void AddShort() {
     Error("PASSWD-SHORT", ShortLineProblem(name_, document_.Text(line_)),
-          "complete the line, or remove it or put # before it");
+          "complete the line, or take it out or put # before it");
   }
 
   void CheckId(const std::string& field, unsigned long column) {
@@ -188,6 +211,8 @@ class LineChecks {
 
   const std::string& path_;
   const ConfDocument& document_;
+  const bool in_words_;
+  std::set<std::string, std::less<>> active_;
   Line line_ = 0;
   std::vector<Line> lines_;  // up to and with the present one
   std::string_view name_;
@@ -196,10 +221,11 @@ class LineChecks {
 
 }  // namespace
 
-std::vector<Finding> CheckPasswdLines(const std::string& path, std::string_view content) {
+std::vector<Finding> CheckPasswdLines(const std::string& path, std::string_view content,
+                                      const std::vector<std::string>* active) {
   const ConfDocument document = Parse(content);
   std::vector<Finding> findings;
-  for (Found& found : LineChecks(path, document).All()) {
+  for (Found& found : LineChecks(path, document, active).All()) {
     findings.push_back(std::move(found.finding));
   }
   return findings;
@@ -237,11 +263,13 @@ std::vector<Finding> ComparePasswdNames(const std::string& path, std::string_vie
     if (off.count(name) != 0) {
       findings.push_back({"PASSWD-INACTIVE", Severity::kError, At(path, number),
                           "mailbox " + name + " is switched off, but its line lets its user in",
-                          "brisq sync, or brisq mailbox set " + name + " --active on"});
+                          "brisq sync"});
     } else if (on.count(name) == 0) {
-      findings.push_back({"PASSWD-STRANGER", Severity::kWarning, At(path, number),
-                          name + " is no mailbox of the panel",
-                          "remove the line; for a mailbox of this name then brisq mailbox add"});
+      findings.push_back(
+          {"PASSWD-STRANGER", Severity::kWarning, At(path, number),
+           name + " is no mailbox of the panel",
+           "brisq passwd-file edit: take the line out, and then add a mailbox of this "
+           "name if there is to be one"});
     }
   }
   for (const std::string& address : active) {

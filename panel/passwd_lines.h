@@ -27,8 +27,11 @@ namespace brisq_panel {
 /// | PASSWD-NO-HASH | warning | has no password |
 /// | PASSWD-PERCENT | warning | has "%" in its extra fields, which Dovecot expands |
 ///
-/// @param path  names the file in the findings: "PATH, line N"
-BRISQ_API std::vector<Finding> CheckPasswdLines(const std::string& path, std::string_view content);
+/// @param path    names the file in the findings: "PATH, line N"
+/// @param active  full addresses of the panel's active mailboxes: what ends a finding is told as a
+/// command then. Null: as what to write, for who has the file in an editor
+BRISQ_API std::vector<Finding> CheckPasswdLines(const std::string& path, std::string_view content,
+                                                const std::vector<std::string>* active = nullptr);
 
 /// Those findings of `after` that `before` did not have already, for a line of the same text.
 BRISQ_API std::vector<Finding> NewPasswdFindings(const std::string& path, std::string_view before,

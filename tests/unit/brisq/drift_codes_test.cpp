@@ -17,6 +17,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 enum class Then { kMended, kLeft };
 
@@ -126,6 +127,15 @@ const Plant kPlants[] = {
      "mkdir -m 777 open; mv passwd open; ln -s open/passwd passwd", kLeft},
 };
 
+// Where every command ends as the check does.
+const std::set<std::string> kDatabaseFails = {"DATABASE-DAMAGED", "CHECK-FAILED", "JOURNAL-OPEN"};
+
+// What chmod, chown and rm end.
+const std::set<std::string> kEndedByTheSystem = {
+    "PASSWD-UNREADABLE", "PASSWD-WRITABLE", "PASSWD-READABLE", "PASSWD-OWNER",
+    "PASSWD-DIRECTORY",  "OWNER-ACCESS",    "MAILDIR-MODE",    "TLS-ACCESS",
+    "TLS-STRANGER",      "STATE-ACCESS",    "LOG-ACCESS"};
+
 // A record of the journal, with its checksum (FNV-1a).
 std::string Record(const std::string& text) {
   std::uint64_t sum = 0xcbf29ce484222325u;
@@ -183,6 +193,42 @@ class DriftCodesTest : public InstanceTest {
     EXPECT_EQ("", ChangedSince(before));
   }
 
+  // What a check advises to do about its findings of a code.
+  static std::vector<std::string> FixesOf(const std::string& code, const Ran& found) {
+    std::vector<std::string> fixes;
+    const std::regex line("(?:^|\\n)" + code + " [^\\n]*\\(fix: ([^\\n]*)\\)(?=\\n)");
+    for (std::sregex_iterator at(found.out.begin(), found.out.end(), line), end; at != end; ++at) {
+      fixes.push_back((*at)[1]);
+    }
+    EXPECT_FALSE(fixes.empty()) << found.out;
+    return fixes;
+  }
+
+  // Gives what the program is advised to do to its own command line, and has it tried.
+  void ExpectItsCommandsToWork(const std::string& fix) {
+    // Without one the program asks, which a paste into a terminal lets it do.
+    static const std::regex command("brisq ((?:[^,;:']|,(?! )|'[^']*')+)");
+    for (std::sregex_iterator at(fix.begin(), fix.end(), command), end; at != end; ++at) {
+      const std::string words = (*at)[1];
+      EXPECT_EQ(std::string::npos, words.find(" to ")) << "prose behind a command: " << words;
+      in_front_ = "VISUAL=true ";
+      const Ran ran = Run(words == "check" ? words : words + " --dry-run");
+      in_front_.clear();
+      const bool looks = words.starts_with("check") || words == "sync";
+      EXPECT_TRUE(ran.status == 0 || (looks && ran.status == 5))
+          << words << ": " << ran.status << "\n"
+          << ran.err;
+    }
+  }
+
+  // A command of the system that a fix begins with, or holds behind another way.
+  static std::string SystemCommandIn(const std::string& fix) {
+    static const std::regex command(
+        "(?:^|, or )((?:chmod|chown|chgrp|rm) (?:[^,;:']|,(?! )|'[^']*')+)");
+    std::smatch match;
+    return std::regex_search(fix, match, command) ? match[1].str() : std::string();
+  }
+
   // Lines of a check that hold a code.
   static bool Tells(const Ran& ran, const std::string& code) {
     return ("\n" + ran.out).find("\n" + code + " ") != std::string::npos;
@@ -204,6 +250,12 @@ TEST_F(DriftCodesTest, EachDriftIsFoundAndMendedOrLeft) {
     const Ran found = Expect(5, "check");
     EXPECT_TRUE(Tells(found, plant.code)) << found.out;
     EXPECT_THAT(found.out, Not(HasSubstr("}hash"))) << "no finding shows a hash";
+    for (const std::string& fix : FixesOf(plant.code, found)) {
+      SCOPED_TRACE(fix);
+      if (!support::kSanitized && kDatabaseFails.count(plant.code) == 0) {
+        ExpectItsCommandsToWork(fix);
+      }
+    }
     const bool offered = found.out.find("check --fix") != std::string::npos;
     EXPECT_EQ(plant.then == kMended, offered) << found.out;
     if (plant.then == kLeft) {
@@ -216,6 +268,40 @@ TEST_F(DriftCodesTest, EachDriftIsFoundAndMendedOrLeft) {
     EXPECT_THAT(Expect(0, "check --fix").err, HasSubstr(std::string("mended: ") + plant.code));
     if (!support::kSanitized) {
       EXPECT_EQ("", Expect(0, "check").out);
+    }
+  }
+}
+
+// As pasted from the line that the check has printed.
+TEST_F(DriftCodesTest, EachCommandOfTheSystemThatIsAdvisedEndsItsFinding) {
+  if (support::kSanitized) GTEST_SKIP() << "nothing else is run than without";
+  std::set<std::string> ended;
+  for (const Plant& plant : kPlants) {
+    const std::string code = plant.code;
+    if (kEndedByTheSystem.count(code) == 0) continue;
+    SCOPED_TRACE(plant.name);
+    Reset();
+    Do(plant);
+    std::vector<std::string> commands;
+    for (const std::string& fix : FixesOf(code, Expect(5, "check"))) {
+      commands.push_back(SystemCommandIn(fix));
+    }
+    if (commands.front().empty()) continue;
+    for (const std::string& command : commands) Shell(command);
+    EXPECT_FALSE(Tells(Run("check"), code)) << commands.front();
+    ended.insert(code);
+  }
+  EXPECT_EQ(kEndedByTheSystem, ended);
+}
+
+// Names come from the file: what is no mailbox's is in no command.
+TEST_F(DriftCodesTest, NoCommandHoldsANameThatSomebodyHasMadeUp) {
+  Shell("printf \"x;id@y.org::1:1::/h:::m\\nz@y.org\\n\" >>passwd");
+  for (const char* code : {"PASSWD-NO-HASH", "PASSWD-SHORT", "PASSWD-STRANGER"}) {
+    SCOPED_TRACE(code);
+    for (const std::string& fix : FixesOf(code, Expect(5, "check"))) {
+      EXPECT_THAT(fix, StartsWith("brisq passwd-file edit: "));
+      EXPECT_THAT(fix, Not(HasSubstr("y.org")));
     }
   }
 }

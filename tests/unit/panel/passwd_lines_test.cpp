@@ -125,9 +125,10 @@ TEST(PasswdLines, NamesAreComparedBothWays) {
       ElementsAre(
           "PASSWD-INACTIVE error /users, line 2: mailbox b@x is switched off, but its line lets "
           "its "
-          "user in (fix: brisq sync, or brisq mailbox set b@x --active on)",
-          "PASSWD-STRANGER warning /users, line 3: c@x is no mailbox of the panel (fix: remove the "
-          "line; for a mailbox of this name then brisq mailbox add)",
+          "user in (fix: brisq sync)",
+          "PASSWD-STRANGER warning /users, line 3: c@x is no mailbox of the panel (fix: brisq "
+          "passwd-file edit: take the line out, and then add a mailbox of this name if there is to "
+          "be one)",
           "PASSWD-NO-LINE error e@x: the mailbox has no line in /users, so nobody can log in (fix: "
           "brisq sync, or brisq mailbox delete e@x)"));
 }
