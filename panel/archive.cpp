@@ -93,6 +93,10 @@ std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
   return rows.empty() ? nullptr : rows.front();
 }
 
+std::shared_ptr<MailboxArchive> FindSwitchedOff(const Address& address) {
+  return FindArchived(address, {kSwitchedOff, kOffWithDomain});
+}
+
 SweepPermit::SweepPermit() { ++g_permits; }
 SweepPermit::~SweepPermit() { --g_permits; }
 bool SweepPermit::Given() noexcept { return g_permits > 0; }

@@ -27,7 +27,7 @@ class BRISQ_API MailboxArchive : public mgr_db::CustomTable {
   mgr_db::StringField quota;
   mgr_db::IntField used;
   mgr_db::BoolField active;
-  mgr_db::StringField reason;    ///< kSwept, kDeleted or kSwitchedOff
+  mgr_db::StringField reason;    ///< kSwept, kDeleted, kSwitchedOff or kOffWithDomain
   mgr_db::StringField archived;  ///< time in UTC, "2024-01-31T23:59:59Z"
 };
 
@@ -36,10 +36,12 @@ class BRISQ_API MailboxArchive : public mgr_db::CustomTable {
 BRISQ_API void ArchiveMailboxes(const std::string& condition, const std::string& reason);
 
 /// Reasons that are kept for mailboxes that can be restored, and for the line of one that was
-/// switched off.
+/// switched off: by itself, so that it stays off, or because its domain was, with which it comes
+/// back.
 constexpr const char* kSwept = "swept";
 constexpr const char* kDeleted = "deleted";
 constexpr const char* kSwitchedOff = "switched off";
+constexpr const char* kOffWithDomain = "switched off with its domain";
 
 /// Copies one mailbox, whose row is posted, into the archive.
 /// @param hash  of its password, as the mail server knew it; empty when that is not known
@@ -53,6 +55,10 @@ BRISQ_API std::vector<std::shared_ptr<MailboxArchive>> AllArchived(
 /// The latest archived state of an address for any of these reasons; null when there is none.
 BRISQ_API std::shared_ptr<MailboxArchive> FindArchived(const Address& address,
                                                        const std::vector<std::string>& reasons);
+
+/// What is kept of the line of an address that is switched off, for either reason; null when there
+/// is none.
+BRISQ_API std::shared_ptr<MailboxArchive> FindSwitchedOff(const Address& address);
 
 /// Lets EmailTable take any number of rows while it lives, on its thread.
 class BRISQ_API SweepPermit {

@@ -35,16 +35,39 @@ void CheckLinesOf(const Domain& domain) {
   CheckLinesThatLeave(addresses);
 }
 
+void SwitchMailboxesOff(const Domain& domain, Request& request) {
+  ForEachMailbox(domain, [&](Mailbox& mailbox) {
+    if (mailbox->active) {
+      SwitchMailbox(mailbox, false, request);
+    }
+  });
+}
+
+void BringMailboxesBack(const Domain& domain, Request& request) {
+  ForEachMailbox(domain, [&](Mailbox& mailbox) {
+    if (ComesBackWithDomain(mailbox)) {
+      SwitchMailbox(mailbox, true, request);
+    } else if (!mailbox->active) {
+      request.AddNote(email::GetEmailName(mailbox) + " stays switched off, as it was by itself");
+    }
+  });
+}
+
 void SwitchDomain(const Domain& domain, bool active, Request& request) {
+  if (domain->active == active) {
+    return;
+  }
   if (!active) {
     CheckLinesOf(domain);
   }
+  // Before its mailboxes: what one went off with is seen by its domain's row.
   domain->active = active;
-  ForEachMailbox(domain, [&](Mailbox& mailbox) {
-    if (mailbox->active != active) {
-      SwitchMailbox(mailbox, active, request);
-    }
-  });
+  domain->Post();
+  if (active) {
+    BringMailboxesBack(domain, request);
+  } else {
+    SwitchMailboxesOff(domain, request);
+  }
 }
 
 void GiveTo(const Domain& domain, const std::string& owner) {

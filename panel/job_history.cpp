@@ -173,7 +173,7 @@ void UndoDomain(const ObjectChange& change) {
 
 // The hash that was set aside while the mailbox is switched off, as it was before the line left.
 void SetFormerHash(const ObjectChange& change) {
-  const auto kept = FindArchived(ParseAddress(change.name), {kSwitchedOff});
+  const auto kept = FindSwitchedOff(ParseAddress(change.name));
   if (!kept) {
     return;
   }

@@ -68,6 +68,8 @@ void Change(const Address& address, const Checked& change, Request& request) {
     SwitchMailbox(mailbox, *change.active, request);
   } else if (mailbox->active) {
     ChangeLine(mailbox);
+  } else if (change.active) {
+    StayOff(mailbox);
   }
 }
 

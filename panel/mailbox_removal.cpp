@@ -162,7 +162,8 @@ std::vector<ArchivedMailbox> ListArchived() {
   std::vector<ArchivedMailbox> mailboxes;
   const auto archive = Table<MailboxArchive>();
   for (archive->DbSelect(); !archive->Eof(); archive->Next()) {
-    if (std::string(archive->reason) != kSwitchedOff) {
+    const std::string reason = archive->reason;
+    if (reason != kSwitchedOff && reason != kOffWithDomain) {
       mailboxes.insert(mailboxes.begin(), Info(*archive));
     }
   }

@@ -13,9 +13,16 @@ namespace brisq_panel {
 
 namespace {
 
+// While its domain is off no mailbox is on that could be switched off by itself.
+const char* WhyOff(const Mailbox& mailbox) {
+  const auto domain = Table<brisq_db::EmailDomainTable>();
+  domain->Assert(mailbox->domain);
+  return domain->active ? kSwitchedOff : kOffWithDomain;
+}
+
 void SwitchOff(Mailbox& mailbox) {
   const std::string hash = TakeLineOut(mailbox);
-  ArchiveMailbox(mailbox, kSwitchedOff, hash);
+  ArchiveMailbox(mailbox, WhyOff(mailbox), hash);
   mailbox->active = false;
   mailbox->Post();
 }
@@ -36,7 +43,7 @@ void MakeYoung(const Mailbox& mailbox) {
 
 // Hash of a mailbox that is switched off; empty when none is kept.
 std::string ForgetHash(const Mailbox& mailbox) {
-  const auto kept = FindArchived(ParseAddress(email::GetEmailName(mailbox)), {kSwitchedOff});
+  const auto kept = FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
   if (!kept) {
     return {};
   }
@@ -76,6 +83,20 @@ void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {
   } else {
     SwitchOff(mailbox);
   }
+}
+
+bool ComesBackWithDomain(const Mailbox& mailbox) {
+  const auto kept = FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
+  return kept && std::string(kept->reason) == kOffWithDomain;
+}
+
+void StayOff(const Mailbox& mailbox) {
+  if (!ComesBackWithDomain(mailbox)) {
+    return;
+  }
+  const auto kept = FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
+  kept->reason = kSwitchedOff;
+  kept->Post();
 }
 
 RemovedMailbox RemoveMailbox(Mailbox mailbox) {

@@ -22,9 +22,16 @@ BRISQ_API void RequireSwitchedOn(const brisq_db::EmailDomainTable& domain);
 BRISQ_API void CheckLinesThatLeave(const std::vector<Address>& addresses);
 
 /// Switches a mailbox off or on: its line leaves the mail server or comes back. The password's hash
-/// is kept meanwhile. A note says when a mailbox that was switched on has no password. The record
-/// stands on the mailbox afterwards; switched on, it has a new number.
+/// is kept meanwhile, and whether it went off by itself or, its domain being off, with that. A note
+/// says when a mailbox that was switched on has no password. The record stands on the mailbox
+/// afterwards; switched on, it has a new number.
 BRISQ_API void SwitchMailbox(Mailbox& mailbox, bool on, Request& request);
+
+/// True for one that went off with its domain: it comes back with it.
+BRISQ_API bool ComesBackWithDomain(const Mailbox& mailbox);
+
+/// Has a mailbox that went off with its domain stay off when that comes back. Nothing for others.
+BRISQ_API void StayOff(const Mailbox& mailbox);
 
 /// Removes a mailbox: its line leaves the mail server, its row goes to the archive. The record is
 /// in the state of a new row afterwards.

@@ -75,6 +75,14 @@ void CreateTables() {
   job_table::Create();
 }
 
+// The first did not tell what went off with its domain, and brought all of it back.
+void BringToSecondVersion() {
+  mgr_db::ThreadConnection()->Change(
+      "UPDATE mailbox_archive SET reason = :v1 WHERE reason = :v2 AND domain IN"
+      " (SELECT name FROM domains WHERE active = 'off')",
+      {kOffWithDomain, kSwitchedOff});
+}
+
 }  // namespace
 
 void CreatePanelTables() {
@@ -87,6 +95,7 @@ void CreatePanelTables() {
   mgr_db::ThreadConnection()->LockForWriting();
   RefuseLater(VersionOfData());  // a later program may have been first
   CreateTables();
+  BringToSecondVersion();
   mgr_db::ThreadConnection()->Change("PRAGMA user_version = " + std::to_string(kDataVersion));
   request.Commit();
 }

@@ -27,10 +27,11 @@ BRISQ_API std::shared_ptr<brisq_db::EmailDomainTable> FindDomain(const std::stri
 BRISQ_API std::shared_ptr<brisq_db::EmailTable> FindMailbox(const Address& address);
 
 /// Version of the database's data that this program writes, and the latest that it knows.
-constexpr int kDataVersion = 1;
+constexpr int kDataVersion = 2;
 
-/// Makes the panel's tables where they are missing, and marks the database with kDataVersion
-/// (SQLite's user_version) when it has no mark yet, in one transaction. The thread has no request.
+/// Makes the panel's tables where they are missing, brings data of an earlier version to
+/// kDataVersion and marks the database with that (SQLite's user_version), in one transaction. The
+/// thread has no request.
 /// @throws mgr_err::Error "db" that names the file when its data is of a later version: nothing has
 /// changed; as the database otherwise
 BRISQ_API void CreatePanelTables();

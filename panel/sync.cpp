@@ -202,7 +202,8 @@ class Work {
     for (std::size_t more = lines_.Count(name); more > 1; --more) {
       TakeLineOut(mailbox);
     }
-    const auto kept = FindArchived(ParseAddress(name), {kSwitchedOff});
+    const auto kept = FindSwitchedOff(ParseAddress(name));
+    const std::string reason = kept ? std::string(kept->reason) : kSwitchedOff;
     LineValues before = lines_.Values(name);
     if (kept) {
       before[kFormerHash] = kept->hash;
@@ -212,7 +213,7 @@ class Work {
       kept->DbDelete();
     }
     if (!kept || !hash.empty()) {
-      ArchiveMailbox(mailbox, kSwitchedOff, hash);
+      ArchiveMailbox(mailbox, reason, hash);
     }
   }
 

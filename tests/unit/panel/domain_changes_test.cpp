@@ -2,8 +2,10 @@
 
 #include "panel/domains.h"
 #include "panel/email_module.h"
+#include "panel/job_history.h"
 #include "panel/mailbox_changes.h"
 #include "panel/owners.h"
+#include "panel/run_request.h"
 #include "tests/unit/panel/passwd_file_backend.h"
 
 namespace {
@@ -35,6 +37,46 @@ TEST_F(DomainChanges, SwitchingADomainSwitchesItsMailboxes) {
             TextOf([this] { Add("new"); }));
   EXPECT_TRUE(SetDomain("example.org", {.active = true}).active);
   EXPECT_EQ(before, LineOf("alice@example.org"));
+}
+
+TEST_F(DomainChanges, AMailboxThatWasSwitchedOffByItselfStaysOffWhenItsDomainComesBack) {
+  const std::string carols = LineOf("carol@example.org");
+  brisq_panel::SetMailboxes({"alice@example.org"}, {.active = false});
+  const auto active = [this] { return Column("SELECT active FROM mailboxes ORDER BY name"); };
+  for (int round = 0; round < 2; ++round) {
+    SetDomain("example.org", {.active = false});
+    EXPECT_EQ("off off", active());
+    SetDomain("example.org", {.active = false});
+    const brisq_panel::NoteKeeper keeper;
+    SetDomain("example.org", {.active = true});
+    EXPECT_EQ("off on", active());
+    EXPECT_EQ("none", LineOf("alice@example.org"));
+    EXPECT_EQ(carols, LineOf("carol@example.org"));
+    EXPECT_THAT(keeper.notes(),
+                ElementsAre("alice@example.org stays switched off, as it was by itself"));
+  }
+  brisq_panel::SetMailboxes({"alice@example.org"}, {.active = true});
+  EXPECT_EQ("on on", active());
+  EXPECT_TRUE(brisq_panel::ListArchived().empty());
+}
+
+TEST_F(DomainChanges, AMailboxThatIsSwitchedOffWhileItsDomainIsOffStaysOffToo) {
+  SetDomain("example.org", {.active = false});
+  EXPECT_TRUE(brisq_panel::ListArchived().empty()) << "none has been removed";
+  brisq_panel::SetMailboxes({"alice@example.org"}, {.active = false});
+  brisq_panel::SetMailboxes({"carol@example.org"}, {.quota = "5M"});
+  SetDomain("example.org", {.active = true});
+  EXPECT_EQ("off on", Column("SELECT active FROM mailboxes ORDER BY name"));
+}
+
+TEST_F(DomainChanges, AnUndoneSwitchRemembersWhatWentOffWithTheDomain) {
+  brisq_panel::SetMailboxes({"alice@example.org"}, {.active = false});
+  SetDomain("example.org", {.active = false});
+  SetDomain("example.org", {.active = true});
+  brisq_panel::UndoJob(brisq_panel::ListJobs(1).at(0).id);
+  EXPECT_EQ("off off", Column("SELECT active FROM mailboxes ORDER BY name"));
+  SetDomain("example.org", {.active = true});
+  EXPECT_EQ("off on", Column("SELECT active FROM mailboxes ORDER BY name"));
 }
 
 TEST_F(DomainChanges, TheBackendHearsOfAChangedDomain) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "framework/database.h"
+#include "panel/domains.h"
 #include "panel/mailboxes.h"
 #include "tests/unit/panel/panel_fixture.h"
 
@@ -55,13 +56,34 @@ class VersionOfData : public panel_test::PanelTest {
   static std::string Version() { return Column("PRAGMA user_version"); }
 };
 
-TEST_F(VersionOfData, ANewDatabaseIsMarked) { EXPECT_EQ("1", Version()); }
+TEST_F(VersionOfData, ANewDatabaseIsMarked) { EXPECT_EQ("2", Version()); }
 
-TEST_F(VersionOfData, DataWithoutAMarkIsTakenOverAsTheFirstVersion) {
+// It brought all mailboxes back with their domain.
+TEST_F(VersionOfData, InDataOfTheFirstAllMailboxesOfADomainThatIsOffWentOffWithIt) {
+  AddBob();
+  brisq_panel::AddDomain("off.org", "bob");
+  brisq_panel::AddDomain("on.org", "bob");
+  const auto connection = mgr_db::ThreadConnection();
+  connection->Change("UPDATE domains SET active = 'off' WHERE name = 'off.org'");
+  for (const char* row : {"'a', 'off.org', 'switched off'", "'b', 'off.org', 'deleted'",
+                          "'c', 'on.org', 'switched off'"}) {
+    connection->Change(
+        "INSERT INTO mailbox_archive (owner, password, hash, home, quota, used, active, archived,"
+        " name, domain, reason) VALUES ('bob', '', '', '', '', 0, 'on', '', " +
+        std::string(row) + ")");
+  }
+  Mark(1);
+  brisq_panel::CreatePanelTables();
+  EXPECT_EQ("2", Version());
+  EXPECT_EQ("switched off with its domain deleted switched off",
+            Column("SELECT reason FROM mailbox_archive ORDER BY name"));
+}
+
+TEST_F(VersionOfData, DataWithoutAMarkIsTakenOver) {
   AddBob();
   Mark(0);
   brisq_panel::CreatePanelTables();
-  EXPECT_EQ("1", Version());
+  EXPECT_EQ("2", Version());
   EXPECT_EQ("bob", Column("SELECT name FROM owners"));
 }
 
@@ -79,7 +101,7 @@ TEST_F(VersionOfData, DataOfALaterProgramIsRefusedAndNothingIsChanged) {
   mgr_db::ThreadConnection()->Change("DROP TABLE file_stamps");
   Mark(7);
   EXPECT_EQ("db: " + (dir_ / "panel.db") +
-                ": its data is of version 7, and this program knows versions up to 1: use the"
+                ": its data is of version 7, and this program knows versions up to 2: use the"
                 " program that wrote it, or a later one",
             TextOf([] { brisq_panel::CreatePanelTables(); }));
   EXPECT_EQ("7", Version());
