@@ -117,6 +117,7 @@ class Execute::Run {
   bool HasFlooded() const;
   void NoteFailure();
   void LogErrors(pid_t pid) const;
+  void LogSilence(pid_t pid, int result) const;
   void LogLoss(pid_t pid) const;
 
   std::string command_;
@@ -210,6 +211,7 @@ int Execute::Run::RunChild() {
             {std::move(started->err), &errors_});
   const int result = Watch(child, pump);
   LogErrors(child.pid());
+  LogSilence(child.pid(), result);
   LogLoss(child.pid());
   return result;
 }
@@ -246,6 +248,16 @@ void Execute::Run::LogErrors(pid_t pid) const {
   if (errors_.dropped() > 0) {
     logger.Write(mgr_log::kWarning, "child %d: %zu bytes of standard error dropped", pid,
                  errors_.dropped());
+  }
+}
+
+// Who logs the output of a child that failed would say nothing.
+void Execute::Run::LogSilence(pid_t pid, int result) const {
+  if (mode_ == kShell && result != 0 && SaysNothing(output_.Text()) &&
+      SaysNothing(errors_.Text()) && logger.Check(mgr_log::kWarning)) {
+    const std::string end = remark_.empty() ? EndOf(result) + " without a word" : remark_;
+    const std::string program = command_.substr(0, command_.find(' '));
+    logger.Write(mgr_log::kWarning, "child %d: %s: %s", pid, program.c_str(), end.c_str());
   }
 }
 

@@ -26,7 +26,8 @@ namespace mgr_proc {
 /// open does not delay the return.
 ///
 /// The input may hold a secret: its buffers are wiped as soon as the child has it. Nothing of input
-/// or output is logged.
+/// or output is logged. In mode 2 a child that fails and prints nothing is logged with its program
+/// and its end.
 ///
 /// An object belongs to one thread at a time; several objects may run at once in several threads.
 class BRISQ_API Execute {

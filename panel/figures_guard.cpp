@@ -38,12 +38,33 @@ bool MayLackFigures(const MailboxSnapshot& before, const MailboxSnapshot& after,
   return seen;
 }
 
-// The last line that says something.
-std::string LastLine(const std::string& text) {
+// The line that says why: the last fatal one, else the first error, behind which a tool that breaks
+// down tells where it did, else the last.
+std::string Reason(const std::string& text) {
   std::list<std::string> lines;
   str::Split(text, "\n", lines);
   lines.remove("");
-  return lines.empty() ? std::string() : lines.back().substr(0, kLongestReason);
+  const auto says = [](const char* word) {
+    return [word](const std::string& line) { return line.find(word) != std::string::npos; };
+  };
+  const auto fatal = std::find_if(lines.rbegin(), lines.rend(), says("Fatal: "));
+  if (fatal != lines.rend()) {
+    return fatal->substr(0, kLongestReason);
+  }
+  const auto error = std::find_if(lines.begin(), lines.end(), says("Error: "));
+  const std::string last = lines.empty() ? std::string() : lines.back();
+  return (error == lines.end() ? last : *error).substr(0, kLongestReason);
+}
+
+// Of a server whose sockets nobody listens at.
+std::string MayBeDown(const std::string& reason) {
+  const bool connects = reason.find("connect(") != std::string::npos;
+  return connects ? reason + "; is Dovecot running?" : reason;
+}
+
+std::string WithoutFigures(int result) {
+  return "doveadm quota told no figures" +
+         (result == 0 ? "" : ", and ended with exit status " + std::to_string(result));
 }
 
 // Empty when the mail server tells figures, if only zeros.
@@ -57,8 +78,8 @@ std::string AskMailServer() {
   if (answer.find("STORAGE") != std::string::npos) {
     return {};
   }
-  const std::string reason = LastLine(answer);
-  return reason.empty() ? "doveadm quota told no figures" : reason;
+  const std::string reason = Reason(answer);
+  return reason.empty() ? WithoutFigures(query.Result()) : MayBeDown(reason);
 }
 
 }  // namespace

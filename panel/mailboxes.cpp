@@ -10,6 +10,7 @@
 #include "panel/job_log.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
+#include "panel/maildir.h"
 #include "panel/names.h"
 #include "panel/records.h"
 #include "panel/run_request.h"
@@ -128,6 +129,10 @@ MailboxInfo AddMailbox(const NewMailbox& mailbox) {
     Mailbox email;
     InNameOf("mailbox", plan.address.Full(), [&] { email = InsertRow(plan, mailbox.password); });
     MakeLine(email, mailbox.password);
+    if (HoldsMail(*plan.owner, plan.home)) {
+      request.AddNote(plan.home + "/.maildir was there already and holds mail, which mailbox " +
+                      plan.address.Full() + " takes over");
+    }
     request.AnnounceJobs();  // with the line's step: one wait for the disk does for both
     line.Save();
     added = ShowMailbox(plan.address.Full());  // nothing may fail once it is committed

@@ -1,13 +1,17 @@
 #include "panel/maildir.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 #include <vector>
 
 #include "framework/sys.h"
 #include "framework/user_dir.h"
+#include "mgr_err.h"
 #include "mgr_job.h"
 #include "panel/job_log.h"
 #include "safe_file.h"
@@ -31,6 +35,26 @@ bool IsMissing(const mgr_file::safe::Folder& maildir, const char* name) {
   return true;
 }
 
+bool HasEntry(const mgr_file::safe::Folder& folder) {
+  const Descriptor opened = user_dir::Open(folder);
+  const int own = ::fcntl(opened.get(), F_DUPFD_CLOEXEC, 0);  // closedir(3) closes it
+  DIR* const stream = own < 0 ? nullptr : ::fdopendir(own);
+  if (stream == nullptr) {
+    if (own >= 0) {
+      ::close(own);
+    }
+    return false;
+  }
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(stream, ::closedir);
+  for (const dirent* entry = ::readdir(entries.get()); entry != nullptr;
+       entry = ::readdir(entries.get())) {
+    if (entry->d_name[0] != '.') {
+      return true;
+    }
+  }
+  return false;
+}
+
 std::vector<const char*> MissingFolders(const mgr_file::safe::Folder& maildir, bool all) {
   std::vector<const char*> missing;
   for (const char* name : kMaildirFolders) {
@@ -45,6 +69,25 @@ std::vector<const char*> MissingFolders(const mgr_file::safe::Folder& maildir, b
 
 mgr_file::safe::Folder MaildirOf(const brisq_db::User& owner, const std::string& home) {
   return user_dir::Below(owner, PathOf(home));
+}
+
+bool HoldsMail(const brisq_db::User& owner, const std::string& home) {
+  if (!mgr_file::Exists(PathOf(home))) {
+    return false;  // nearly always, for one look
+  }
+  try {
+    const mgr_file::safe::Folder maildir = MaildirOf(owner, home);
+    for (const char* name : {"new", "cur"}) {
+      const mgr_file::safe::Folder part(maildir.root(), mgr_file::ConcatPath(maildir.path(), name),
+                                        maildir.uid(), maildir.gid());
+      if (!IsMissing(maildir, name) && HasEntry(part)) {
+        return true;
+      }
+    }
+  } catch (const mgr_err::Error&) {
+    // What is in the way is told by a check.
+  }
+  return false;
 }
 
 bool IsMaildirMissing(const brisq_db::User& owner, const std::string& home) {

@@ -18,6 +18,11 @@ constexpr std::array<const char*, 3> kMaildirFolders = {"new", "cur", "tmp"};
 /// @throws mgr_err::Error "value" when it does not lie below the owner's
 BRISQ_API mgr_file::safe::Folder MaildirOf(const brisq_db::User& owner, const std::string& home);
 
+/// True when there is a message in the Maildir, of an earlier mailbox with this home for example:
+/// something lies in its "new" or "cur". Reads no further than that. False when the way to it is
+/// not safe or the system does not let look.
+BRISQ_API bool HoldsMail(const brisq_db::User& owner, const std::string& home);
+
 /// True when the Maildir or one of its folders is missing.
 /// @throws mgr_err::Error "value" as above; "file" when the way to it is not safe or the system
 /// does not say

@@ -192,6 +192,22 @@ TEST_F(CommandsTest, ASyncTellsAllInJsonAndIsAJob) {
   EXPECT_EQ("zed@example.net:{X}h:1:1::/z:::\n", dir_.Read("passwd"));
 }
 
+TEST_F(CommandsTest, ANewMailboxThatFindsMailOfAnEarlierOneSaysSo) {
+  AddDomain();
+  AddMailbox("al@example.org");
+  const std::string maildir = dir_ / "home/mail/example.org/al/.maildir";
+  for (const bool has_mail : {false, true}) {
+    SCOPED_TRACE(has_mail);
+    ASSERT_EQ(0, Run("mailbox delete al@example.org --yes").status);
+    if (has_mail) dir_.Write("home/mail/example.org/al/.maildir/new/1.x", "mail");
+    const Ran ran = Run("mailbox add al@example.org --password-stdin", "secret\n");
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(has_mail, ran.err.find(maildir + " was there already and holds mail, which mailbox "
+                                               "al@example.org takes over\n") != std::string::npos)
+        << ran.err;
+  }
+}
+
 // A link in the way stands for all that keeps from looking, a broken disk too.
 TEST_F(CommandsTest, ASyncThatLeavesAMaildirAloneIsNoSuccess) {
   AddDomain();

@@ -425,6 +425,31 @@ TEST_F(MgrProc, StandardErrorOfModeTwoGoesEscapedToTheLog) {
   EXPECT_NE(std::string::npos, lines[1].text.find("two"));
 }
 
+// Its caller has no more than an empty text to tell of.
+TEST_F(MgrProc, AChildOfModeTwoThatFailsWithoutAWordIsLoggedWithItsEnd) {
+  const struct {
+    const char* name;
+    const char* body;
+    const char* end;  // none for no line
+  } cases[] = {
+      {"status", "exit 3", "ended with exit status 3 without a word"},
+      {"blanks", "echo; exit 3", "ended with exit status 3 without a word"},
+      {"well", "exit 0", nullptr},
+      {"output", "echo no; exit 3", nullptr},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.name);
+    support::LogCapture logs(4);
+    const std::string stub = Stub(item.body);
+    mgr_proc::Execute(stub + " canary-word", 2).Result();
+    const std::vector<support::LogLine> lines = logs.Lines();
+    ASSERT_EQ(item.end == nullptr ? 0u : 1u, lines.size());
+    if (item.end == nullptr) continue;
+    EXPECT_EQ("warning", lines[0].level);
+    EXPECT_EQ(": " + stub + ": " + item.end, lines[0].text.substr(lines[0].text.find(": ")));
+  }
+}
+
 TEST_F(MgrProc, NothingOfInputOrOutputIsLoggedAndTheCommandAtLevelNineAlone) {
   for (const int level : {9, 6}) {
     SCOPED_TRACE(level);

@@ -73,6 +73,31 @@ TEST_F(FiguresGuard, APanelWithoutActiveMailboxesNeedsNoFigures) {
   EXPECT_FALSE(WasAsked());
 }
 
+TEST_F(FiguresGuard, TheReasonIsTheLineThatSaysWhy) {
+  const struct {
+    const char* name;
+    const char* answer;
+    const char* reason;
+  } cases[] = {
+      {"a server that is down",
+       "Error: auth-master: userdb list: connect(/run/dovecot/auth-userdb) failed: No such file\n"
+       "Panic: file auth-master.c: line 436\nError: Raw backtrace: #0 x\nAborted\n",
+       "Error: auth-master: userdb list: connect(/run/dovecot/auth-userdb) failed: No such file;"
+       " is Dovecot running?"},
+      {"what is fatal before what is not", "Error: one\nFatal: two\nError: three\n", "Fatal: two"},
+      {"the last line of others", "one\ntwo\n\n", "two"},
+  };
+  const RefreshWatch watch(9);
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.name);
+    Answer(item.answer);
+    EXPECT_EQ(item.reason, QuotaProblem(before_, before_, watch));
+  }
+  mgr_cf::SetPath("dovecot-doveadm", support::WriteStub(dir_ / "silent", "exit 3"));
+  EXPECT_EQ("doveadm quota told no figures, and ended with exit status 3",
+            QuotaProblem(before_, before_, watch));
+}
+
 TEST_F(FiguresGuard, AServerThatSaysNothingIsAProblemToo) {
   const RefreshWatch watch(9);
   Answer("");

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "panel/records.h"
 #include "panel/run_request.h"
@@ -43,6 +44,24 @@ TEST_F(MaildirTest, WhatIsMissingIsMadeAndBelongsToTheOwner) {
     EXPECT_EQ(1001u, state.st_uid);
     EXPECT_EQ(1001u, state.st_gid);
   }
+}
+
+TEST_F(MaildirTest, MailIsSeenInItWithoutAWayOut) {
+  EXPECT_FALSE(HoldsMail(*owner_, home_)) << "there is none";
+  Make();
+  EXPECT_FALSE(HoldsMail(*owner_, home_)) << "empty";
+  std::ofstream(Path("/tmp/half"));
+  std::ofstream(Path("/new/.hidden"));
+  EXPECT_FALSE(HoldsMail(*owner_, home_)) << "no message";
+  for (const char* name : {"/new/1.x", "/cur/1.x:2,S"}) {
+    SCOPED_TRACE(name);
+    std::ofstream(Path(name)) << "mail";
+    EXPECT_TRUE(HoldsMail(*owner_, home_));
+    fs::remove(Path(name));
+  }
+  fs::remove_all(Path("/cur"));
+  fs::create_directory_symlink("/etc", Path("/cur"));
+  EXPECT_FALSE(HoldsMail(*owner_, home_)) << "no link is followed";
 }
 
 TEST_F(MaildirTest, WhatIsThereStaysAsItIs) {
