@@ -38,14 +38,15 @@ void ShowLeft(Call& call, const SyncReport& report) {
   for (const std::string& problem : report.unsafe) call.output.Warn("left alone: " + problem);
   for (const std::string& address : report.passwordless)
     call.output.Say(fmt::format("no password is known for {}", address));
-  if (!report.passwordless.empty())
-    call.output.Say(
-        fmt::format("mailboxes without a password: {}; brisq sync --generate gives each a new one",
-                    report.passwordless.size()));
 }
 
-// What stays undone is no success, whatever else was done.
+// How to go on, as the last that is said. A Maildir left alone is no success, whatever else was
+// done.
 void CloseUndone(Call& call, const SyncReport& report, const char* outcome, const char* command) {
+  if (!report.passwordless.empty())
+    call.output.Say(fmt::format(
+        "mailboxes left without a password: {}; \"brisq sync --generate\" gives each a new one",
+        report.passwordless.size()));
   if (report.unsafe.empty()) return;
   call.output.Say(fmt::format("{}; left alone: {}; end what is named above, then {} again", outcome,
                               report.unsafe.size(), command));
@@ -86,7 +87,8 @@ void Sync(Call& call) {
     call.output.Silent(std::move(record));
   });
   ShowLeft(call, report);
-  if (!report.Differs() && report.unsafe.empty()) call.output.Say("nothing to do");
+  if (!report.Differs() && report.unsafe.empty() && report.passwordless.empty())
+    call.output.Say("nothing to do");
   if (!call.arguments.Has(kDryRun.name)) ShowPasswords(call, report);
   CloseUndone(call, report, "not all is done", "brisq sync");
 }

@@ -1,13 +1,9 @@
 // Every command, run as the built program on an instance of its own with a stand-in for doveadm.
 
-#include <gmock/gmock.h>
-
 #include <filesystem>
-#include <nlohmann/json.hpp>
-#include <regex>
 
 #include "tests/support/places.h"
-#include "tests/unit/brisq/program_fixture.h"
+#include "tests/unit/brisq/commands_fixture.h"
 
 namespace brisq {
 namespace {
@@ -16,34 +12,15 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class CommandsTest : public ProgramTest {
- protected:
-  /// Puts another text in the place of one in the configuration.
-  void Reconfigure(const std::string& old_text, const std::string& new_text) {
-    std::string config = dir_.Read("brisq.toml");
-    const std::size_t at = config.find(old_text);
-    ASSERT_NE(std::string::npos, at);
-    dir_.Write("brisq.toml", config.replace(at, old_text.size(), new_text));
-  }
-
-  /// A certificate and a key for example.org, as words for tls set.
-  std::string MakeCertificate() {
-    EXPECT_EQ(0, std::system(("cd '" + dir_.path() +
-                              "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout k.pem "
-                              "-out c.pem -days 90 -subj /CN=example.org -addext "
-                              "subjectAltName=DNS:example.org >/dev/null 2>&1 && chmod 600 k.pem")
-                                 .c_str()));
-    return " --cert '" + (dir_ / "c.pem") + "' --key '" + (dir_ / "k.pem") + "'";
-  }
-
-  json Data(const std::string& words) {
-    const Ran ran = Run(words + " --json");
-    EXPECT_EQ(0, ran.status) << words << ": " << ran.err;
-    const json document = json::parse(ran.out);
-    EXPECT_EQ(1, document["brisq"]);
-    return document["data"];
-  }
-};
+// A certificate and a key for example.org, as words for tls set.
+std::string MakeCertificate(const support::TempDir& dir) {
+  EXPECT_EQ(0, std::system(("cd '" + dir.path() +
+                            "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout k.pem "
+                            "-out c.pem -days 90 -subj /CN=example.org -addext "
+                            "subjectAltName=DNS:example.org >/dev/null 2>&1 && chmod 600 k.pem")
+                               .c_str()));
+  return " --cert '" + (dir / "c.pem") + "' --key '" + (dir / "k.pem") + "'";
+}
 
 TEST_F(CommandsTest, AMailboxIsAddedAndShown) {
   AddDomain();
@@ -92,27 +69,6 @@ TEST_F(CommandsTest, AMailboxIsChanged) {
   EXPECT_EQ(10, Run("mailbox set bob@example.org --active maybe").status);
 }
 
-TEST_F(CommandsTest, NoLimitIsWrittenAsNoneOrZero) {
-  AddDomain();
-  EXPECT_EQ(0, Run("mailbox add al@example.org --generate --quota none").status);
-  EXPECT_EQ(0, Data("mailbox show al@example.org")[0]["quota_mb"]);
-  for (const char* none : {"none", "0"}) {
-    SCOPED_TRACE(none);
-    EXPECT_EQ(0, Run("mailbox set al@example.org --quota 5").status);
-    EXPECT_EQ(0, Run("mailbox set al@example.org --quota " + std::string(none)).status);
-    EXPECT_EQ(0, Data("mailbox show al@example.org")[0]["quota_mb"]);
-    EXPECT_THAT(dir_.Read("passwd"), HasSubstr("bytes=0M"));
-  }
-  EXPECT_EQ(0, Run("mailbox set al@example.org --quota 5").status);
-  for (const char* words : {"set al@example.org", "add bo@example.org --generate"}) {
-    const Ran ran = Run("mailbox " + std::string(words) + " --quota ''");
-    EXPECT_EQ(10, ran.status);
-    EXPECT_EQ("brisq: invalid-input: quota: must not be empty\n", ran.err);
-  }
-  EXPECT_EQ(5, Data("mailbox list")[0]["quota_mb"]);
-  EXPECT_EQ(1u, Data("mailbox list").size());
-}
-
 TEST_F(CommandsTest, APasswordIsChanged) {
   AddDomain();
   AddMailbox("bob@example.org");
@@ -120,122 +76,6 @@ TEST_F(CommandsTest, APasswordIsChanged) {
   EXPECT_EQ(0, Run("mailbox passwd bob@example.org --password-stdin", "new one\n").status);
   EXPECT_EQ("new one\nnew one\n", doveadm_.Input());
   EXPECT_THAT(dir_.Read("passwd"), StartsWith("bob@example.org:{CRAM-MD5}other:"));
-}
-
-std::vector<std::string> Texts(const json& data, const std::string& kind) {
-  std::vector<std::string> texts;
-  for (const json& record : data)
-    if (record["kind"] == kind) texts.push_back(record["text"]);
-  return texts;
-}
-
-// The hash of a line is masked, but a name, a home and what is behind are anybody's.
-TEST_F(CommandsTest, APlanDoesNotSteerTheTerminal) {
-  AddDomain();
-  AddMailbox("bob@example.org");
-  std::string passwd = dir_.Read("passwd");
-  passwd.replace(passwd.find("2048M"), 5, "\x1b[2J");
-  dir_.Write("passwd", passwd);
-  const Ran plan = Run("plan");
-  EXPECT_EQ(5, plan.status);
-  EXPECT_THAT(plan.out, HasSubstr("\n-bob@example.org:"));
-  EXPECT_THAT(plan.out, HasSubstr("\\x1b[2J"));
-  EXPECT_EQ(std::string::npos, plan.out.find('\x1b')) << plan.out;
-  const std::vector<std::string> raw = Texts(json::parse(Run("plan --json").out)["data"], "line");
-  EXPECT_THAT(raw, testing::Contains(HasSubstr("\x1b[2J"))) << "for programs as it is";
-}
-
-TEST_F(CommandsTest, ADeletedMailboxComesBackWithItsPassword) {
-  AddDomain();
-  AddMailbox("bob@example.org");
-  const std::string before = dir_.Read("passwd");
-  EXPECT_EQ(2, Run("mailbox delete bob@example.org").status) << "deleted without a question";
-  EXPECT_EQ(before, dir_.Read("passwd"));
-  EXPECT_THAT(Run("mailbox delete bob@example.org --yes").err, HasSubstr("its mail stays in"));
-  EXPECT_EQ("", dir_.Read("passwd"));
-  EXPECT_EQ("deleted", Data("mailbox list --archived")[0]["reason"]);
-  EXPECT_EQ(0, Run("mailbox restore bob@example.org").status);
-  EXPECT_EQ(before, dir_.Read("passwd"));
-}
-
-TEST_F(CommandsTest, ASyncTellsAllInJsonAndIsAJob) {
-  AddDomain();
-  AddMailbox("bob@example.org");
-  AddMailbox("carol@example.org");
-  dir_.Write("passwd", "zed@example.net:{X}h:1:1::/z:::\n");
-  const Ran plan = Run("plan --json");
-  EXPECT_EQ(5, plan.status);
-  const json planned = json::parse(plan.out)["data"];
-  const json done = Data("sync --generate");
-  for (const json& data : {planned, done}) {
-    EXPECT_EQ(3u, Texts(data, "line").size()) << data;
-    EXPECT_EQ("@@ line 2 @@", Texts(data, "line")[0]);
-    EXPECT_EQ(std::vector<std::string>{"zed@example.net"}, Texts(data, "stranger"));
-  }
-  EXPECT_EQ(2u, Texts(planned, "without password").size());
-  std::vector<std::string> passwords;
-  for (const json& record : done)
-    if (record["kind"] == "password") passwords.push_back(record["password"]);
-  ASSERT_EQ(2u, passwords.size());
-  for (const std::string& line : Texts(done, "line"))
-    EXPECT_EQ(std::string::npos, line.find(passwords[0])) << line;
-
-  const json job = Data("job list --last 1")[0];
-  EXPECT_EQ("sync", job["command"]);
-  EXPECT_EQ("bob@example.org, carol@example.org", job["objects"]);
-  const std::string number = std::to_string(job["job"].get<int>());
-  const Ran shown = Run("job show " + number + " --json");
-  EXPECT_EQ("sync", json::parse(shown.out)["job"][0]["command"]);
-  EXPECT_EQ("line bob@example.org", json::parse(shown.out)["data"][0]["object"]);
-  EXPECT_EQ(std::string::npos, shown.out.find("{CRAM-MD5}")) << "hashes are masked";
-  EXPECT_EQ(json::array({{{"job", job["job"]}, {"state", "undone"}}}), Data("job undo " + number));
-  EXPECT_EQ("zed@example.net:{X}h:1:1::/z:::\n", dir_.Read("passwd"));
-}
-
-TEST_F(CommandsTest, ANewMailboxThatFindsMailOfAnEarlierOneSaysSo) {
-  AddDomain();
-  AddMailbox("al@example.org");
-  const std::string maildir = dir_ / "home/mail/example.org/al/.maildir";
-  for (const bool has_mail : {false, true}) {
-    SCOPED_TRACE(has_mail);
-    ASSERT_EQ(0, Run("mailbox delete al@example.org --yes").status);
-    if (has_mail) dir_.Write("home/mail/example.org/al/.maildir/new/1.x", "mail");
-    const Ran ran = Run("mailbox add al@example.org --password-stdin", "secret\n");
-    EXPECT_EQ(0, ran.status) << ran.err;
-    EXPECT_EQ(has_mail, ran.err.find(maildir + " was there already and holds mail, which mailbox "
-                                               "al@example.org takes over\n") != std::string::npos)
-        << ran.err;
-  }
-}
-
-// A link in the way stands for all that keeps from looking, a broken disk too.
-TEST_F(CommandsTest, ASyncThatLeavesAMaildirAloneIsNoSuccess) {
-  AddDomain();
-  AddMailbox("al@example.org");
-  AddMailbox("bo@example.org");
-  const std::string home = dir_ / "home/mail/example.org/al";
-  std::filesystem::remove_all(home);
-  std::filesystem::create_directory_symlink("/tmp", home);
-  const std::string left = "left alone: " + home + ": not safe: is a symbolic link\n";
-  for (const char* words : {"plan", "sync", "sync --dry-run"}) {
-    SCOPED_TRACE(words);
-    for (const bool lost : {false, true}) {
-      SCOPED_TRACE(lost ? "bo's line is lost" : "nothing else is to be done");
-      if (lost) dir_.Write("passwd", "");
-      const Ran ran = Run(words);
-      EXPECT_EQ(5, ran.status);
-      EXPECT_THAT(ran.err, HasSubstr(left));
-      EXPECT_THAT(ran.err, HasSubstr("; left alone: 1; end what is named above, then brisq " +
-                                     std::string(words).substr(0, 4) + " again\n"));
-      EXPECT_THAT(ran.err, Not(HasSubstr("nothing to do")));
-    }
-  }
-  dir_.Write("passwd", "");
-  EXPECT_EQ(5, Run("sync --json").status);
-  EXPECT_THAT(dir_.Read("passwd"), StartsWith("bo@example.org:")) << "others are served";
-  std::filesystem::remove(home);
-  EXPECT_EQ(0, Run("sync").status);
-  EXPECT_EQ(0, Run("plan").status);
 }
 
 // The database refuses requests of reloads, but not the change itself.
@@ -248,7 +88,7 @@ TEST_F(CommandsTest, WhatIsStillOwedBehindAChangeIsSaidAndMadeByTheNextCommand) 
   ASSERT_EQ(0, std::system((sql + "CREATE TRIGGER refuse BEFORE INSERT ON reload_request BEGIN"
                                   " SELECT RAISE(ABORT, 'no room'); END\"")
                                .c_str()));
-  const Ran set = Run("tls set example.org" + MakeCertificate());
+  const Ran set = Run("tls set example.org" + MakeCertificate(dir_));
   EXPECT_EQ(12, set.status) << set.err;
   EXPECT_THAT(set.err,
               HasSubstr("brisq: warning: after the commit: action dovecot.reload failed: "
@@ -376,39 +216,9 @@ TEST_F(CommandsTest, ReloadsAreRunAndShown) {
   EXPECT_EQ("restart", status["kind"]);
 }
 
-TEST_F(CommandsTest, ActionsAreListedAndRun) {
-  const json actions = Data("action list");
-  ASSERT_EQ(3u, actions.size());
-  EXPECT_EQ("dovecot.certs.check", actions[0]["action"]);
-  EXPECT_EQ("panel.tls.prune", actions[2]["action"]);
-  EXPECT_EQ("0xe0000000", actions[0]["access"]);
-  EXPECT_EQ(0, Run("action run dovecot.certs.check").status);
-  EXPECT_EQ(4, Run("action run nonsense").status);
-}
-
-// Each of them answers differently with them than without.
-TEST_F(CommandsTest, ActionsGetTheirParameters) {
-  dir_.Write("brisq.toml", std::regex_replace(dir_.Read("brisq.toml"), std::regex("\"true\""),
-                                              "\"touch '" + (dir_ / "restarted") + "'\""));
-  EXPECT_EQ(0, Run("action run dovecot.reload").status);
-  EXPECT_FALSE(std::filesystem::exists(dir_ / "restarted"));
-  EXPECT_EQ(0, Run("action run dovecot.reload hard=on").status);
-  EXPECT_TRUE(std::filesystem::exists(dir_ / "restarted"));
-
-  EXPECT_EQ("brisq: invalid-input: domain: must not be empty\n",
-            Run("action run panel.tls.prune").err);
-  EXPECT_EQ("brisq: invalid-input: domain: '/' not allowed\n",
-            Run("action run panel.tls.prune domain=../x").err);
-  const std::string snippet = dir_ / "certs/example.org.conf";
-  dir_.Write("certs/example.org.conf",
-             "local_name example.org {\n\tssl_cert = </gone\n\tssl_key = </gone\n}\n");
-  EXPECT_EQ(0, Run("action run panel.tls.prune 'domain=example.org&x=1'").status);
-  EXPECT_FALSE(std::filesystem::exists(snippet));
-}
-
 TEST_F(CommandsTest, ACertificateIsSetCheckedAndUnset) {
   AddDomain();
-  EXPECT_EQ(0, Run("tls set example.org" + MakeCertificate()).status);
+  EXPECT_EQ(0, Run("tls set example.org" + MakeCertificate(dir_)).status);
   EXPECT_THAT(dir_.Read("certs/example.org.conf"), StartsWith("local_name example.org {\n"));
   EXPECT_EQ("example.org", Data("tls list")[0]["domain"]);
   EXPECT_EQ("", Data("tls check")[0]["findings"]);
