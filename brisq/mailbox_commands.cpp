@@ -143,10 +143,12 @@ void Delete(Call& call) {
 }
 
 void Restore(Call& call) {
-  const auto restored = brisq_panel::RestoreMailbox(call.arguments.Text("ADDRESS"));
-  call.output.Say(fmt::format("mailbox {} restored", restored.mailbox.address));
+  const auto restored = brisq_panel::RestoreMailboxes(call.arguments.List("ADDRESS"));
+  for (const auto& mailbox : restored.mailboxes) {
+    call.output.Say(fmt::format("mailbox {} restored", mailbox.address));
+    call.output.Silent(RecordOf(mailbox));
+  }
   SayAll(call, restored.notes);
-  call.output.Silent(RecordOf(restored.mailbox));
 }
 
 const Operand kAddress = {"ADDRESS", "full address, LOCAL@DOMAIN"};
@@ -206,15 +208,15 @@ std::vector<Command> Changes() {
        .begin = BeginPasswd},
       {.noun = "mailbox",
        .verb = "delete",
-       .summary = "Delete mailboxes; their mail stays on disk.",
+       .summary = "Delete mailboxes: all of them or, on any error, none; their mail stays on disk.",
        .operands = {kAddresses},
        .options = {kYes},
        .changes = true,
        .run = Delete},
       {.noun = "mailbox",
        .verb = "restore",
-       .summary = "Bring a deleted or swept mailbox back.",
-       .operands = {kAddress},
+       .summary = "Bring deleted or swept mailboxes back: all of them or, on any error, none.",
+       .operands = {kAddresses},
        .changes = true,
        .run = Restore},
   };

@@ -1,7 +1,5 @@
 #include "panel/mailbox_removal.h"
 
-#include <functional>
-
 #include "email.h"
 #include "panel/address_list.h"
 #include "panel/archive.h"
@@ -109,11 +107,8 @@ Archived FindThatWas(const Address& address, const ObjectState& state) {
   return found;
 }
 
-using Find = std::function<Archived(const Address&)>;
-
-void Restore(const Address& address, const Find& find, Request& request) {
+void Restore(const Address& address, const Archived& archive, Request& request) {
   JobLog::Watch(kMailbox, address.Full());
-  const auto archive = find(address);
   if (!archive) {
     throw mgr_err::Error("missed", "archived mailbox", address.Full());
   }
@@ -129,16 +124,6 @@ void Restore(const Address& address, const Find& find, Request& request) {
     request.AddNote(address.Full() + " has no password: set one");
   }
   archive->DbDelete();
-}
-
-RestoredMailbox RestoreFound(const std::string& text, const Find& find) {
-  const Address address = ParseAddress(text);
-  MailBackend();
-  RestoredMailbox restored;
-  restored.notes =
-      RunRequest("mailbox restore", [&](Request& request) { Restore(address, find, request); });
-  restored.mailbox = ShowMailbox(address.Full());
-  return restored;
 }
 
 }  // namespace
@@ -170,10 +155,25 @@ std::vector<ArchivedMailbox> ListArchived() {
   return mailboxes;
 }
 
-RestoredMailbox RestoreMailbox(const std::string& text) { return RestoreFound(text, FindLatest); }
+RestoredMailboxes RestoreMailboxes(const std::vector<std::string>& texts) {
+  const std::vector<Address> addresses = ParseAddresses(texts);
+  MailBackend();
+  RestoredMailboxes restored;
+  restored.notes = RunRequest("mailbox restore", [&](Request& request) {
+    ForEachAddress(addresses,
+                   [&](const Address& address) { Restore(address, FindLatest(address), request); });
+  });
+  for (const Address& address : addresses) {
+    restored.mailboxes.push_back(ShowMailbox(address.Full()));
+  }
+  return restored;
+}
 
-RestoredMailbox RestoreMailbox(const std::string& text, const ObjectState& was) {
-  return RestoreFound(text, [&](const Address& address) { return FindThatWas(address, was); });
+void RestoreMailbox(const std::string& text, const ObjectState& was) {
+  const Address address = ParseAddress(text);
+  MailBackend();
+  DoRequest("mailbox restore",
+            [&](Request& request) { Restore(address, FindThatWas(address, was), request); });
 }
 
 }  // namespace brisq_panel

@@ -36,22 +36,22 @@ struct BRISQ_API ArchivedMailbox {
 /// The archive, latest first.
 BRISQ_API std::vector<ArchivedMailbox> ListArchived();
 
-struct BRISQ_API RestoredMailbox {
-  MailboxInfo mailbox;
-  std::vector<std::string> notes;  ///< says, for example, that it has no password
+struct BRISQ_API RestoredMailboxes {
+  std::vector<MailboxInfo> mailboxes;  ///< as they are now, in the order given
+  std::vector<std::string> notes;      ///< says, for example, that one has no password
 };
 
-/// Brings the latest archived mailbox of this address back, with its line, and with its password as
-/// far as that is known. A line of this name that is in the mail server's file already is taken
-/// over with the password that it has.
-/// @throws mgr_err::Error "value"; "missed" with object "archived mailbox", "domain" or "owner";
-/// "exists" with object "mailbox"; "plugin"; whatever the back-ends throw
-BRISQ_API RestoredMailbox RestoreMailbox(const std::string& address);
+/// Brings the latest archived mailbox of each address back, all of them or, when it throws, none:
+/// with its line, and with its password as far as that is known. A line of this name that is in the
+/// mail server's file already is taken over with the password that it has.
+/// @throws mgr_err::Error "value"; "missed" with object "archived mailbox", or "mailbox ADDRESS: "
+/// and "domain" or "owner"; "exists" with object "mailbox"; "plugin"; whatever the back-ends throw
+BRISQ_API RestoredMailboxes RestoreMailboxes(const std::vector<std::string>& addresses);
 
-/// As above, but brings back the mailbox that was in this state when it was deleted, whichever else
-/// had the address since.
+/// As above for one, but brings back the mailbox that was in this state when it was deleted,
+/// whichever else had the address since.
 /// @param was  all values of StateOf
 /// @throws as above; "limit" with object "archived mailbox" when several fit, with other passwords
-BRISQ_API RestoredMailbox RestoreMailbox(const std::string& address, const ObjectState& was);
+BRISQ_API void RestoreMailbox(const std::string& address, const ObjectState& was);
 
 }  // namespace brisq_panel

@@ -55,5 +55,21 @@ TEST_F(CommandsTest, ANewMailboxThatFindsMailOfAnEarlierOneSaysSo) {
   }
 }
 
+TEST_F(CommandsTest, SeveralMailboxesComeBackByOneCommand) {
+  AddDomain();
+  AddMailbox("al@example.org");
+  AddMailbox("bo@example.org");
+  EXPECT_EQ(0, Run("mailbox delete al@example.org bo@example.org --yes").status);
+  const Ran none = Run("mailbox restore bo@example.org cy@example.org");
+  EXPECT_EQ(4, none.status);
+  EXPECT_EQ("brisq: not-found: archived mailbox: cy@example.org\n", none.err);
+  EXPECT_EQ(2u, Data("mailbox list --archived").size());
+  const Ran both = Run("mailbox restore bo@example.org al@example.org");
+  EXPECT_EQ(0, both.status);
+  EXPECT_EQ("mailbox bo@example.org restored\nmailbox al@example.org restored\n", both.err);
+  EXPECT_EQ(2u, Data("mailbox list").size());
+  EXPECT_EQ("bo@example.org, al@example.org", Data("job list --last 1")[0]["objects"]);
+}
+
 }  // namespace
 }  // namespace brisq

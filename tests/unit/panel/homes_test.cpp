@@ -79,7 +79,7 @@ TEST_F(HomesTest, AddingChangingAndRestoringKeepHomesApart) {
   DeleteMailboxes({"al@example.org"});
   SetMailboxes({"bo@example.org"}, {.home = AlsHome()});
   EXPECT_EQ("value: mailbox al@example.org: home: is already that of bo@example.org",
-            TextOf([] { RestoreMailbox("al@example.org"); }));
+            TextOf([] { RestoreMailboxes({"al@example.org"}); }));
 }
 
 }  // namespace

@@ -122,7 +122,7 @@ TEST_P(JobHistoryTest, AnOlderDeletionBringsItsOwnMailboxBack) {
 TEST_P(JobHistoryTest, ADeletionWhoseMailboxIsNotArchivedIsRefused) {
   brisq_panel::DeleteMailboxes({kAlice});
   const int first = LastJob();
-  brisq_panel::RestoreMailbox(kAlice);
+  brisq_panel::RestoreMailboxes({kAlice});
   brisq_panel::SetMailboxes({kAlice}, {.quota = "5"});
   brisq_panel::DeleteMailboxes({kAlice});
   const std::string before = Everything();

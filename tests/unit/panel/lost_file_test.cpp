@@ -56,7 +56,7 @@ TEST_F(LostFile, NoMailboxIsMadeOrBroughtBackInAFileThatLacksTheOthers) {
   const std::pair<const char*, std::function<void()>> changes[] = {
       {"add", AddAnother},
       {"switch on", [] { SetMailboxes({"off@example.org"}, {.active = true}); }},
-      {"restore", [] { RestoreMailbox("gone@example.org"); }},
+      {"restore", [] { RestoreMailboxes({"gone@example.org"}); }},
       {"switch a domain on", [] { SetDomain("example.net", {.active = true}); }},
   };
   for (const Loss& loss : losses) {

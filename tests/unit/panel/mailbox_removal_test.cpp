@@ -14,7 +14,7 @@ namespace {
 
 using brisq_panel::DeleteMailboxes;
 using brisq_panel::ListArchived;
-using brisq_panel::RestoreMailbox;
+using brisq_panel::RestoreMailboxes;
 using panel_test::ErrorOf;
 using panel_test::TextOf;
 using testing::ElementsAre;
@@ -87,12 +87,51 @@ TEST_P(MailboxRemoval, TheArchiveIsListedLatestFirst) {
 TEST_P(MailboxRemoval, ADeletedMailboxComesBackWithItsLineAndPassword) {
   const std::string before = LineOf(kAlice);
   DeleteMailboxes({kAlice});
-  const auto restored = RestoreMailbox(kAlice);
-  EXPECT_EQ(kAlice, restored.mailbox.address);
-  EXPECT_TRUE(restored.mailbox.active);
+  const auto restored = RestoreMailboxes({kAlice});
+  EXPECT_EQ(kAlice, restored.mailboxes[0].address);
+  EXPECT_TRUE(restored.mailboxes[0].active);
   EXPECT_THAT(restored.notes, IsEmpty());
   EXPECT_EQ(before, LineOf(kAlice));
   EXPECT_THAT(ListArchived(), IsEmpty());
+}
+
+TEST_P(MailboxRemoval, SeveralComeBackInTheOrderGiven) {
+  const std::string alice = LineOf(kAlice);
+  const std::string carol = LineOf(kCarol);
+  DeleteMailboxes({kAlice, kCarol});
+  const auto restored = RestoreMailboxes({kCarol, kAlice});
+  ASSERT_EQ(2u, restored.mailboxes.size());
+  EXPECT_EQ(kCarol, restored.mailboxes[0].address);
+  EXPECT_EQ(kAlice, restored.mailboxes[1].address);
+  EXPECT_EQ(alice, LineOf(kAlice));
+  EXPECT_EQ(carol, LineOf(kCarol));
+  EXPECT_THAT(ListArchived(), IsEmpty());
+}
+
+TEST_P(MailboxRemoval, AllComeBackOrNone) {
+  DeleteMailboxes({kAlice, kCarol});
+  struct Case {
+    const char* name;
+    std::vector<std::string> addresses;
+    const char* text;
+  };
+  const Case cases[] = {
+      {"one that is not there",
+       {kAlice, "nobody@example.org"},
+       "missed: archived mailbox: nobody@example.org"},
+      {"one twice", {kAlice, kAlice}, "value: mailbox: alice@example.org is given twice"},
+      {"one with a wrong address",
+       {kAlice, "ca:rol@example.org"},
+       "value: address 2 of 2: mailbox name: ':' not allowed"},
+  };
+  const std::string before = Lines();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.text, TextOf([&] { RestoreMailboxes(c.addresses); }));
+    EXPECT_EQ(before, Lines());
+    EXPECT_THAT(brisq_panel::ListMailboxes(), IsEmpty());
+    EXPECT_EQ(2u, ListArchived().size());
+  }
 }
 
 TEST_P(MailboxRemoval, ASweptMailboxComesBackWithThePasswordThatIsKnown) {
@@ -100,7 +139,7 @@ TEST_P(MailboxRemoval, ASweptMailboxComesBackWithThePasswordThatIsKnown) {
   ASSERT_EQ(1u, ListArchived().size());
   EXPECT_EQ("swept", ListArchived()[0].reason);
   EXPECT_EQ(!GetParam(), ListArchived()[0].password_known);
-  const auto restored = RestoreMailbox(kAlice);
+  const auto restored = RestoreMailboxes({kAlice});
   if (GetParam()) {
     EXPECT_THAT(restored.notes, ElementsAre("alice@example.org has no password: set one"));
     EXPECT_THAT(LineOf(kAlice), StartsWith("alice@example.org::"));
@@ -115,7 +154,7 @@ TEST_P(MailboxRemoval, ALineThatIsBackAlreadyIsTakenOver) {
   const std::string before = Lines();
   Sweep();
   dir_.Write("passwd", before);
-  const auto restored = RestoreMailbox(kAlice);
+  const auto restored = RestoreMailboxes({kAlice});
   EXPECT_THAT(restored.notes, IsEmpty());
   EXPECT_EQ(before, Lines());
 }
@@ -127,9 +166,9 @@ TEST_P(MailboxRemoval, NoneComesBackIntoADomainOfAnotherOwner) {
   EXPECT_EQ(
       "limit: mailbox alice@example.org: domain: example.org has another owner than bob, whose "
       "mailbox it was",
-      TextOf([&] { RestoreMailbox(kAlice); }));
+      TextOf([&] { RestoreMailboxes({kAlice}); }));
   brisq_panel::SetDomain("example.org", {.owner = "bob"});
-  EXPECT_EQ("bob", RestoreMailbox(kAlice).mailbox.owner);
+  EXPECT_EQ("bob", RestoreMailboxes({kAlice}).mailboxes[0].owner);
 }
 
 TEST_P(MailboxRemoval, NoneComesBackToBeServedInADomainThatIsSwitchedOff) {
@@ -137,16 +176,16 @@ TEST_P(MailboxRemoval, NoneComesBackToBeServedInADomainThatIsSwitchedOff) {
   DeleteMailboxes({kAlice, kCarol});
   brisq_panel::SetDomain("example.org", {.active = false});
   EXPECT_EQ("limit: mailbox alice@example.org: domain: example.org is switched off",
-            TextOf([&] { RestoreMailbox(kAlice); }));
+            TextOf([&] { RestoreMailboxes({kAlice}); }));
   EXPECT_EQ("none", LineOf(kAlice));
-  EXPECT_FALSE(RestoreMailbox(kCarol).mailbox.active);
+  EXPECT_FALSE(RestoreMailboxes({kCarol}).mailboxes[0].active);
 }
 
 TEST_P(MailboxRemoval, TheLatestOfSeveralComesBack) {
   DeleteMailboxes({kAlice});
   brisq_panel::AddMailbox({kAlice, "second", "8"});
   DeleteMailboxes({kAlice});
-  EXPECT_EQ(8, RestoreMailbox(kAlice).mailbox.quota_mb);
+  EXPECT_EQ(8, RestoreMailboxes({kAlice}).mailboxes[0].quota_mb);
   EXPECT_EQ(1u, ListArchived().size());
 }
 
@@ -154,8 +193,8 @@ TEST_P(MailboxRemoval, OneThatWasOffComesBackSwitchedOffWithItsPassword) {
   const std::string before = LineOf(kAlice);
   brisq_panel::SetMailboxes({kAlice}, {.active = false});
   DeleteMailboxes({kAlice});
-  const auto restored = RestoreMailbox(kAlice);
-  EXPECT_FALSE(restored.mailbox.active);
+  const auto restored = RestoreMailboxes({kAlice});
+  EXPECT_FALSE(restored.mailboxes[0].active);
   EXPECT_THAT(restored.notes, ElementsAre("alice@example.org is switched off, as it was"));
   EXPECT_EQ("none", LineOf(kAlice));
   EXPECT_THAT(ListArchived(), IsEmpty());
@@ -164,20 +203,22 @@ TEST_P(MailboxRemoval, OneThatWasOffComesBackSwitchedOffWithItsPassword) {
 }
 
 TEST_P(MailboxRemoval, WhatCantComeBackIsSaid) {
-  EXPECT_EQ("missed: archived mailbox: alice@example.org", TextOf([&] { RestoreMailbox(kAlice); }));
+  EXPECT_EQ("missed: archived mailbox: alice@example.org",
+            TextOf([&] { RestoreMailboxes({kAlice}); }));
   DeleteMailboxes({kAlice});
   Add("alice");
-  EXPECT_EQ("exists: mailbox: alice@example.org", TextOf([&] { RestoreMailbox(kAlice); }));
+  EXPECT_EQ("exists: mailbox: alice@example.org", TextOf([&] { RestoreMailboxes({kAlice}); }));
   brisq_panel::DeleteDomain("example.org");
-  EXPECT_EQ("missed: domain: example.org", TextOf([&] { RestoreMailbox(kAlice); }));
-  EXPECT_EQ("value", ErrorOf([] { RestoreMailbox("al:ice@example.org"); }).type());
+  EXPECT_EQ("missed: mailbox alice@example.org: domain: example.org",
+            TextOf([&] { RestoreMailboxes({kAlice}); }));
+  EXPECT_EQ("value", ErrorOf([] { RestoreMailboxes({"al:ice@example.org"}); }).type());
 }
 
 TEST_P(MailboxRemoval, AFailedRestoreLeavesTheArchive) {
   DeleteMailboxes({kAlice});
   const std::string before = Lines();
   calls_.failing = "mail.Create";
-  EXPECT_EQ("email", ErrorOf([&] { RestoreMailbox(kAlice); }).type());
+  EXPECT_EQ("email", ErrorOf([&] { RestoreMailboxes({kAlice}); }).type());
   EXPECT_EQ(before, Lines());
   EXPECT_EQ(1u, ListArchived().size());
   EXPECT_EQ(1u, brisq_panel::ListMailboxes().size());
@@ -186,7 +227,7 @@ TEST_P(MailboxRemoval, AFailedRestoreLeavesTheArchive) {
 TEST_P(MailboxRemoval, WithoutAMailBackendNothingHappens) {
   brisq_panel::ForgetBackends();
   EXPECT_EQ("plugin", ErrorOf([&] { DeleteMailboxes({kAlice}); }).type());
-  EXPECT_EQ("plugin", ErrorOf([&] { RestoreMailbox(kAlice); }).type());
+  EXPECT_EQ("plugin", ErrorOf([&] { RestoreMailboxes({kAlice}); }).type());
 }
 
 INSTANTIATE_TEST_SUITE_P(Passwords, MailboxRemoval, testing::Bool(), [](const auto& place) {

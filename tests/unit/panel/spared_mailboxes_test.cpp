@@ -61,7 +61,7 @@ TEST_F(SparedMailboxesTest, ARefreshSweepsNoMailboxWhoseLineIsThereInAnyForm) {
       EXPECT_THAT(report.spared, IsEmpty());
       EXPECT_THAT(report.swept, ElementsAre("cy@example.org"));
       EXPECT_EQ("al bo", Left());
-      RestoreMailbox("cy@example.org");
+      RestoreMailboxes({"cy@example.org"});
     }
   }
 }
