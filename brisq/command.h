@@ -69,6 +69,12 @@ struct Option {
   bool required = false;
 };
 
+/// A name in a command's data whose meaning is to be told.
+struct Datum {
+  std::string name;
+  std::string help;
+};
+
 /// A command as data: parser, help and manual are made from it.
 struct Command {
   std::string noun;
@@ -78,6 +84,8 @@ struct Command {
   std::vector<Option> options = {};
   /// Names of options of which exactly one must be given; empty for no such rule.
   std::vector<std::string> one_of = {};
+  /// Of what it shows, where the names alone don't tell it.
+  std::vector<Datum> data = {};
   /// Changes something, so that the option kDryRun is offered.
   bool changes = false;
   /// Does the work with an open instance; failures leave it as mgr_err::Error.

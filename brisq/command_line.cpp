@@ -52,6 +52,12 @@ CLI::App* NounOf(CLI::App& root, const Command& command) {
   return noun;
 }
 
+std::string WhatItShows(const Command& command) {
+  std::string text;
+  for (const Datum& datum : command.data) text += "\n  " + datum.name + ": " + datum.help;
+  return text.empty() ? text : "Shows:" + text;
+}
+
 void Bind(CLI::App& root, Bound& bound) {
   const Command& command = *bound.command;
   bound.app = NounOf(root, command);
@@ -61,6 +67,7 @@ void Bind(CLI::App& root, Bound& bound) {
   }
   for (const Operand& operand : command.operands) BindOperand(bound, operand);
   for (const Option& option : command.options) BindOption(bound, option);
+  bound.app->footer(WhatItShows(command));
 }
 
 void DescribeNouns(CLI::App& root) {

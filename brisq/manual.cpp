@@ -46,6 +46,9 @@ std::string Section(const Command& command) {
     text += fmt::format("- `{}`: {}\n", operand.name, operand.help);
   for (const Option& option : command.options)
     text += fmt::format("- `{}`: {}\n", Word(option), option.help);
+  if (!command.data.empty()) text += "\nIt shows:\n\n";
+  for (const Datum& datum : command.data)
+    text += fmt::format("- `{}`: {}\n", datum.name, datum.help);
   return text + "\n";
 }
 

@@ -132,7 +132,7 @@ TEST_F(CommandLineTest, AWordOfAnotherCommandIsAnOperandAllTheSame) {
   EXPECT_EQ("owner", line->command->noun);
 }
 
-TEST_F(CommandLineTest, TheHelpOfACommandNamesItsOptions) {
+TEST_F(CommandLineTest, TheHelpOfACommandNamesItsOptionsAndWhatItShows) {
   for (const Command& command : Commands()) {
     SCOPED_TRACE(command.noun + " " + command.verb);
     std::vector<std::string> words = {command.noun, command.verb, "--help"};
@@ -141,6 +141,9 @@ TEST_F(CommandLineTest, TheHelpOfACommandNamesItsOptions) {
     EXPECT_FALSE(Parse(words));
     for (const Option& option : command.options)
       EXPECT_NE(std::string::npos, out_.str().find(option.name)) << option.name;
+    for (const Datum& datum : command.data)
+      EXPECT_NE(std::string::npos, out_.str().find("\n  " + datum.name + ": " + datum.help))
+          << datum.name;
   }
 }
 

@@ -29,6 +29,9 @@ TEST(Manual, NamesEveryCommandOptionAndExitCode) {
     EXPECT_NE(std::string::npos, manual.find(command.summary)) << command.summary;
     for (const Option& option : command.options)
       EXPECT_NE(std::string::npos, manual.find("- `" + option.name)) << option.name;
+    for (const Datum& datum : command.data)
+      EXPECT_NE(std::string::npos, manual.find("- `" + datum.name + "`: " + datum.help + "\n"))
+          << datum.name;
   }
   for (const ErrorKind& kind : ErrorKinds())
     EXPECT_NE(std::string::npos, manual.find(kind.meaning)) << kind.label;
