@@ -4,7 +4,9 @@
 #include "panel/address_list.h"
 #include "panel/certificate_cleanup.h"
 #include "panel/email_module.h"
+#include "panel/held_signals.h"
 #include "panel/job_log.h"
+#include "panel/line_saves.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
 #include "panel/records.h"
@@ -16,11 +18,13 @@ namespace {
 
 using Domain = std::shared_ptr<brisq_db::EmailDomainTable>;
 
-// The walk is over a copy of the rows, so each may be changed on the way.
+// The walk is over a copy of the rows, so each may be changed on the way. Until the lines are saved
+// all of it is easily given up.
 template <class Work>
 void ForEachMailbox(const Domain& domain, const Work& work) {
   const auto walk = Table<brisq_db::EmailTable>();
   for (walk->DbSelect({{"domain", domain->id.AsString()}}, "name"); !walk->Eof(); walk->Next()) {
+    HeldSignals::GiveUpIfOneWaits(std::string(domain->name));
     Mailbox mailbox = Table<brisq_db::EmailTable>();
     mailbox->Assert(walk->id);
     work(mailbox);
@@ -90,6 +94,7 @@ DomainInfo SetDomain(const std::string& text, const DomainChange& change) {
     InNameOf("domain", name, [&] { owner = CheckOwnerName(*change.owner); });
   }
   email::Pop3Interface& backend = MailBackend();
+  LineSaves saves;
   DoRequest("domain set", [&](Request& request) {
     JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
@@ -101,6 +106,7 @@ DomainInfo SetDomain(const std::string& text, const DomainChange& change) {
     }
     domain->Post();
     backend.OnUpdateDomain(domain);
+    saves.Save();
   });
   return ShowDomain(name);
 }
@@ -109,6 +115,7 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
   const std::string name = CheckDomain(text);
   email::Pop3Interface& backend = MailBackend();
   std::vector<RemovedMailbox> removed;
+  LineSaves saves;
   DoRequest("domain delete", [&](Request&) {
     JobLog::Watch(kDomain, name);
     Domain domain = FindDomain(name);
@@ -120,6 +127,7 @@ std::vector<RemovedMailbox> DeleteDomain(const std::string& text) {
       PruneAfterCommit(name);
     }
     domain->DbDelete();
+    saves.Save();
   });
   return removed;
 }

@@ -4,6 +4,8 @@
 #include <array>
 #include <csignal>
 
+#include "mgr_err.h"
+
 namespace brisq_panel {
 
 namespace {
@@ -49,6 +51,12 @@ bool HeldSignals::IsOneWaiting() noexcept {
   return holding.holders > 0 && std::any_of(kHeld.begin(), kHeld.end(), [&](int signal) {
            return sigismember(&waiting, signal) == 1 && !IsIgnored(signal);
          });
+}
+
+void HeldSignals::GiveUpIfOneWaits(const std::string& what) {
+  if (IsOneWaiting()) {
+    throw mgr_err::Error("later", what, "interrupted, nothing was changed");
+  }
 }
 
 }  // namespace brisq_panel

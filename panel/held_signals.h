@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "brisq_export.h"
 
 namespace brisq_panel {
@@ -18,6 +20,8 @@ class BRISQ_API HeldSignals {
   /// True when one that would be obeyed has come and waits for this thread: what can still be taken
   /// back may be given up. False for those that the process ignores, and when none is held.
   static bool IsOneWaiting() noexcept;
+  /// @throws mgr_err::Error "later" for `what`, of which nothing was changed, when one is waiting
+  static void GiveUpIfOneWaits(const std::string& what);
 };
 
 }  // namespace brisq_panel

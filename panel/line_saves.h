@@ -5,12 +5,14 @@
 
 #include "brisq_export.h"
 #include "framework/conf_defer.h"
+#include "panel/held_signals.h"
 
 namespace brisq_panel {
 
 /// While it lives, all lines of the mail server's file that this thread posts are saved together by
 /// Save, as in a scope of DeferSaves, and what needs them in the file waits for that. An inner
-/// scope does nothing of its own.
+/// scope does nothing of its own. To be begun before the request, so that lines which one that
+/// fails takes back cost one save at the most; signals are held for that long.
 class BRISQ_API LineSaves {
  public:
   LineSaves();
@@ -32,6 +34,7 @@ class BRISQ_API LineSaves {
 
  private:
   const bool outermost_;
+  const HeldSignals held_;
   DeferSaves saves_{DeferSaves::Between::kNever};
   std::vector<std::function<void()>> waiting_;
 };

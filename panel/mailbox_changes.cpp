@@ -6,8 +6,10 @@
 #include "panel/archive.h"
 #include "panel/email_module.h"
 #include "panel/hash_ahead.h"
+#include "panel/held_signals.h"
 #include "panel/homes.h"
 #include "panel/job_log.h"
+#include "panel/line_saves.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -80,11 +82,16 @@ ChangedMailboxes SetMailboxes(const std::vector<std::string>& texts, const Mailb
   const Checked checked = Check(change, addresses.size());
   MailBackend();
   ChangedMailboxes changed;
+  LineSaves saves;
   changed.notes = RunRequest("mailbox set", [&](Request& request) {
     if (addresses.size() > 1 && !checked.active.value_or(true)) {
       CheckLinesThatLeave(addresses);
     }
-    ForEachAddress(addresses, [&](const Address& address) { Change(address, checked, request); });
+    ForEachAddress(addresses, [&](const Address& address) {
+      HeldSignals::GiveUpIfOneWaits(address.Full());
+      Change(address, checked, request);
+    });
+    saves.Save();
   });
   for (const Address& address : addresses) {
     changed.mailboxes.push_back(ShowMailbox(address.Full()));

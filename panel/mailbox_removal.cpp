@@ -4,8 +4,10 @@
 #include "panel/address_list.h"
 #include "panel/archive.h"
 #include "panel/email_module.h"
+#include "panel/held_signals.h"
 #include "panel/homes.h"
 #include "panel/job_log.h"
+#include "panel/line_saves.h"
 #include "panel/mail_line.h"
 #include "panel/mailbox_steps.h"
 #include "panel/names.h"
@@ -132,13 +134,16 @@ std::vector<RemovedMailbox> DeleteMailboxes(const std::vector<std::string>& text
   const std::vector<Address> addresses = ParseAddresses(texts);
   MailBackend();
   std::vector<RemovedMailbox> removed;
+  LineSaves saves;
   DoRequest("mailbox delete", [&](Request&) {
     if (addresses.size() > 1) {
       CheckLinesThatLeave(addresses);
     }
     ForEachAddress(addresses, [&](const Address& address) {
+      HeldSignals::GiveUpIfOneWaits(address.Full());
       removed.push_back(RemoveMailbox(FindMailbox(address)));
     });
+    saves.Save();
   });
   return removed;
 }

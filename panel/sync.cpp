@@ -94,7 +94,8 @@ class Work {
     std::set<std::string> names;
     const auto walk = Table<brisq_db::EmailTable>();
     for (walk->DbSelect(); !walk->Eof(); walk->Next()) {
-      StopWhenAskedTo();
+      // Many passwords take long to hash, and until the file is saved all is easily given up.
+      HeldSignals::GiveUpIfOneWaits("sync");
       Mailbox mailbox = Table<brisq_db::EmailTable>();
       mailbox->Assert(walk->id);
       const std::string name = email::GetEmailName(mailbox);
@@ -113,13 +114,6 @@ class Work {
   }
 
  private:
-  // Many passwords take long to hash, and until the file is saved all of it is easily given up.
-  static void StopWhenAskedTo() {
-    if (HeldSignals::IsOneWaiting()) {
-      throw mgr_err::Error("later", "sync", "interrupted, nothing was changed");
-    }
-  }
-
   // True when a line of this name that only a person can complete stands in the mailbox's place.
   bool LeaveShortLine(const std::string& name) {
     const auto line = lines_.Short(report_.path, name);
@@ -236,8 +230,6 @@ SyncReport Run(Passwords passwords) {
   SyncReport report;
   report.path = mgr_cf::GetPath("dovecot-passwd");
   MailBackend();
-  const HeldSignals held;  // ends last: the lines are taken back by a save behind the request
-  // Around the request, so that one that fails leaves the file alone but for one save at the most.
   LineSaves saves;
   DoRequest("sync", [&](Request&) {
     const std::string before = PasswdFileText(report.path);
