@@ -206,12 +206,18 @@ ConfDocument::Line ConfDocument::FirstFrom(Line line) const noexcept {
 
 ConfDocument::Line ConfDocument::NextLine(Line line) const noexcept {
   line = FirstFrom(line);
-  while (line < End() && Raw(line).empty()) line = FirstFrom(line + 1);
+  while (line < End() && Raw(line).empty()) {
+    line = line >= gone_ && line < gone_end_ ? gone_end_ : FirstFrom(line + 1);
+  }
   return line < End() ? line : kNone;
 }
 
 ConfDocument::Line ConfDocument::LineBefore(Line line) const noexcept {
   while (line > 0) {
+    if (line > gone_ && line <= gone_end_) {
+      line = gone_;
+      continue;
+    }
     if (line > bytes_->size()) {
       --line;
     } else {
@@ -403,6 +409,23 @@ std::string_view& ConfDocument::Edited(Line line) {
   return IsInBytes(line) ? changed_[line] : added_[line - bytes_->size()];
 }
 
+void ConfDocument::NoteRemoval(Line line, bool removed) noexcept {
+  const bool noted = line >= gone_ && line < gone_end_;
+  if (!removed) {
+    if (noted) gone_end_ = line;
+    return;
+  }
+  const Line next = line + (IsInBytes(line) ? RawInBytes(line).size() : 1);
+  if (line == gone_end_) {
+    gone_end_ = next;
+  } else if (next == gone_) {
+    gone_ = line;
+  } else if (!noted) {
+    gone_ = line;
+    gone_end_ = next;
+  }
+}
+
 void ConfDocument::Put(Line line, std::string_view raw, std::string_view end) {
   // First, as the line may be made of what it holds.
   const std::string_view kept = texts_.Keep(raw, end);
@@ -411,6 +434,7 @@ void ConfDocument::Put(Line line, std::string_view raw, std::string_view end) {
   std::string_view& text = Edited(line);
   edited_bytes_ += kept.size() - text.size();
   ConfTexts::Overwrite(std::exchange(text, kept));
+  NoteRemoval(line, kept.empty());
   if (indexed) {
     const std::string_view name = NameOf(text);
     if (!name.empty()) Enter({line, index_.Hash(name)});

@@ -127,6 +127,7 @@ class BRISQ_API ConfDocument {
   Line FindLaterRecord(std::string_view name, unsigned long columns) const;
   Line FirstFrom(Line line) const noexcept;
   std::string_view& Edited(Line line);
+  void NoteRemoval(Line line, bool removed) noexcept;
   void DropFormer() noexcept;
   bool IsInBytes(Line line) const noexcept { return line < bytes_->size(); }
   std::string_view RawInBytes(Line line) const noexcept;
@@ -139,6 +140,10 @@ class BRISQ_API ConfDocument {
   std::vector<std::string_view> added_;
   std::size_t edited_bytes_ = 0;
   ConfTexts texts_;
+  // Numbers from the first on, below the second, that are no line's with content: who removes lines
+  // one behind the other, or back to front, looks for their neighbours each time.
+  Line gone_ = 0;
+  Line gone_end_ = 0;
 
   // Made by the first find that wants it, of which there may be several at once.
   mutable std::once_flag index_once_;
