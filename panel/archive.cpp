@@ -46,6 +46,11 @@ MailboxArchive::MailboxArchive()
       reason(this, "reason"),
       archived(this, "archived") {}
 
+std::string MailboxArchive::Schema() const {
+  return CustomTable::Schema() +
+         ";CREATE INDEX IF NOT EXISTS mailbox_archive_of_name ON mailbox_archive (name, domain)";
+}
+
 void ArchiveMailboxes(const std::string& condition, const std::string& reason) {
   mgr_db::ThreadConnection()->Change(
       "INSERT INTO mailbox_archive (name, domain, owner, password, hash, home, quota, used, active,"

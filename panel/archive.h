@@ -16,6 +16,7 @@ namespace brisq_panel {
 class BRISQ_API MailboxArchive : public mgr_db::CustomTable {
  public:
   MailboxArchive();
+  std::string Schema() const override;
 
   mgr_db::IntField id;
   mgr_db::StringField name;    ///< local part

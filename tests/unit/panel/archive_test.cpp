@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "framework/database.h"
 #include "framework/seal.h"
 #include "framework/utc.h"
 #include "panel/mailboxes.h"
@@ -65,6 +66,16 @@ TEST_F(Archive, TheLatestStateForItsReasonsIsFound) {
   EXPECT_THAT(DatabaseBytes(), testing::Not(testing::HasSubstr("{X}first")));
   EXPECT_EQ(nullptr, brisq_panel::FindArchived({"alice", "other.org"}, gone));
   EXPECT_EQ(nullptr, brisq_panel::FindArchived({"bob", "example.org"}, gone));
+}
+
+// A domain's mailboxes are looked for one by one, and the archive only grows.
+TEST_F(Archive, AMailboxIsFoundWithoutALookAtAllOthers) {
+  const auto plan = mgr_db::ThreadConnection()->Query(
+      "EXPLAIN QUERY PLAN SELECT * FROM mailbox_archive"
+      " WHERE name = :v1 AND domain = :v2 AND reason = :v3",
+      {"alice", "example.org", "swept"}, 4);
+  ASSERT_EQ(1u, plan.size());
+  EXPECT_THAT(plan.front().back(), testing::HasSubstr("(name=? AND domain=?)"));
 }
 
 TEST(SweepPermit, CountsForItsThreadWhileItLives) {
