@@ -164,9 +164,13 @@ RestoredMailboxes RestoreMailboxes(const std::vector<std::string>& texts) {
   const std::vector<Address> addresses = ParseAddresses(texts);
   MailBackend();
   RestoredMailboxes restored;
+  LineSaves saves;
   restored.notes = RunRequest("mailbox restore", [&](Request& request) {
-    ForEachAddress(addresses,
-                   [&](const Address& address) { Restore(address, FindLatest(address), request); });
+    ForEachAddress(addresses, [&](const Address& address) {
+      HeldSignals::GiveUpIfOneWaits(address.Full());
+      Restore(address, FindLatest(address), request);
+    });
+    saves.Save();
   });
   for (const Address& address : addresses) {
     restored.mailboxes.push_back(ShowMailbox(address.Full()));

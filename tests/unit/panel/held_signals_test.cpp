@@ -5,6 +5,8 @@
 #include <csignal>
 #include <memory>
 
+#include "mgr_err.h"
+
 namespace {
 
 using brisq_panel::HeldSignals;
@@ -84,8 +86,10 @@ TEST(HeldSignalsTest, OneThatHasComeIsSeenToWait) {
     EXPECT_FALSE(HeldSignals::IsOneWaiting());
     const HeldSignals held;
     EXPECT_FALSE(HeldSignals::IsOneWaiting());
+    HeldSignals::GiveUpIfOneWaits("work");
     std::raise(signal);
     EXPECT_TRUE(HeldSignals::IsOneWaiting());
+    EXPECT_THROW(HeldSignals::GiveUpIfOneWaits("work"), mgr_err::Error);
   }
 }
 
