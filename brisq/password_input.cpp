@@ -4,6 +4,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <iostream>
 
 #include "mgr_err.h"
@@ -13,24 +15,48 @@ namespace {
 
 constexpr std::size_t kMost = 4096;
 
-// Keeps what is typed off the screen.
+constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+// Keeps what is typed off the screen. A signal that ends the program while it lives, such as
+// Ctrl-C, leaves the terminal as it was, too. One at a time.
 class NoEcho {
  public:
   NoEcho() {
     known_ = tcgetattr(STDIN_FILENO, &before_) == 0;
+    if (!known_) return;
+    GiveBackAtSignals();
     termios quiet = before_;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    if (known_) tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
   ~NoEcho() {
-    if (known_) tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    if (!known_) return;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    for (std::size_t i = 0; i < kEnding.size(); ++i) sigaction(kEnding[i], &actions_[i], nullptr);
   }
   NoEcho(const NoEcho&) = delete;
   NoEcho& operator=(const NoEcho&) = delete;
 
  private:
-  termios before_{};
+  // Those that are ignored stay so.
+  void GiveBackAtSignals() {
+    struct sigaction give_back {};
+    give_back.sa_handler = &GiveBack;
+    for (std::size_t i = 0; i < kEnding.size(); ++i) {
+      sigaction(kEnding[i], nullptr, &actions_[i]);
+      if (actions_[i].sa_handler == SIG_DFL) sigaction(kEnding[i], &give_back, nullptr);
+    }
+  }
+  // It is obeyed when the handler is left.
+  static void GiveBack(int signal) {
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+  }
+
+  static inline termios before_{};
   bool known_ = false;
+  std::array<struct sigaction, kEnding.size()> actions_{};
 };
 
 std::string Ask(const Console& console, const char* question) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <pty.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -168,24 +169,41 @@ std::string ReadUntil(int terminal, const std::string& text) {
   return seen;
 }
 
-TEST_F(LostPasswords, CtrlCAtAQuestionEndsTheProgramAtOnce) {
+bool Echoes(int terminal) {
+  termios state{};
+  EXPECT_EQ(0, ::tcgetattr(terminal, &state));
+  return (state.c_lflag & ECHO) != 0;
+}
+
+TEST_F(LostPasswords, ASignalAtAQuestionEndsTheProgramAtOnceAndGivesTheEchoBack) {
   doveadm_.Answers("{CRAM-MD5}hash\n");  // counts from here
   const std::string config = dir_ / "brisq.toml";
-  int terminal = -1;
-  const pid_t program = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-  ASSERT_NE(-1, program);
-  if (program == 0) {
-    ::execl(program_.c_str(), "brisq", "--config", config.c_str(), "mailbox", "passwd",
-            "al@example.org", "--password-stdin", nullptr);
-    ::_exit(127);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    SCOPED_TRACE(signal);
+    int terminal = -1;
+    int kept = -1;  // else the terminal is gone with the program
+    char name[64];
+    const pid_t program = ::forkpty(&terminal, name, nullptr, nullptr);
+    ASSERT_NE(-1, program);
+    if (program == 0) {
+      ::execl(program_.c_str(), "brisq", "--config", config.c_str(), "mailbox", "passwd",
+              "al@example.org", "--password-stdin", nullptr);
+      ::_exit(127);
+    }
+    kept = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_THAT(ReadUntil(terminal, "Password: "), HasSubstr("Password: "));
+    EXPECT_FALSE(Echoes(terminal));
+    // Behind Ctrl-C for who does not obey it.
+    const std::string typed = signal == SIGINT ? "\003other\nother\n" : "";
+    EXPECT_EQ(static_cast<ssize_t>(typed.size()), ::write(terminal, typed.data(), typed.size()));
+    if (typed.empty()) ::kill(program, signal);
+    int status = 0;
+    EXPECT_EQ(program, ::waitpid(program, &status, 0));
+    EXPECT_EQ(128 + signal, StatusOf(status));
+    EXPECT_TRUE(Echoes(terminal));
+    ::close(kept);
+    ::close(terminal);
   }
-  EXPECT_THAT(ReadUntil(terminal, "Password: "), HasSubstr("Password: "));
-  const std::string typed = "\003other\nother\n";  // behind Ctrl-C for who does not obey it
-  EXPECT_EQ(static_cast<ssize_t>(typed.size()), ::write(terminal, typed.data(), typed.size()));
-  int status = 0;
-  EXPECT_EQ(program, ::waitpid(program, &status, 0));
-  EXPECT_EQ(128 + SIGINT, StatusOf(status));
-  ::close(terminal);
   EXPECT_EQ(0, doveadm_.Calls());
 }
 
