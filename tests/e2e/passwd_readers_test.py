@@ -16,11 +16,10 @@ HALF_DONE = 3  # seconds: Dovecot looks at the file once a second at most
 
 
 def gets_in(ports, address, password):
-    """False also when the server knows the password, but by then no longer the mailbox."""
+    """False also when the server knows the password, but by then no longer the mailbox, which it
+    tells by a refusal or by closing the connection."""
     try:
         return clients.imap_accepts(ports, address, password)
-    except imaplib.IMAP4.abort:
-        raise
     except imaplib.IMAP4.error:
         return False
 
@@ -76,6 +75,14 @@ class PasswdReaders(MailboxTestCase):
         return (sum(thread.done for thread in threads) < CHANGES and
                 all(thread.is_alive() for thread in threads))
 
+    def comes_back(self, address):
+        """Whether the login succeeds once Dovecot looks at the file anew."""
+        end = time.monotonic() + 10 * HALF_DONE
+        while not gets_in(self.instance.ports, address, PASSWORD):
+            if time.monotonic() > end:
+                return False
+        return True
+
     def test_no_good_login_is_refused_beside_changes(self):
         steady = self.add("steady", password=PASSWORD)
         other = self.add("other")
@@ -104,6 +111,7 @@ class PasswdReaders(MailboxTestCase):
                     break
         print(f"control: refused: {imap.refused} of {imap.done}")
         self.assertGreater(imap.refused, 0)
+        self.assertTrue(self.comes_back(address), "the server itself was lost")
         self.instance.new_bad_lines()  # such a file may also make it log errors
 
 
