@@ -42,7 +42,7 @@ TEST_F(DomainChanges, SwitchingADomainSwitchesItsMailboxes) {
 TEST_F(DomainChanges, AMailboxThatWasSwitchedOffByItselfStaysOffWhenItsDomainComesBack) {
   const std::string carols = LineOf("carol@example.org");
   brisq_panel::SetMailboxes({"alice@example.org"}, {.active = false});
-  const auto active = [this] { return Column("SELECT active FROM mailboxes ORDER BY name"); };
+  const auto active = [] { return Column("SELECT active FROM mailboxes ORDER BY name"); };
   for (int round = 0; round < 2; ++round) {
     SetDomain("example.org", {.active = false});
     EXPECT_EQ("off off", active());
