@@ -41,9 +41,14 @@ void MakeYoung(const Mailbox& mailbox) {
   mailbox->Post();
 }
 
+// Null when nothing is.
+std::shared_ptr<MailboxArchive> KeptOfLine(const Mailbox& mailbox) {
+  return FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
+}
+
 // Hash of a mailbox that is switched off; empty when none is kept.
 std::string ForgetHash(const Mailbox& mailbox) {
-  const auto kept = FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
+  const auto kept = KeptOfLine(mailbox);
   if (!kept) {
     return {};
   }
@@ -86,17 +91,16 @@ void SwitchMailbox(Mailbox& mailbox, bool on, Request& request) {
 }
 
 bool ComesBackWithDomain(const Mailbox& mailbox) {
-  const auto kept = FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
+  const auto kept = KeptOfLine(mailbox);
   return kept && std::string(kept->reason) == kOffWithDomain;
 }
 
 void StayOff(const Mailbox& mailbox) {
-  if (!ComesBackWithDomain(mailbox)) {
-    return;
+  const auto kept = KeptOfLine(mailbox);
+  if (kept && std::string(kept->reason) == kOffWithDomain) {
+    kept->reason = kSwitchedOff;
+    kept->Post();
   }
-  const auto kept = FindSwitchedOff(ParseAddress(email::GetEmailName(mailbox)));
-  kept->reason = kSwitchedOff;
-  kept->Post();
 }
 
 RemovedMailbox RemoveMailbox(Mailbox mailbox) {
